@@ -1,0 +1,86 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <cstdint>
+#include <mutex>
+#include <shared_mutex>
+
+namespace quorbel {
+
+/// The one order in which locks are taken: whoever holds a lock takes only locks of a higher rank.
+/// docs/architecture.md says what each guards. Debug builds check every acquisition.
+enum class LockRank : std::uint8_t {
+    ListenerConfiguration = 10,  ///< lock A: a listener's pointer to its configuration
+    RoutingCache = 20,           ///< lock B: a listener's routing cache
+    HandlerFactories = 25,
+    NotFoundEvents = 30,
+    FolderSearch = 40,
+    FolderListing = 50,
+    MessageModule = 60,
+    EventLog = 70,
+    TraceLogger = 80,
+    ConsoleEcho = 85,
+    Registry = 90,
+    RegistryWatches = 100,
+    Innermost = 255,
+};
+
+namespace detail {
+#ifdef NDEBUG
+inline void NoteAcquire(LockRank) noexcept {}
+inline void NoteRelease(LockRank) noexcept {}
+#else
+void NoteAcquire(LockRank rank) noexcept;
+void NoteRelease(LockRank rank) noexcept;
+#endif
+}  // namespace detail
+
+/// A mutex with a place in the lock order. For std::lock_guard and std::unique_lock.
+class CMutex {
+ public:
+    explicit CMutex(LockRank rank) noexcept : m_rank(rank) {}
+    void lock() {
+        detail::NoteAcquire(m_rank);
+        m_mutex.lock();
+    }
+    void unlock() {
+        m_mutex.unlock();
+        detail::NoteRelease(m_rank);
+    }
+
+ private:
+    const LockRank m_rank;
+    std::mutex m_mutex;
+};
+
+/// A reader/writer lock under which a waiting writer keeps new readers out, so that overlapping readers never
+/// starve it (std::shared_mutex of this system does). A thread must not take it shared twice. For
+/// std::shared_lock, std::lock_guard and std::unique_lock.
+class CReadWriteLock {
+ public:
+    explicit CReadWriteLock(LockRank rank) noexcept;
+    ~CReadWriteLock() { ::pthread_rwlock_destroy(&m_lock); }
+    CReadWriteLock(const CReadWriteLock&) = delete;
+    CReadWriteLock& operator=(const CReadWriteLock&) = delete;
+
+    void lock() {
+        detail::NoteAcquire(m_rank);
+        ::pthread_rwlock_wrlock(&m_lock);
+    }
+    void lock_shared() {
+        detail::NoteAcquire(m_rank);
+        ::pthread_rwlock_rdlock(&m_lock);
+    }
+    void unlock() {
+        ::pthread_rwlock_unlock(&m_lock);
+        detail::NoteRelease(m_rank);
+    }
+    void unlock_shared() { unlock(); }
+
+ private:
+    const LockRank m_rank;
+    pthread_rwlock_t m_lock;
+};
+
+}  // namespace quorbel
