@@ -112,6 +112,7 @@ class CFolderSearch final : public IFolderSearch {
     const CFolderSearchOptions m_options;
     const std::shared_ptr<CEvent> m_stop;
     CFolderTally m_tally;
+    /// Counts the paths in twos: a path searched again comes after the newest one and before the next.
     std::atomic<std::uint64_t> m_newest = 0;
 
     // Shared for looking something up, exclusive for every change of who watches what.
@@ -175,9 +176,9 @@ CFolderSearch::PathPointer CFolderSearch::Remembered(const std::string& folder) 
     const std::shared_lock hold(m_lock);
     const auto found = m_paths.find(folder);
     if (found == m_paths.end()) return nullptr;
-    const auto newest = m_newest.load(std::memory_order_relaxed);
+    const auto now = m_newest.load(std::memory_order_relaxed) + 1;
     auto& lastUsed = found->second->lastUsed;
-    if (lastUsed.load(std::memory_order_relaxed) != newest) lastUsed.store(newest, std::memory_order_relaxed);
+    if (lastUsed.load(std::memory_order_relaxed) != now) lastUsed.store(now, std::memory_order_relaxed);
     return found->second;
 }
 
@@ -246,7 +247,7 @@ CFolderSearch::PathPointer CFolderSearch::Keep(const PathPointer& path, Follower
         Drop(path, tell);
         return entry->second;
     }
-    path->lastUsed = ++m_newest;
+    path->lastUsed = m_newest += 2;
     m_tally.kept.fetch_add(CFolderSearchCounters::kPathWeight, std::memory_order_relaxed);
     KeepWithinMaximum(path, tell);
     return path;

@@ -80,9 +80,9 @@ struct CFolderSearchOptions {
     /// is listed anew at every search.
     std::size_t maximumKept = 1'000'000;
     /// Called before a watch is added: an errno value in place of 0 makes that fail (fault injection).
-    std::function<int(WatchedFor)> watchFault;
+    std::function<int(WatchedFor)> watchFault = {};
     /// Called by the thread before it reads notifications (fault injection).
-    std::function<void()> beforeReading;
+    std::function<void()> beforeReading = {};
 };
 
 /// The implementation over inotify: one instance and one thread, started here, for the process. It needs

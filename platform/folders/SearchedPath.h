@@ -60,7 +60,7 @@ struct CSearchedPath {
 
     CFollowers followers;
     std::atomic<bool> dropped = false;
-    std::atomic<std::uint64_t> lastUsed = 0;  ///< number of the newest path when this one was last searched
+    std::atomic<std::uint64_t> lastUsed = 0;  ///< when, counted in new paths
 
     // Guarded by the search object's lock.
     std::vector<CConcern> concerns;
