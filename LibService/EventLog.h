@@ -1,14 +1,13 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <initializer_list>
 #include <memory>
-#include <span>
-#include <string>
 #include <string_view>
 
 #include "LibService/Status.h"
+#include "platform/Lock.h"
 #include "platform/eventlog/EventSink.h"
 #include "platform/messages/MessageModule.h"
 #include "platform/registry/Key.h"
@@ -24,28 +23,36 @@ class CEventLog {
 
     /// Where entries go; until then they are dropped.
     void SetSink(std::shared_ptr<IEventSink> sink);
+    /// Another place for the message module than beside the running program; an empty path undoes it. What
+    /// was loaded is let go of.
+    void SetModulePath(std::filesystem::path module);
 
     /// Loads the message module and registers the event source `name` with it under
     /// SYSTEM\CurrentControlSet\Services\EventLog. Steps done before a failure stay done.
     CStatus Register(std::wstring_view name, IKey& localMachine);
 
+    /// Writes an entry with the error's insertion strings, trimmed, and, for an error or a warning, its
+    /// source.
     void Report(const CError& error) noexcept;
-    /// Writes an entry without an error object, with as many strings as the identifier's text refers to.
+    /// Writes an entry without an error object and so without a source, with as many strings as the
+    /// identifier's text refers to, as they are.
     void ReportMessage(std::uint32_t messageId, std::initializer_list<std::wstring_view> inserts) noexcept;
 
-    /// Path of the message module of a program: "Evt" before its file name, "dll" for its extension.
+    /// Path of the message module of a program: "Evt" before its file name, "dll" for its extension of three
+    /// characters; without such an extension ".dll" is appended.
     static std::filesystem::path ModulePath(const std::filesystem::path& program);
-    /// The message module, loaded on first use; null when it cannot be loaded.
+    /// The message module, loaded on first use; null when it cannot be loaded (the next call tries again).
     std::shared_ptr<const CMessageModule> Module();
 
  private:
     CEventLog() = default;
-    void Write(std::uint32_t messageId, std::vector<std::wstring> strings, std::string source,
-               std::uint32_t line) noexcept;
+    CResult<std::filesystem::path> FindModule();
+    CResult<std::shared_ptr<const CMessageModule>> LoadModule();
+    void Write(CEventEntry entry);
 
-    static constexpr std::uint32_t kTypeFilter = 0x0F;
-    CMutex m_lock{LockRank::EventLog};              // guards what follows
+    CMutex m_lock{LockRank::EventLog};  // guards what follows
     std::shared_ptr<IEventSink> m_sink;
+    std::filesystem::path m_modulePath;
     std::shared_ptr<const CMessageModule> m_module;
 };
 

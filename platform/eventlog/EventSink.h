@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quorbel {
@@ -34,8 +35,9 @@ class IEventSink {
 /// The journal, with structured fields, for a process that the service manager started.
 std::shared_ptr<IEventSink> CreateJournalSink(std::wstring_view sourceName);
 
-/// JSON lines in `folder`/events.jsonl; at 16 MiB it becomes events.1.jsonl, replacing that file's predecessor.
-/// Several processes may write. With `echo`, each entry is also written to standard error as text.
+/// JSON lines in `folder`/events.jsonl; at 16 MiB it becomes events.1.jsonl, replacing that file's
+/// predecessor. Several processes may write. With the echo, each entry is also written to standard error as
+/// text (one line an entry, dropped rather than waited for when nobody reads there).
 enum class EventEcho { None, StandardError };
 std::shared_ptr<IEventSink> CreateFileSink(const std::filesystem::path& folder, EventEcho echo);
 

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <variant>
+#include <vector>
+
+#include "LibService/TraceLogger.h"
+#include "platform/messages/MessageModule.h"
+
+namespace quorbel {
+
+/// An argument as a record keeps it: nothing (an insert of an unknown size, or an argument that does not fit
+/// its insert), a signed or unsigned integer, a floating point number, a text of 8-bit characters or one of
+/// UTF-16.
+using TraceValue =
+    std::variant<std::monostate, std::int64_t, std::uint64_t, double, std::string, std::u16string>;
+
+/// An insert of an identifier's text: %[flag][width][.precision][I64|l|h|L]LETTER NUMBER.
+struct CTraceInsert {
+    enum class Kind { Signed, Unsigned, Floating, String };
+    enum class Size { Plain, Short, Long, Long64, Unknown };
+
+    Kind kind = Kind::String;
+    Size size = Size::Plain;
+    char flag = '\0';
+    std::optional<int> width;      ///< at most kWidest
+    std::optional<int> precision;  ///< at most kWidest
+    char conversion = 's';
+
+    static constexpr int kWidest = 64;
+};
+
+/// The text of one trace identifier, its inserts read. Immutable.
+class CTraceText {
+ public:
+    explicit CTraceText(std::wstring text);
+
+    /// The inserts in the order of their numbers, from 1 on while the numbers are consecutive.
+    const std::vector<CTraceInsert>& Inserts() const noexcept { return m_inserts; }
+
+    /// Gives the arguments the types of the inserts; those beyond the inserts are dropped. An integer is cut
+    /// to the insert's size, a number for a text becomes decimal digits, a text for a number nothing.
+    std::vector<TraceValue> Encode(std::initializer_list<TraceArgument> arguments) const;
+
+    /// The text with the values in place of the inserts, on one line unless a value holds line ends.
+    std::wstring Render(const std::vector<TraceValue>& values) const;
+
+ private:
+    /// A part of the text as it stands, and the insert that follows it.
+    struct CPart {
+        std::wstring text;
+        std::size_t insert = 0;  ///< its number; 0 for none
+        CTraceInsert format;
+    };
+    std::vector<CPart> m_parts;
+    std::vector<CTraceInsert> m_inserts;
+};
+
+/// The texts of the trace message module, each read once. An identifier without a text has the empty one, and
+/// so no inserts. Not synchronised.
+class CTraceTexts {
+ public:
+    void SetModule(std::shared_ptr<const CMessageModule> module);
+    /// Lives as long as this object and no other module is set.
+    const CTraceText& Find(std::uint32_t id);
+
+ private:
+    std::shared_ptr<const CMessageModule> m_module;
+    std::unordered_map<std::uint32_t, CTraceText> m_texts;
+};
+
+}  // namespace quorbel

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string_view>
+#include <sys/types.h>
+
+#include "platform/Error.h"
+#include "platform/FileDescriptor.h"
+
+namespace quorbel {
+
+inline constexpr const char* kEventFile = "events.jsonl";
+inline constexpr const char* kPreviousEventFile = "events.1.jsonl";
+
+/// Appends whole lines to a file that several processes and threads share, and lets the file begin anew when
+/// it would become too large. What fails is how it was: no part of a line ever stays.
+class CEventFile {
+ public:
+    struct COptions {
+        std::uint64_t limit = 16 << 20;  ///< a line that would make the file larger begins a new one
+        std::function<ssize_t(int, const void*, std::size_t)> write = ::write;
+    };
+    explicit CEventFile(std::filesystem::path folder) : CEventFile(std::move(folder), COptions()) {}
+    CEventFile(std::filesystem::path folder, COptions options)
+        : m_folder(std::move(folder)), m_options(std::move(options)) {}
+
+    /// Appends a line and its line end. Busy when others keep the file locked for more than 2 seconds.
+    ErrorCode Append(std::string_view line);
+
+ private:
+    CResult<CFileDescriptor> OpenForAppending(std::size_t length) const;
+
+    const std::filesystem::path m_folder;
+    const COptions m_options;
+};
+
+/// Opens the file (flags as for open) and locks it (operation as for flock) while it bears that name.
+CResult<CFileDescriptor> OpenLocked(const std::filesystem::path& file, int flags, int operation);
+
+}  // namespace quorbel
