@@ -191,7 +191,7 @@ void CHTTPServer::CListener::Enter(const Request& request, EntryTrace trace, Ent
         const auto path = CUrlPath::Parse(request.relative_uri().path());
         if (const auto* refusal = std::get_if<CUrlPath::Refusal>(&path)) {
             const bool isTooLong = *refusal == CUrlPath::Refusal::TooLong;
-            m_reply.SendWithoutBody(request, isTooLong ? status_codes::UriTooLong : status_codes::BadRequest);
+            m_reply.SendWithoutBody(request, isTooLong ? status_codes::RequestUriTooLarge : status_codes::BadRequest);
             return;
         }
         (this->*entry)(request, std::get<CUrlPath>(path));

@@ -1,1 +1,108 @@
-int main() { return 1; }
+#include <pplx/threadpool.h>
+
+#include <iostream>
+
+#include "LibService/ConsoleEcho.h"
+#include "LibService/EventLog.h"
+#include "LibService/MessageIds.h"
+#include "LibService/ServiceLogger.h"
+#include "components/archive/LocalArchive.h"
+#include "data/SystemInfoHandler.h"
+#include "platform/File.h"
+#include "platform/Program.h"
+#include "platform/Root.h"
+#include "platform/StopSignals.h"
+#include "platform/Terminal.h"
+#include "service/QuorbelHTTPService.h"
+
+namespace quorbel {
+
+namespace {
+
+/// Threads of the HTTP library. Handlers may wait for the disk, so there are more of them than processors.
+constexpr std::size_t kHttpThreads = 16;
+
+constexpr std::string_view kUsage =
+    "Usage: QBHTTPService -debug\n"
+    "Runs the Quorbel HTTP Service in the foreground until it is interrupted (Ctrl-C, SIGTERM).\n"
+    "  -debug  run as an ordinary process; events are also written to standard error, and requests to\n"
+    "          standard output when that is a terminal\n"
+    "  -help   this text\n"
+    "The configuration is a registry tree: see 'qbctl reg --help' and docs/configuration.md.\n";
+
+bool IsFlag(std::wstring_view argument, std::wstring_view name) {
+    return (argument.starts_with(L'-') || argument.starts_with(L'/')) && EqualNoCase(argument.substr(1), name);
+}
+
+/// The logger with its message module, echoing to the terminal when there is one.
+CStatus SetUpTrace(CServiceLogger& trace, const std::filesystem::path& program) {
+    const auto module = program.parent_path() / ("Trc" + ToUtf8(CQuorbelHTTPService::kServiceName) + ".dll");
+    RETURN_IF_FAILED(trace.LoadMessages(module));
+    if (!StandardOutputIsTerminal()) return {};
+    auto echo = CConsoleEcho::Create(kStandardOutput);
+    if (!echo.IsOk()) return SystemError(echo.Error());
+    trace.SetObserver(std::move(echo).Value());
+    return {};
+}
+
+void SetUpEventSink(const std::filesystem::path& root) {
+    CEventLog::Instance().SetSink(StartedByServiceManager()
+                                      ? CreateJournalSink(CQuorbelHTTPService::kDisplayName)
+                                      : CreateFileSink(root, EventEcho::StandardError));
+}
+
+CStatus Serve(IRegistry& registry, CServiceLogger& trace, std::shared_ptr<CEvent> stop) {
+    auto folders = CreateFolderSearch();
+    if (!folders.IsOk()) return SystemError(folders.Error());
+    const std::shared_ptr<IKey> localMachine = registry.LocalMachine();
+    RegisterLocalArchive(localMachine);
+    SystemInfoHandler::Register();
+    crossplat::threadpool::initialize_with_threads(kHttpThreads);
+    CQuorbelHTTPService service({*folders.Value(), trace, SystemClock()}, *localMachine, std::move(stop));
+    return service.Run();
+}
+
+/// Everything between the command line and the exit code.
+CStatus RunInForeground() {
+    RETURN_IF_SYSTEM_ERROR(RaiseOpenFileLimit());
+    const auto root = OpenRootFolder();
+    if (!root.IsOk()) return SystemError(root.Error(), L"root folder");
+    SetUpEventSink(root.Value());
+    auto stop = CEvent::Create(EventReset::Manual);
+    if (!stop.IsOk()) return SystemError(stop.Error());
+    RETURN_IF_SYSTEM_ERROR(SetOnStopSignals(stop.Value()));
+    const auto registry = OpenRootRegistry();
+    if (!registry.IsOk()) return SystemError(registry.Error(), L"registry");
+    const auto localMachine = registry.Value()->LocalMachine();
+    RETURN_IF_FAILED(CEventLog::Instance().Register(CQuorbelHTTPService::kDisplayName, *localMachine));
+    const auto program = ProgramPath();
+    if (!program.IsOk()) return SystemError(program.Error());
+    CServiceLogger trace;
+    RETURN_IF_FAILED(SetUpTrace(trace, program.Value()));
+    CEventLog::Instance().ReportMessage(message::kServiceStarted, {CQuorbelHTTPService::kDisplayName});
+    const CStatus status = Serve(*registry.Value(), trace, stop.Value());
+    status.Report();
+    CEventLog::Instance().ReportMessage(message::kServiceStopping, {CQuorbelHTTPService::kDisplayName});
+    return status;
+}
+
+}  // namespace
+
+}  // namespace quorbel
+
+int main(int count, char** arguments) {
+    using namespace quorbel;
+    const std::wstring argument = count == 2 ? FromUtf8(arguments[1]) : L"";
+    if (IsFlag(argument, L"help") || argument == L"--help") {
+        std::cout << kUsage;
+        return 0;
+    }
+    if (!IsFlag(argument, L"debug")) {
+        std::cerr << "QBHTTPService: expected the parameter -debug\n" << kUsage;
+        return 1;
+    }
+    const CStatus status = RunInForeground();
+    if (status.IsOk()) return 0;
+    std::cerr << "QBHTTPService: " << ToUtf8(status.Text()) << "\n";
+    return 1;
+}
