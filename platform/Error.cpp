@@ -1,76 +1,8 @@
 #include "platform/Error.h"
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 
 namespace quorbel {
-
-namespace {
-
-struct CErrorText {
-    ErrorCode code;
-    const wchar_t* text;
-};
-
-constexpr std::array kTexts{
-    CErrorText{ErrorCode::Success, L"The operation completed successfully."},
-    CErrorText{ErrorCode::InvalidFunction, L"Incorrect function."},
-    CErrorText{ErrorCode::FileNotFound, L"The system cannot find the file specified."},
-    CErrorText{ErrorCode::PathNotFound, L"The system cannot find the path specified."},
-    CErrorText{ErrorCode::TooManyOpenFiles, L"The system cannot open the file: too many files are open."},
-    CErrorText{ErrorCode::AccessDenied, L"Access is denied."},
-    CErrorText{ErrorCode::InvalidHandle, L"The handle is invalid."},
-    CErrorText{ErrorCode::NotEnoughMemory, L"Not enough memory is available for this operation."},
-    CErrorText{ErrorCode::InvalidData, L"The data is invalid."},
-    CErrorText{ErrorCode::NotSameDevice, L"The file cannot be moved to a different disk drive."},
-    CErrorText{ErrorCode::WriteProtect, L"The media is write protected."},
-    CErrorText{ErrorCode::WriteFault, L"The system cannot write to the specified device."},
-    CErrorText{ErrorCode::ReadFault, L"The system cannot read from the specified device."},
-    CErrorText{ErrorCode::GenFailure, L"A device attached to the system is not functioning."},
-    CErrorText{ErrorCode::SharingViolation, L"The file is being used by another process."},
-    CErrorText{ErrorCode::HandleDiskFull, L"The disk is full."},
-    CErrorText{ErrorCode::NotSupported, L"The request is not supported."},
-    CErrorText{ErrorCode::FileExists, L"The file exists."},
-    CErrorText{ErrorCode::InvalidParameter, L"The parameter is incorrect."},
-    CErrorText{ErrorCode::BrokenPipe, L"The pipe has been ended."},
-    CErrorText{ErrorCode::DiskFull, L"There is not enough space on the disk."},
-    CErrorText{ErrorCode::CallNotImplemented, L"This function is not supported on this system."},
-    CErrorText{ErrorCode::InsufficientBuffer, L"The data area passed to a system call is too small."},
-    CErrorText{ErrorCode::InvalidName, L"The file name, directory name or volume label syntax is incorrect."},
-    CErrorText{ErrorCode::ModuleNotFound, L"The specified module could not be found."},
-    CErrorText{ErrorCode::DirectoryNotEmpty, L"The directory is not empty."},
-    CErrorText{ErrorCode::BadPathname, L"The specified path is invalid."},
-    CErrorText{ErrorCode::Busy, L"The requested resource is in use."},
-    CErrorText{ErrorCode::AlreadyExists, L"Cannot create a file when that file already exists."},
-    CErrorText{ErrorCode::FilenameExcedsRange, L"The file name or extension is too long."},
-    CErrorText{ErrorCode::BadFileType, L"The file type is not supported here."},
-    CErrorText{ErrorCode::FileTooLarge, L"The file size exceeds the limit allowed."},
-    CErrorText{ErrorCode::MoreData, L"More data is available."},
-    CErrorText{ErrorCode::WaitTimeout, L"The wait operation timed out."},
-    CErrorText{ErrorCode::NoMoreItems, L"No more data is available."},
-    CErrorText{ErrorCode::Directory, L"The directory name is invalid."},
-    CErrorText{ErrorCode::MessageNotFound, L"The system cannot find the text of the message."},
-    CErrorText{ErrorCode::OperationAborted, L"The I/O operation has been aborted."},
-    CErrorText{ErrorCode::BadDatabase, L"The configuration registry database is corrupt."},
-    CErrorText{ErrorCode::BadKey, L"The configuration registry key is invalid."},
-    CErrorText{ErrorCode::CannotOpenRegistry, L"The configuration registry key could not be opened."},
-    CErrorText{ErrorCode::RegistryCorrupt, L"The registry file is damaged, or is no registry file."},
-    CErrorText{ErrorCode::RegistryIoFailed, L"The registry file could not be read or written."},
-    CErrorText{ErrorCode::KeyDeleted, L"The registry key has been marked for deletion."},
-    CErrorText{ErrorCode::IoDevice, L"The request could not be performed because of an I/O device error."},
-    CErrorText{ErrorCode::TooManyLinks, L"Too many links lead to the file."},
-    CErrorText{ErrorCode::Cancelled, L"The operation was cancelled."},
-    CErrorText{ErrorCode::PrivilegeNotHeld, L"A required privilege is not held by the client."},
-    CErrorText{ErrorCode::NoSystemResources, L"Insufficient system resources exist for this operation."},
-    CErrorText{ErrorCode::Timeout, L"The operation returned because the time limit expired."},
-    CErrorText{ErrorCode::CantResolveFilename, L"The name of the file cannot be resolved by the system."},
-    CErrorText{ErrorCode::AddressAlreadyInUse, L"Only one use of each socket address is permitted."},
-    CErrorText{ErrorCode::AddressNotAvailable, L"The requested address is not valid on this machine."},
-    CErrorText{ErrorCode::ConnectionRefused, L"The target machine actively refused the connection."},
-};
-
-}  // namespace
 
 ErrorCode ErrorFromErrno(int value) noexcept {
     switch (value) {
@@ -114,10 +46,65 @@ ErrorCode ErrorFromErrno(int value) noexcept {
 }
 
 std::optional<std::wstring> SystemMessage(std::uint32_t number) {
-    auto found = std::find_if(kTexts.begin(), kTexts.end(),
-                              [number](const CErrorText& entry) { return ToNumber(entry.code) == number; });
-    if (found == kTexts.end()) return std::nullopt;
-    return std::wstring(found->text);
+    switch (static_cast<ErrorCode>(number)) {
+        case ErrorCode::Success: return L"The operation completed successfully.";
+        case ErrorCode::InvalidFunction: return L"Incorrect function.";
+        case ErrorCode::FileNotFound: return L"The system cannot find the file specified.";
+        case ErrorCode::PathNotFound: return L"The system cannot find the path specified.";
+        case ErrorCode::TooManyOpenFiles: return L"The system cannot open the file: too many files are open.";
+        case ErrorCode::AccessDenied: return L"Access is denied.";
+        case ErrorCode::InvalidHandle: return L"The handle is invalid.";
+        case ErrorCode::NotEnoughMemory: return L"Not enough memory is available for this operation.";
+        case ErrorCode::InvalidData: return L"The data is invalid.";
+        case ErrorCode::NotSameDevice: return L"The file cannot be moved to a different disk drive.";
+        case ErrorCode::WriteProtect: return L"The media is write protected.";
+        case ErrorCode::WriteFault: return L"The system cannot write to the specified device.";
+        case ErrorCode::ReadFault: return L"The system cannot read from the specified device.";
+        case ErrorCode::GenFailure: return L"A device attached to the system is not functioning.";
+        case ErrorCode::SharingViolation: return L"The file is being used by another process.";
+        case ErrorCode::HandleDiskFull: return L"The disk is full.";
+        case ErrorCode::NotSupported: return L"The request is not supported.";
+        case ErrorCode::FileExists: return L"The file exists.";
+        case ErrorCode::InvalidParameter: return L"The parameter is incorrect.";
+        case ErrorCode::BrokenPipe: return L"The pipe has been ended.";
+        case ErrorCode::DiskFull: return L"There is not enough space on the disk.";
+        case ErrorCode::CallNotImplemented: return L"This function is not supported on this system.";
+        case ErrorCode::InsufficientBuffer: return L"The data area passed to a system call is too small.";
+        case ErrorCode::InvalidName:
+            return L"The file name, directory name or volume label syntax is incorrect.";
+        case ErrorCode::ModuleNotFound: return L"The specified module could not be found.";
+        case ErrorCode::DirectoryNotEmpty: return L"The directory is not empty.";
+        case ErrorCode::BadPathname: return L"The specified path is invalid.";
+        case ErrorCode::Busy: return L"The requested resource is in use.";
+        case ErrorCode::AlreadyExists: return L"Cannot create a file when that file already exists.";
+        case ErrorCode::FilenameExcedsRange: return L"The file name or extension is too long.";
+        case ErrorCode::BadFileType: return L"The file type is not supported here.";
+        case ErrorCode::FileTooLarge: return L"The file size exceeds the limit allowed.";
+        case ErrorCode::MoreData: return L"More data is available.";
+        case ErrorCode::WaitTimeout: return L"The wait operation timed out.";
+        case ErrorCode::NoMoreItems: return L"No more data is available.";
+        case ErrorCode::Directory: return L"The directory name is invalid.";
+        case ErrorCode::MessageNotFound: return L"The system cannot find the text of the message.";
+        case ErrorCode::OperationAborted: return L"The I/O operation has been aborted.";
+        case ErrorCode::BadDatabase: return L"The configuration registry database is corrupt.";
+        case ErrorCode::BadKey: return L"The configuration registry key is invalid.";
+        case ErrorCode::CannotOpenRegistry: return L"The configuration registry key could not be opened.";
+        case ErrorCode::RegistryCorrupt: return L"The registry file is damaged, or is no registry file.";
+        case ErrorCode::RegistryIoFailed: return L"The registry file could not be read or written.";
+        case ErrorCode::KeyDeleted: return L"The registry key has been marked for deletion.";
+        case ErrorCode::IoDevice:
+            return L"The request could not be performed because of an I/O device error.";
+        case ErrorCode::TooManyLinks: return L"Too many links lead to the file.";
+        case ErrorCode::Cancelled: return L"The operation was cancelled.";
+        case ErrorCode::PrivilegeNotHeld: return L"A required privilege is not held by the client.";
+        case ErrorCode::NoSystemResources: return L"Insufficient system resources exist for this operation.";
+        case ErrorCode::Timeout: return L"The operation returned because the time limit expired.";
+        case ErrorCode::CantResolveFilename: return L"The name of the file cannot be resolved by the system.";
+        case ErrorCode::AddressAlreadyInUse: return L"Only one use of each socket address is permitted.";
+        case ErrorCode::AddressNotAvailable: return L"The requested address is not valid on this machine.";
+        case ErrorCode::ConnectionRefused: return L"The target machine actively refused the connection.";
+    }
+    return std::nullopt;
 }
 
 }  // namespace quorbel
