@@ -1,6 +1,5 @@
 #include "platform/Clock.h"
 
-#include <poll.h>
 #include <time.h>
 
 namespace quorbel {
@@ -27,10 +26,7 @@ class CSystemClock final : public IClock {
         return (static_cast<std::uint64_t>(now.tv_sec) + kSecondsFrom1601To1970) * kUnitsPerSecond +
                static_cast<std::uint64_t>(now.tv_nsec) / 100;
     }
-    void Pause(std::chrono::milliseconds duration, CEvent& wake) override {
-        pollfd entry{wake.Descriptor(), POLLIN, 0};
-        ::poll(&entry, 1, static_cast<int>(duration.count()));
-    }
+    void Pause(std::chrono::milliseconds duration, CEvent& wake) override { WaitUntilSet(wake, duration); }
 };
 
 }  // namespace
@@ -38,6 +34,13 @@ class CSystemClock final : public IClock {
 IClock& SystemClock() {
     static CSystemClock clock;
     return clock;
+}
+
+std::uint64_t ToFileTime(std::chrono::nanoseconds sinceUnixStart) noexcept {
+    const auto units =
+        std::chrono::floor<std::chrono::duration<std::int64_t, std::ratio<1, kUnitsPerSecond>>>(
+            sinceUnixStart);
+    return static_cast<std::uint64_t>(units.count()) + kSecondsFrom1601To1970 * kUnitsPerSecond;
 }
 
 CUnixTime ToUnixTime(std::uint64_t fileTime) noexcept {

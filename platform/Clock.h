@@ -28,5 +28,7 @@ struct CUnixTime {
     std::uint32_t fraction;
 };
 CUnixTime ToUnixTime(std::uint64_t fileTime) noexcept;
+/// Units of 100 nanoseconds since 1601 of a time since 1970, which may be negative.
+std::uint64_t ToFileTime(std::chrono::nanoseconds sinceUnixStart) noexcept;
 
 }  // namespace quorbel

@@ -1,12 +1,38 @@
 #include "platform/Event.h"
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <limits>
 #include <poll.h>
 #include <sys/eventfd.h>
 
-#include <array>
-#include <cerrno>
-
 namespace quorbel {
+
+namespace {
+
+/// The end of a wait that poll is called for as often as it takes: a signal or poll's own range may end one
+/// call.
+class CDeadline {
+ public:
+    explicit CDeadline(std::optional<std::chrono::milliseconds> timeout) {
+        constexpr std::chrono::hours kCentury{876'600};  // the clock's range would end at three of them
+        if (timeout) m_end = Clock::now() + std::min<std::chrono::milliseconds>(*timeout, kCentury);
+    }
+    bool HasPassed() const { return m_end && Clock::now() >= *m_end; }
+    /// What to call poll with.
+    int PollTime() const {
+        if (!m_end) return -1;
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*m_end - Clock::now()).count();
+        return static_cast<int>(std::clamp<std::int64_t>(left, 0, std::numeric_limits<int>::max()));
+    }
+
+ private:
+    using Clock = std::chrono::steady_clock;
+    std::optional<Clock::time_point> m_end;
+};
+
+}  // namespace
 
 CResult<std::shared_ptr<CEvent>> CEvent::Create(EventReset reset) {
     CFileDescriptor descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
@@ -41,24 +67,26 @@ CResult<std::size_t> WaitForAny(std::initializer_list<CEvent*> events,
                                 std::optional<std::chrono::milliseconds> timeout) {
     std::array<pollfd, 16> entries{};
     assert(events.size() <= entries.size());
-    const auto deadline = std::chrono::steady_clock::now() + timeout.value_or(std::chrono::milliseconds(0));
+    const CDeadline deadline(timeout);
     for (;;) {
         std::size_t count = 0;
         for (CEvent* event : events) entries[count++] = {event->Descriptor(), POLLIN, 0};
-        int wait = -1;
-        if (timeout) {
-            auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-            wait = static_cast<int>(std::max<std::int64_t>(0, left.count()));
-        }
-        const int ready = ::poll(entries.data(), count, wait);
+        const int ready = ::poll(entries.data(), count, deadline.PollTime());
         if (ready < 0 && errno != EINTR) return ErrorFromErrno(errno);
-        if (ready == 0) return ErrorCode::WaitTimeout;
+        if (ready == 0 && deadline.HasPassed()) return ErrorCode::WaitTimeout;
         std::size_t index = 0;
         for (CEvent* event : events) {
             // Another waiter may have taken an automatic event since poll saw it: only Test decides.
             if ((entries[index].revents != 0 || ready < 0) && event->Test()) return index;
             ++index;
         }
+    }
+}
+
+void WaitUntilSet(const CEvent& event, std::chrono::milliseconds timeout) noexcept {
+    const CDeadline deadline(timeout);
+    pollfd entry{event.Descriptor(), POLLIN, 0};
+    while (::poll(&entry, 1, deadline.PollTime()) != 1 && !deadline.HasPassed()) {
     }
 }
 

@@ -43,4 +43,7 @@ class CEvent {
 CResult<std::size_t> WaitForAny(std::initializer_list<CEvent*> events,
                                 std::optional<std::chrono::milliseconds> timeout = std::nullopt);
 
+/// Waits until the event is set, and leaves it set, or the time has passed.
+void WaitUntilSet(const CEvent& event, std::chrono::milliseconds timeout) noexcept;
+
 }  // namespace quorbel
