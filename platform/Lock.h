@@ -47,8 +47,8 @@ class CMutex {
         m_mutex.lock();
     }
     void unlock() {
-        m_mutex.unlock();
         detail::NoteRelease(m_rank);
+        m_mutex.unlock();
     }
 
  private:
@@ -74,9 +74,16 @@ class CReadWriteLock {
         detail::NoteAcquire(m_rank);
         ::pthread_rwlock_rdlock(&m_lock);
     }
-    void unlock() {
-        ::pthread_rwlock_unlock(&m_lock);
+    /// Fails at once while a writer has the lock or waits for it.
+    bool try_lock_shared() {
+        detail::NoteAcquire(m_rank);
+        if (::pthread_rwlock_tryrdlock(&m_lock) == 0) return true;
         detail::NoteRelease(m_rank);
+        return false;
+    }
+    void unlock() {
+        detail::NoteRelease(m_rank);
+        ::pthread_rwlock_unlock(&m_lock);
     }
     void unlock_shared() { unlock(); }
 
