@@ -1,10 +1,9 @@
 #include "platform/File.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-
-#include <cerrno>
 
 #include "platform/LocalPath.h"
 
@@ -12,13 +11,16 @@ namespace quorbel {
 
 namespace {
 
-constexpr std::int64_t kNanoseconds = 1'000'000'000;
+/// Times beyond what 64 bits hold (the years 1677 to 2262) wrap around: they still tell versions apart.
+std::int64_t Nanoseconds(const timespec& time) noexcept {
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 +
+                                     static_cast<std::uint64_t>(time.tv_nsec));
+}
 
 CResult<CFileStamp> ToStamp(const struct stat& status) {
     if (!S_ISREG(status.st_mode)) return ErrorCode::FileNotFound;
     return CFileStamp{status.st_dev, status.st_ino, static_cast<std::uint64_t>(status.st_size),
-                      status.st_mtim.tv_sec * kNanoseconds + status.st_mtim.tv_nsec,
-                      status.st_ctim.tv_sec * kNanoseconds + status.st_ctim.tv_nsec};
+                      Nanoseconds(status.st_mtim), Nanoseconds(status.st_ctim)};
 }
 
 CResult<CFileStamp> StampOfLocal(const std::string& path) {
@@ -32,8 +34,8 @@ CResult<CFileStamp> StampOfLocal(const std::string& path) {
 CResult<CFile> CFile::Open(std::wstring_view path) {
     const auto local = ToLocalPath(path);
     if (!local.IsOk()) return local.Error();
-    // Opening a device may have effects, so its kind is looked at first; what is opened in the end is looked at
-    // again, since the name may have changed hands.
+    // Opening a device may have effects, so its kind is looked at first; what is opened in the end is looked
+    // at again, since the name may have changed hands.
     if (const auto before = StampOfLocal(local.Value()); !before.IsOk()) return before.Error();
     CFileDescriptor descriptor(::open(local.Value().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!descriptor.IsOpen()) return ErrorFromErrno(errno);
@@ -62,7 +64,8 @@ CResult<CFileStamp> StampOf(std::wstring_view path) {
 CResult<CFileDescriptor> OpenFolder(std::wstring_view path) {
     const auto local = ToLocalPath(path);
     if (!local.IsOk()) return local.Error();
-    CFileDescriptor descriptor(::open(local.Value().c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY | O_NONBLOCK));
+    CFileDescriptor descriptor(
+        ::open(local.Value().c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY | O_NONBLOCK));
     if (!descriptor.IsOpen()) return errno == ENOTDIR ? ErrorCode::Directory : ErrorFromErrno(errno);
     return descriptor;
 }
