@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 
 namespace quorbel {
@@ -141,7 +142,9 @@ class CComObject : public Interfaces... {
  private:
     template <class Interface>
     void Offer(const GUID& id, void** object) {
-        if (!*object && id == Interface::kId) *object = static_cast<Interface*>(this);
+        const bool isIts = id == Interface::kId ||
+                           (std::is_base_of_v<IDispatch, Interface> && id == IDispatch::kId);
+        if (!*object && isIts) *object = static_cast<Interface*>(this);
     }
     std::atomic<std::uint32_t> m_count{0};
 };
