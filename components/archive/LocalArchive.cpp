@@ -2,10 +2,12 @@
 
 #include <cstring>
 
+#include "platform/Clock.h"
 #include "platform/File.h"
 #include "platform/Hash.h"
 #include "platform/LocalPath.h"
 #include "platform/Text.h"
+#include "platform/UrlPath.h"
 #include "platform/com/ClassRegistry.h"
 
 namespace quorbel {
@@ -14,11 +16,14 @@ namespace {
 
 constexpr wchar_t kVersion[] = L"Quorbel Archive 7.30";
 constexpr wchar_t kSettingsPath[] = L"SOFTWARE\\Quorbel\\Archive";
-constexpr std::uint64_t kUnitsFrom1601To1970 = 116'444'736'000'000'000;
 
-HRESULT ToHResult(ErrorCode code) { return HResultFromWin32(ToNumber(code)); }
+HRESULT ToHResult(ErrorCode code) {
+    return HResultFromWin32(ToNumber(code));
+}
 
-bool IsSeparator(wchar_t character) noexcept { return character == L'/' || character == L'\\'; }
+bool IsSeparator(wchar_t character) noexcept {
+    return character == L'/' || character == L'\\';
+}
 
 bool IsDriveLetter(wchar_t character) noexcept {
     return (character >= L'A' && character <= L'Z') || (character >= L'a' && character <= L'z');
@@ -29,10 +34,11 @@ class CSettings {
  public:
     explicit CSettings(std::shared_ptr<IKey> localMachine) : m_localMachine(std::move(localMachine)) {}
 
-    /// A folder without trailing separators; an error when it is not configured.
+    /// A folder without trailing separators (the local root is empty); FileNotFound when it is not
+    /// configured.
     CResult<std::wstring> Folder(std::wstring_view subkey, std::wstring_view name) const {
-        auto key = m_localMachine->Open(std::wstring(kSettingsPath).append(L"\\").append(subkey),
-                                        KeyAccess::Read);
+        auto key =
+            m_localMachine->Open(std::wstring(kSettingsPath).append(L"\\").append(subkey), KeyAccess::Read);
         if (!key.IsOk()) return key.Error();
         const auto value = key.Value()->Query(name);
         if (!value.IsOk()) return value.Error();
@@ -41,6 +47,8 @@ class CSettings {
         }
         std::wstring folder = value.Value().AsText();
         if (value.Value().type == ValueType::ExpandableText) folder = ExpandEnvironment(folder);
+        // "/" is the local root, but an empty text is nothing that anyone means to publish.
+        if (folder.empty()) return ErrorCode::BadPathname;
         while (!folder.empty() && IsSeparator(folder.back())) folder.pop_back();
         return folder;
     }
@@ -76,6 +84,8 @@ class CLocalFile final : public CComObject<IArchiveFile, IArchiveFileInformation
 
     HRESULT GetPath(std::wstring* path) override {
         *path = L"0:" + m_localPath;
+        // What a name holds after the mark would be taken for a revision, unless one follows.
+        if (m_localPath.find(kRevisionMark) != std::wstring::npos) *path += kRevisionMark;
         return S_OK;
     }
 
@@ -84,7 +94,7 @@ class CLocalFile final : public CComObject<IArchiveFile, IArchiveFileInformation
         if (number != kArchiveFileInformation || size != sizeof information) return E_INVALIDARG;
         const std::uint64_t digest = Digest(m_stamp);
         information.size = m_stamp.size;
-        information.modified = static_cast<std::uint64_t>(m_stamp.modified / 100) + kUnitsFrom1601To1970;
+        information.modified = ToFileTime(std::chrono::nanoseconds(m_stamp.modified));
         information.word0 = static_cast<std::uint32_t>(digest);
         information.word1 = static_cast<std::uint32_t>(digest >> 32);
         std::memcpy(buffer, &information, sizeof information);
@@ -96,8 +106,9 @@ class CLocalFile final : public CComObject<IArchiveFile, IArchiveFileInformation
         constexpr std::uint32_t kNameOffset = 10;
         if (code != kArchiveViewPath || inputSize < kNameOffset) return E_INVALIDARG;
         const std::string_view block(static_cast<const char*>(input), inputSize);
-        const auto nameBytes = static_cast<unsigned char>(block[8]) | static_cast<unsigned char>(block[9]) << 8;
-        if (inputSize != kNameOffset + static_cast<std::uint32_t>(nameBytes)) return E_INVALIDARG;
+        const auto byteAt = [block](std::size_t at) { return static_cast<unsigned char>(block[at]); };
+        const std::uint32_t nameBytes = byteAt(8) + byteAt(9) * 0x100U;
+        if (inputSize != kNameOffset + nameBytes || nameBytes % 2 != 0) return E_INVALIDARG;
         const auto path = ViewPath(FromUtf16Bytes(block.substr(kNameOffset)));
         if (!path.IsOk()) return ToHResult(path.Error());
         if (path.Value().size() > outputSize) return ToHResult(ErrorCode::InsufficientBuffer);
@@ -109,13 +120,12 @@ class CLocalFile final : public CComObject<IArchiveFile, IArchiveFileInformation
  private:
     /// Path of a view, without the leading slash, with a revision that changes with the view file.
     CResult<std::wstring> ViewPath(const std::wstring& name) const {
-        const bool isName = !name.empty() && name != L"." && name != L".." &&
-                            name.find_first_of(std::wstring_view(L"/\\\0", 3)) == std::wstring::npos;
-        if (!isName) return ErrorCode::InvalidName;
+        const bool isName = !name.empty() && name.find_first_of(L"/\\") == std::wstring::npos;
+        if (!isName || !StaysWithin(L"", name)) return ErrorCode::InvalidName;
         const auto views = m_settings->Folder(L"", L"Views");
         if (!views.IsOk()) return views.Error();
         const std::wstring path = views.Value() + m_localPath + L"/" + name;
-        if (!IsSeparator(path.front())) return ErrorCode::BadPathname;
+        if (!IsSeparator(path.front()) || !StaysWithin(views.Value(), path)) return ErrorCode::BadPathname;
         const auto stamp = StampOf(path);
         if (!stamp.IsOk()) return stamp.Error();
         return path.substr(1) + kRevisionMark + ToHex(Digest(stamp.Value()), 16);
@@ -179,6 +189,7 @@ class CLocalArchive final : public CComObject<IArchiveFileSystem> {
             local = root.Value();
             if (path.size() > 2 && !IsSeparator(path[2])) local += L'/';
             local += path.substr(2);
+            if (local.empty()) local = L"/";
         }
         if (local.empty() || !IsSeparator(local.front())) return ErrorCode::BadPathname;
         std::replace(local.begin(), local.end(), L'\\', L'/');
