@@ -96,19 +96,19 @@ class CLayerReader {
     CStatus ReadLocations(const CRegistryKey& layer) {
         const auto locations = layer.OpenKey(L"Locations", KeyAccess::Read);
         if (!locations.IsOk()) return {};
-        return locations.Value().EnumerateSubkeys(
-            [&](const std::wstring& path) { return ReadLocation(locations.Value(), path); });
+        return locations.Value().EnumerateKeys(
+            [this](const std::wstring& path, const CRegistryKey& location) {
+                return ReadLocation(path, location);
+            });
     }
 
-    CStatus ReadLocation(const CRegistryKey& locations, const std::wstring& path) {
-        const auto location = locations.OpenKey(path, KeyAccess::Read);
-        if (!location.IsOk()) return SystemError(location.Error());
+    CStatus ReadLocation(const std::wstring& path, const CRegistryKey& location) {
         TextMap values;
         const auto add = [&values](const std::wstring& name, std::wstring text) {
             values[name] = std::move(text);
             return CStatus();
         };
-        RETURN_IF_FAILED(location.Value().EnumerateValues(
+        RETURN_IF_FAILED(location.EnumerateValues(
             add,
             [&add](const std::wstring& name, std::uint32_t number) {
                 return add(name, std::to_wstring(number));

@@ -39,17 +39,30 @@ CResult<CRegistryKey> CRegistryKey::OpenKey(std::wstring_view path, KeyAccess ac
     return Wrap(m_key->Open(path, access));
 }
 
-CResult<CRegistryKey> CRegistryKey::CreateKey(std::wstring_view path) { return Wrap(m_key->Create(path)); }
+CResult<CRegistryKey> CRegistryKey::CreateKey(std::wstring_view path) {
+    return Wrap(m_key->Create(path));
+}
 
-CResult<CRegistryKey> CRegistryKey::DuplicateKey() const { return Wrap(m_key->Duplicate()); }
+CResult<CRegistryKey> CRegistryKey::DuplicateKey() const {
+    return Wrap(m_key->Duplicate());
+}
 
-CResult<CValue> CRegistryKey::QueryValue(std::wstring_view name) const { return m_key->Query(name); }
+CResult<CValue> CRegistryKey::QueryValue(std::wstring_view name) const {
+    return m_key->Query(name);
+}
 
 CStatus CRegistryKey::EnumerateSubkeys(const OnSubkey& onSubkey) const {
     const auto names = m_key->Subkeys();
     if (!names.IsOk()) return SystemError(names.Error());
     for (const std::wstring& name : names.Value()) RETURN_IF_FAILED(onSubkey(name));
     return {};
+}
+
+CStatus CRegistryKey::EnumerateKeys(const OnKey& onKey) const {
+    return EnumerateSubkeys([&](const std::wstring& name) {
+        const auto key = OpenKey(name, KeyAccess::Read);
+        return key.IsOk() ? onKey(name, key.Value()) : SystemError(key.Error());
+    });
 }
 
 CStatus CRegistryKey::EnumerateValues(const OnText& onText, const OnNumber32& onNumber32,

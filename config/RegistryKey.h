@@ -10,12 +10,13 @@
 
 namespace quorbel {
 
-/// An open key of the configuration tree; it closes with the object. Movable, not copied: DuplicateKey gives a
-/// second handle. Operations that the caller may expect to fail return the store's error number; enumerations
-/// return a status whose error names the store module.
+/// An open key of the configuration tree; it closes with the object. Movable, not copied: DuplicateKey gives
+/// a second handle. Operations that the caller may expect to fail return the store's error number;
+/// enumerations return a status whose error names the store module.
 class CRegistryKey {
  public:
     using OnSubkey = std::function<CStatus(const std::wstring& name)>;
+    using OnKey = std::function<CStatus(const std::wstring& name, const CRegistryKey& key)>;
     using OnText = std::function<CStatus(const std::wstring& name, const std::wstring& text)>;
     using OnNumber32 = std::function<CStatus(const std::wstring& name, std::uint32_t number)>;
     using OnNumber64 = std::function<CStatus(const std::wstring& name, std::uint64_t number)>;
@@ -33,8 +34,10 @@ class CRegistryKey {
     CResult<CValue> QueryValue(std::wstring_view name) const;
     /// Calls back for each subkey until a call fails; that failure is returned.
     CStatus EnumerateSubkeys(const OnSubkey& onSubkey) const;
-    /// Calls back for each value of the types that a callback is given for, until a call fails. Expandable text is
-    /// delivered expanded. Values of other types, and numbers of a wrong size, are skipped.
+    /// The same with each subkey opened for reading; one that cannot be opened is a failure.
+    CStatus EnumerateKeys(const OnKey& onKey) const;
+    /// Calls back for each value of the types that a callback is given for, until a call fails. Expandable
+    /// text is delivered expanded. Values of other types, and numbers of a wrong size, are skipped.
     CStatus EnumerateValues(const OnText& onText, const OnNumber32& onNumber32,
                             const OnNumber64& onNumber64) const;
 
