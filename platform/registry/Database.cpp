@@ -10,6 +10,19 @@ namespace {
 
 constexpr std::uint64_t kPageSize = 4096;
 
+/// True when a write has failed for a limit of the process or a quota of its user, which SQLite, unlike a
+/// device without space, reports like any other failed write. In WAL mode all writes of a transaction go to
+/// the log.
+bool IsAtLimit(sqlite3* connection) noexcept {
+    if (::sqlite3_extended_errcode(connection) != SQLITE_IOERR_WRITE) return false;
+    sqlite3_file* log = nullptr;
+    ::sqlite3_file_control(connection, nullptr, SQLITE_FCNTL_JOURNAL_POINTER, &log);
+    if (!log || !log->pMethods) return false;
+    int error = 0;
+    log->pMethods->xFileControl(log, SQLITE_FCNTL_LAST_ERRNO, &error);
+    return error == EFBIG || error == EDQUOT;
+}
+
 /// The one place where SQLite's results become error numbers.
 ErrorCode Translate(int result, sqlite3* connection) noexcept {
     const int systemError = connection ? ::sqlite3_system_errno(connection) : 0;
@@ -39,8 +52,7 @@ ErrorCode Translate(int result, sqlite3* connection) noexcept {
             if (systemError == EACCES || systemError == EPERM) return ErrorCode::AccessDenied;
             return ErrorCode::CannotOpenRegistry;
         case SQLITE_IOERR:
-            if (systemError == ENOSPC || systemError == EDQUOT || systemError == EFBIG)
-                return ErrorCode::DiskFull;
+            if (connection && IsAtLimit(connection)) return ErrorCode::DiskFull;
             return ErrorCode::RegistryIoFailed;
         // A table that is missing or of another shape: the file is not a registry, or is damaged.
         case SQLITE_ERROR:

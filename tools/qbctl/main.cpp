@@ -1,1 +1,188 @@
-int main() { return 1; }
+#include <cstdio>
+
+#include "platform/Text.h"
+#include "tools/qbctl/Commands.h"
+
+namespace quorbel {
+namespace {
+
+using Words = std::span<const std::wstring>;
+
+constexpr OptionKind kFlag = OptionKind::Flag;
+constexpr OptionKind kValue = OptionKind::Value;
+
+const CCommand kCommands[] = {
+    {L"reg query",
+     {{L"/v", kValue}, {L"/ve", kFlag}, {L"/s", kFlag}, {L"--json", kFlag}},
+     1,
+     1,
+     LR"(Usage: qbctl reg query KEY [/v NAME | /ve] [/s] [--json]
+Shows a key's values and subkeys. KEY begins with HKLM or HKEY_LOCAL_MACHINE.
+  /v NAME   only this value
+  /ve       only the default value
+  /s        all keys below as well
+  --json    one object a key and line: "key", "values" (name, type, data), "subkeys"
+)",
+     RegQuery},
+    {L"reg add",
+     {{L"/v", kValue}, {L"/ve", kFlag}, {L"/t", kValue}, {L"/d", kValue}, {L"/s", kValue}, {L"/f", kFlag}},
+     1,
+     1,
+     LR"(Usage: qbctl reg add KEY [/v NAME | /ve] [/t TYPE] [/d DATA] [/s SEPARATOR] [/f]
+Creates a key, and sets a value of it when /v, /ve, /t or /d is given.
+  /v NAME       the value's name
+  /ve           the default value (also when neither /v nor /ve is given)
+  /t TYPE       REG_SZ (when not given), REG_EXPAND_SZ, REG_MULTI_SZ, REG_DWORD, REG_QWORD, REG_BINARY, REG_NONE
+  /d DATA       numbers: decimal or 0x and hexadecimal; REG_BINARY and REG_NONE: hexadecimal bytes
+  /s SEPARATOR  what separates the texts of REG_MULTI_SZ; \0 when not given
+  /f            replaces a value without asking
+What follows /v, /t, /d and /s is taken as it stands.
+)",
+     RegAdd},
+    {L"reg delete",
+     {{L"/v", kValue}, {L"/ve", kFlag}, {L"/va", kFlag}, {L"/f", kFlag}},
+     1,
+     1,
+     LR"(Usage: qbctl reg delete KEY [/v NAME | /ve | /va] [/f]
+Deletes a key with everything below it, or a value of it.
+  /v NAME   this value
+  /ve       the default value
+  /va       all values of the key
+  /f        without asking
+)",
+     RegDelete},
+    {L"reg import",
+     {},
+     1,
+     1,
+     LR"(Usage: qbctl reg import FILE
+Applies a .reg file (version 5.00, UTF-16 or UTF-8): all of it or, when a line is wrong, nothing. "-" reads
+standard input.
+)",
+     RegImport},
+    {L"reg export",
+     {{L"/y", kFlag}, {L"/f", kFlag}},
+     2,
+     2,
+     LR"(Usage: qbctl reg export KEY FILE [/y]
+Writes a key and everything below it to a .reg file (version 5.00, UTF-16). "-" writes to standard output.
+  /y   replaces a file without asking (so does /f)
+)",
+     RegExport},
+    {L"host list",
+     {{L"--json", kFlag}},
+     0,
+     0,
+     LR"(Usage: qbctl host list [--json]
+Lists the hosts that are configured. A column is "-" where the host leaves it to the layers below.
+  --json    one object a host and line
+)",
+     HostList},
+    {L"host add",
+     {{L"--port", kValue},
+      {L"--protocol", kValue},
+      {L"--application", kValue},
+      {L"--anon-root", kValue},
+      {L"--user-root", kValue},
+      {L"--admin-root", kValue}},
+     1,
+     1,
+     LR"(Usage: qbctl host add NAME [OPTION VALUE]...
+Adds a host. NAME is the name that it is asked for by, such as www.example.org or localhost.
+  --protocol PROTOCOL   http or https (https when no layer sets it)
+  --port NUMBER         1 to 65535 (443 when no layer sets it)
+  --anon-root FOLDER    what everybody may read
+  --user-root FOLDER    what users may read who have signed in
+  --admin-root FOLDER   what administrators may read
+  --application NAME    the application whose values and locations the host takes on
+A host is served when it, its application or the applications key names at least one folder.
+)",
+     HostAdd},
+    {L"host remove",
+     {{L"/f", kFlag}, {L"--force", kFlag}},
+     1,
+     1,
+     LR"(Usage: qbctl host remove NAME [--force]
+Removes a host with everything below its key, its users included.
+  --force   without asking (so does /f)
+)",
+     HostRemove},
+    {L"events",
+     {{L"--json", kFlag}},
+     0,
+     0,
+     LR"(Usage: qbctl events [--json]
+Lists the service's events, oldest first.
+  --json    one object an event and line: "time", "id", "severity", "strings", "source", "line", "user"
+)",
+     Events},
+};
+
+ExitCode ShowCommands(std::FILE* stream) {
+    std::fputs(
+        "Usage: qbctl COMMAND ...\n"
+        "  reg query|add|delete|import|export   the registry\n"
+        "  host list|add|remove                 the hosts that are served\n"
+        "  events                               the service's events\n"
+        "Type \"qbctl COMMAND --help\" for a command's help.\n"
+        "Everything is kept in $QUORBEL_ROOT, else in /var/lib/quorbel for root, else in the user's state "
+        "folder.\n",
+        stream);
+    return stream == stdout ? ExitCode::Success : ExitCode::Usage;
+}
+
+/// Finds the command that the words begin with and drops its name from them.
+const CCommand* FindCommand(Words& words) {
+    for (const CCommand& command : kCommands) {
+        const std::size_t count = command.name.find(L' ') == command.name.npos ? 1 : 2;
+        if (words.size() < count) continue;
+        const std::wstring typed = count == 1 ? words[0] : words[0] + L' ' + words[1];
+        if (typed != command.name) continue;
+        words = words.subspan(count);
+        return &command;
+    }
+    return nullptr;
+}
+
+ExitCode RunCommand(const CCommand& command, Words words) {
+    const std::wstring typed = L"qbctl " + std::wstring(command.name);
+    std::vector<COption> options = command.options;
+    options.push_back({L"--help", kFlag});
+    const auto parsed = CArguments::Parse(words, options);
+    if (const auto* reason = std::get_if<std::wstring>(&parsed)) return FailUsage(*reason, typed);
+    const auto& arguments = std::get<CArguments>(parsed);
+    if (arguments.Has(L"--help")) {
+        Print(command.help);
+        return ExitCode::Success;
+    }
+    const auto& operands = arguments.Operands();
+    if (operands.size() < command.fewestOperands) return FailUsage(L"An argument is missing.", typed);
+    if (operands.size() > command.mostOperands) {
+        return FailUsage(L"Unexpected argument: " + operands[command.mostOperands], typed);
+    }
+    return command.run(arguments);
+}
+
+ExitCode Run(Words words) {
+    if (words.empty()) return ShowCommands(stderr);
+    if (const CCommand* command = FindCommand(words)) return RunCommand(*command, words);
+    if (words.back() == L"--help") return ShowCommands(stdout);
+    return FailUsage(L"Unknown command: " + words[0] + (words.size() > 1 ? L' ' + words[1] : L""), L"qbctl");
+}
+
+}  // namespace
+}  // namespace quorbel
+
+int main(int count, char** words) {
+    using namespace quorbel;
+    std::vector<std::wstring> decoded;
+    for (int i = 1; i < count; ++i) {
+        auto word = FromUtf8Strict(words[i]);
+        if (!word) return static_cast<int>(FailUsage(L"An argument is not valid UTF-8.", L"qbctl"));
+        decoded.push_back(*std::move(word));
+    }
+    ExitCode code = Run(decoded);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+        code = Fail(L"Standard output cannot be written.");
+    return static_cast<int>(code);
+}

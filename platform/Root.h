@@ -1,0 +1,20 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+
+#include "platform/Error.h"
+#include "platform/registry/Key.h"
+
+namespace quorbel {
+
+/// The folder that everything the platform stores is under, created when it is missing (mode 0711: others may
+/// pass through it to what is open to them): $QUORBEL_ROOT, else /var/lib/quorbel for the superuser, else
+/// $XDG_STATE_HOME/quorbel, else ~/.local/state/quorbel. An absolute path. PathNotFound when none of these is
+/// known, BadPathname when the variable's path is relative.
+CResult<std::filesystem::path> OpenRootFolder();
+
+/// The registry in "registry" (mode 0700) under the root folder.
+CResult<std::shared_ptr<IRegistry>> OpenRootRegistry();
+
+}  // namespace quorbel
