@@ -1,5 +1,4 @@
 #include "LibService/EventLog.h"
-
 #include "LibService/MessageIds.h"
 #include "platform/Text.h"
 #include "tests/support/EventRecorder.h"
@@ -12,7 +11,9 @@ constexpr std::wstring_view kName = L"Quorbel HTTP Service";
 const std::wstring kSourceKey =
     L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Quorbel HTTP Service\\Quorbel HTTP Service";
 
-std::wstring ModuleText() { return FromUtf8(std::string(QUORBEL_PROGRAMS) + "/EvtQBHTTPService.dll"); }
+std::wstring ModuleText() {
+    return FromUtf8(std::string(QUORBEL_PROGRAMS) + "/EvtQBHTTPService.dll");
+}
 
 std::unique_ptr<IKey> SourceKey(const CFakeKey& root) {
     auto key = root.Open(kSourceKey, KeyAccess::ReadWrite);

@@ -12,17 +12,36 @@ std::shared_ptr<const CMessageModule> Load(const char* name) {
 }
 
 const std::map<std::uint32_t, std::size_t> kEvents{
-    {message::kServiceStarted, 1},      {message::kServiceStopping, 1},
-    {message::kSystemError, 2},         {message::kAllocationFailed, 1},
-    {message::kUnhandledFault, 1},      {message::kCaughtException, 1},
-    {message::kSystemErrorWithText, 3}, {message::kFolderUnavailable, 2},
-    {message::kLocationWithoutHandler, 1}, {message::kUnknownHandler, 2},
-    {message::kStandardException, 1},   {message::kNotFound, 2},
+    {message::kServiceStarted, 1},
+    {message::kServiceStopping, 1},
+    {message::kSystemError, 2},
+    {message::kAllocationFailed, 1},
+    {message::kUnhandledFault, 1},
+    {message::kCaughtException, 1},
+    {message::kSystemErrorWithText, 3},
+    {message::kFolderUnavailable, 2},
+    {message::kLocationWithoutHandler, 1},
+    {message::kUnknownHandler, 2},
+    {message::kStandardException, 1},
+    {message::kNotFound, 2},
     {message::kConfigurationMissing, 0},
     // Without a name so far.
-    {0xC0000069, 1}, {0x8000006B, 1}, {0xC0000A8C, 1}, {0xC0000A8D, 1}, {0xC0000A8E, 1}, {0xC0000A8F, 1},
-    {0xC0000A90, 1}, {0xC0000A91, 0}, {0xC0000A92, 1}, {0xC0000A93, 2}, {0xC0000A94, 2}, {0xC0000A95, 1},
-    {0xC0000A96, 2}, {0xC0000A97, 1}, {0xC0000A98, 1}, {0xC0000A99, 1},
+    {0xC0000069, 1},
+    {0x8000006B, 1},
+    {0xC0000A8C, 1},
+    {0xC0000A8D, 1},
+    {0xC0000A8E, 1},
+    {0xC0000A8F, 1},
+    {0xC0000A90, 1},
+    {0xC0000A91, 0},
+    {0xC0000A92, 1},
+    {0xC0000A93, 2},
+    {0xC0000A94, 2},
+    {0xC0000A95, 1},
+    {0xC0000A96, 2},
+    {0xC0000A97, 1},
+    {0xC0000A98, 1},
+    {0xC0000A99, 1},
 };
 
 TEST(EventTexts, TakeAsManyInsertsAsAreReported) {
@@ -51,7 +70,7 @@ TEST(EventTexts, ShowEveryInsertAndAreOneLine) {
 
 TEST(TraceTexts, TakeAsManyInsertsAsAreTraced) {
     const std::map<std::uint32_t, std::size_t> expected{
-        {trace::kServiceStart, 0},   {trace::kRunRoutine, 0},     {trace::kServiceStop, 0},
+        {trace::kServiceStart, 0},     {trace::kRunRoutine, 0},     {trace::kServiceStop, 0},
         {trace::kMainThreadFailed, 0}, {trace::kListenerOpened, 1}, {trace::kListenerFailed, 1},
         {trace::kListenersStopped, 0}, {trace::kRequest, 1},        {trace::kMethodRefused, 2},
     };

@@ -1,8 +1,7 @@
-#include "LibService/Status.h"
-
 #include <stdexcept>
 
 #include "LibService/MessageIds.h"
+#include "LibService/Status.h"
 #include "tests/support/EventRecorder.h"
 
 namespace quorbel {
@@ -30,8 +29,14 @@ TEST(Status, KeepsItsErrorWhenACopyTakesAnother) {
 
 TEST(Status, TrimsLineEndsAndOneFullStopOffAnInsert) {
     const std::pair<const wchar_t*, const wchar_t*> cases[] = {
-        {L"", L""},          {L".", L""},          {L"...", L".."},       {L"text.\r\n", L"text"},
-        {L"\r\n", L""},      {L"a\r\nb\n.\r", L"ab"}, {L"text. ", L"text. "}, {L"\n.\n.\n", L"."},
+        {L"", L""},
+        {L".", L""},
+        {L"...", L".."},
+        {L"text.\r\n", L"text"},
+        {L"\r\n", L""},
+        {L"a\r\nb\n.\r", L"ab"},
+        {L"text. ", L"text. "},
+        {L"\n.\n.\n", L"."},
     };
     for (const auto& [text, trimmed] : cases) EXPECT_EQ(TrimInsert(text), trimmed);
 }
@@ -87,7 +92,8 @@ TEST(Status, TakesAsManyInsertsAsTheMessagesTextRefersTo) {
     const CRecordedEventLog log(folder / "module");
     constexpr std::uint32_t kId = 0xC0000001;
     EXPECT_THAT(InsertsOf(MessageError(kId)), testing::ElementsAre(L"", L"", L""));
-    EXPECT_THAT(InsertsOf(MessageError(kId, {L"a", L"b", L"c", L"d"})), testing::ElementsAre(L"a", L"b", L"c"));
+    EXPECT_THAT(InsertsOf(MessageError(kId, {L"a", L"b", L"c", L"d"})),
+                testing::ElementsAre(L"a", L"b", L"c"));
     EXPECT_EQ(MessageError(kId, {L"a", L"b", L"c"}).Text(), L"a and c");
     EXPECT_EQ(MessageError(0xC0000002, {L"a"}).Error()->GetInsertCount(), 0U);
     EXPECT_EQ(MessageError(0xC0000002, {L"a"}).Text(), L"Error message -1073741822");

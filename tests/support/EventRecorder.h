@@ -27,8 +27,8 @@ class CEventRecorder final : public IEventSink {
     std::vector<CEventEntry> m_entries;
 };
 
-/// The event log with a recorder for its sink and the service's message module, or another one; put back to how it
-/// was at the end.
+/// The event log with a recorder for its sink and the service's message module, or another one; put back to
+/// how it was at the end.
 class CRecordedEventLog {
  public:
     CRecordedEventLog() : CRecordedEventLog(std::string(QUORBEL_PROGRAMS) + "/EvtQBHTTPService.dll") {}
