@@ -90,7 +90,8 @@ class [[nodiscard]] CResult {
 
     T& Value() & { return std::get<0>(m_content); }
     const T& Value() const& { return std::get<0>(m_content); }
-    T&& Value() && { return std::get<0>(std::move(m_content)); }
+    /// By value, so that a range-for over a call's result does not outlive it.
+    T Value() && { return std::get<0>(std::move(m_content)); }
 
  private:
     std::variant<T, ErrorCode> m_content;

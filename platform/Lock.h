@@ -15,8 +15,10 @@ enum class LockRank : std::uint8_t {
     RoutingCache = 20,           ///< lock B: a listener's routing cache
     HandlerFactories = 25,
     NotFoundEvents = 30,
-    FolderSearch = 40,
-    FolderListing = 50,
+    FolderSearch = 40,     ///< the watched folders and the searched paths
+    FolderFollowers = 43,  ///< who follows one searched path
+    FolderFilling = 46,    ///< one thread at a time reads a folder into its listing
+    FolderListing = 50,    ///< the names in one folder
     MessageModule = 60,
     EventLog = 70,
     TraceLogger = 80,

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -10,7 +13,8 @@
 
 namespace quorbel {
 
-/// One interested party of the folders it searched: its event is set after a name in one of them changed.
+/// One interested party of the folders it searched: its event is set after a name in one of them changed. Who
+/// lets go of it is told nothing more.
 class IFolderFollower {
  public:
     virtual ~IFolderFollower() = default;
@@ -18,35 +22,71 @@ class IFolderFollower {
 
 struct CFolderMatches {
     std::vector<std::wstring> names;  ///< file names in ordinal order, at most kMaximum
-    /// True when every change that could alter this answer will set the follower's event; an answer that is not
-    /// followed must not be kept.
+    /// True when every change of a name that could alter this answer will set the follower's event; an answer
+    /// that is not followed must not be kept.
     bool followed = false;
     static constexpr std::size_t kMaximum = 16;
 };
 
-/// Wildcard search for regular files. A folder is listed once and its sorted listing is then kept up to date by
-/// file system notifications, so that a search costs the same in a small and in a large folder. Before the
+/// What a search object has done and holds, for diagnosis and tests.
+struct CFolderSearchCounters {
+    std::uint64_t listings = 0;  ///< folders read into a listing
+    std::uint64_t readings = 0;  ///< folders read for one answer only
+    std::uint64_t patches = 0;   ///< names put into or taken out of a listing by a notification
+    std::size_t paths = 0;       ///< folder paths remembered, missing ones included
+    std::size_t watches = 0;     ///< folders watched, those on the way to a searched folder included
+    std::size_t kept = 0;        ///< names held, each remembered path counting as kPathWeight names
+    static constexpr std::size_t kPathWeight = 16;
+};
+
+/// Wildcard search for regular files. A folder is listed once and its sorted listing is then kept up to date
+/// by file system notifications, so that a search costs the same in a small and in a large folder. Before the
 /// event of a follower is set, the listings have taken in the change.
 ///
-/// A folder that cannot be followed (no watch left, a network file system, events lost) is listed anew at every
-/// search, and its answers say so. All operations are safe to use from any thread.
+/// Every folder on the way is watched as well, through symbolic links too, for the one name that leads on: a
+/// missing folder that comes into being and a link that is turned elsewhere set the event. Folders on the way
+/// that may be passed but not read cannot be watched and are left out. A file system mounted over a folder on
+/// the way is noticed by the next search, but sets no event.
+///
+/// A folder that cannot be followed (no watch left, a network file system, events lost) is listed anew at
+/// every search, and its answers say so. So do answers that depend on a file that is a symbolic link: no
+/// notification tells when what it leads to vanishes. All operations are safe to use from any thread.
 class IFolderSearch {
  public:
     virtual ~IFolderSearch() = default;
 
     virtual std::shared_ptr<IFolderFollower> Follow(std::shared_ptr<CEvent> changed) = 0;
 
-    /// The files whose path matches `pattern`: a path ("\" and "/" both separate) whose last segment may hold
-    /// the wildcards "*" and "?"; case counts as it does in the file system. With `kind`, the name must go on
-    /// with that text, without regard to case, where the pattern ends, and then with anything.
+    /// The files whose path matches `pattern`: an absolute path ("\" and "/" both separate) whose last
+    /// segment may hold the wildcards "*" and "?" (one code point); case counts. With `kind`, the name must
+    /// go on with that text, without regard to case, where the pattern ends, and then with anything.
     ///
-    /// Links are followed; folders, FIFOs, devices and dangling links are no matches. A missing or unreadable
-    /// folder has no matches.
+    /// Links are followed; folders, FIFOs, devices and dangling links are no matches, nor are names that are
+    /// not UTF-8. A missing or unreadable folder has no matches. Without a follower no answer is followed.
     virtual CFolderMatches Find(std::wstring_view pattern, std::wstring_view kind,
                                 const std::shared_ptr<IFolderFollower>& follower) = 0;
+
+    virtual CFolderSearchCounters Counters() const = 0;
 };
 
-/// The implementation over inotify: one instance and one thread, started here, for the process.
-CResult<std::shared_ptr<IFolderSearch>> CreateFolderSearch();
+enum class WatchedFor {
+    Name,    ///< the one name that leads on to a searched folder
+    Listing  ///< every name in a searched folder
+};
+
+struct CFolderSearchOptions {
+    /// Names held in all listings together; beyond it the paths that were not searched for longest are
+    /// forgotten. About 100 bytes each, so that the default stays near 100 MB. A folder that alone holds more
+    /// is listed anew at every search.
+    std::size_t maximumKept = 1'000'000;
+    /// Called before a watch is added: an errno value in place of 0 makes that fail (fault injection).
+    std::function<int(WatchedFor)> watchFault = {};
+    /// Called by the thread before it reads notifications (fault injection).
+    std::function<void()> beforeReading = {};
+};
+
+/// The implementation over inotify: one instance and one thread, started here, for the process. It needs
+/// /proc; without it nothing is followed. Fails when the user has no inotify instance left.
+CResult<std::shared_ptr<IFolderSearch>> CreateFolderSearch(CFolderSearchOptions options = {});
 
 }  // namespace quorbel

@@ -15,14 +15,14 @@ namespace quorbel {
 /// Type numbers of registry values, as .reg files write them. A value may carry any other number too.
 enum class ValueType : std::uint32_t {
     None = 0,
-    Text = 1,             ///< REG_SZ: UTF-16LE with terminator
-    ExpandableText = 2,   ///< REG_EXPAND_SZ: UTF-16LE with terminator, holding %NAME% references
-    Binary = 3,           ///< REG_BINARY
-    Number32 = 4,         ///< REG_DWORD: 4 bytes, little-endian
+    Text = 1,            ///< REG_SZ: UTF-16LE with terminator
+    ExpandableText = 2,  ///< REG_EXPAND_SZ: UTF-16LE with terminator, holding %NAME% references
+    Binary = 3,          ///< REG_BINARY
+    Number32 = 4,        ///< REG_DWORD: 4 bytes, little-endian
     Number32BigEndian = 5,
     Link = 6,
-    MultiText = 7,        ///< REG_MULTI_SZ: texts with a terminator each, and one more at the end
-    Number64 = 11,        ///< REG_QWORD: 8 bytes, little-endian
+    MultiText = 7,  ///< REG_MULTI_SZ: texts with a terminator each, and one more at the end
+    Number64 = 11,  ///< REG_QWORD: 8 bytes, little-endian
 };
 
 /// A value's type and its raw bytes. The bytes are kept as they were written, fitting the type or not.
@@ -64,9 +64,11 @@ enum class WatchFilter : std::uint32_t {
 
 enum class WatchScope { Key, Subtree };
 
-/// An open registry key. Names compare without regard to case and keep the case they were created with; a path
-/// is names separated by "\" (empty segments are skipped). A name has 1 to 255 characters other than "\" and
-/// NUL; a value's name has up to 16,383 characters, data up to 16 MiB.
+/// An open registry key. Names compare without regard to case and keep the case they were created with; a
+/// path is names separated by "\" (empty segments are skipped). A name has 1 to 255 characters other than "\"
+/// and control characters; a value's name has up to 16,383 characters other than control characters, data up
+/// to 16 MiB; keys nest up to 512 deep. A name with another character is InvalidName, one that is too long
+/// FilenameExcedsRange, too much data FileTooLarge, a key too deep BadPathname.
 ///
 /// Every operation of a deleted key fails with KeyDeleted, also when a key of the same name exists again.
 /// Writing through a key opened for reading fails with AccessDenied. Safe to use from any thread.
@@ -99,8 +101,9 @@ class IKey {
     virtual ErrorCode Watch(WatchScope scope, WatchFilter filter, std::shared_ptr<CEvent> event) = 0;
 };
 
-/// A transaction over the whole registry, for the calling thread; other threads' operations wait. Ends without
-/// effect unless committed.
+/// A transaction over the whole registry, for the calling thread, which also ends it; other threads'
+/// operations wait. It ends without effect unless committed. Once an operation in it has failed for want of
+/// disk space or the like, Commit returns that failure and nothing is kept.
 class ITransaction {
  public:
     virtual ~ITransaction() = default;
@@ -113,7 +116,8 @@ class IRegistry {
     virtual ~IRegistry() = default;
     /// HKEY_LOCAL_MACHINE, open for reading and writing.
     virtual std::unique_ptr<IKey> LocalMachine() = 0;
-    /// Begins a transaction; Busy when another process keeps the registry locked for more than 5 seconds.
+    /// Begins a transaction; Busy when another process keeps the registry locked for more than 5 seconds,
+    /// InvalidFunction when the calling thread has one already.
     virtual CResult<std::unique_ptr<ITransaction>> Begin() = 0;
 };
 

@@ -1,0 +1,72 @@
+#include <benchmark/benchmark.h>
+#include <filesystem>
+#include <fstream>
+#include <stdlib.h>
+
+#include "platform/Text.h"
+#include "platform/folders/FolderSearch.h"
+
+namespace quorbel {
+
+namespace {
+
+/// A temporary folder of so many files, and a search object that follows it.
+class CSearchedFolder {
+ public:
+    explicit CSearchedFolder(std::int64_t files) {
+        std::string name = (std::filesystem::temp_directory_path() / "quorbel-XXXXXX").string();
+        if (!::mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
+        m_path = name;
+        for (std::int64_t i = 0; i < files; ++i) std::ofstream(m_path / FileName(i));
+        search = CreateFolderSearch().Value();
+        follower = search->Follow(CEvent::Create(EventReset::Auto).Value());
+    }
+    ~CSearchedFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+
+    static std::string FileName(std::int64_t number) { return "page" + std::to_string(number) + ".GET.html"; }
+    std::wstring Pattern(const std::string& name) const { return FromUtf8((m_path / name).string()); }
+
+    std::shared_ptr<IFolderSearch> search;
+    std::shared_ptr<IFolderFollower> follower;
+
+ private:
+    std::filesystem::path m_path;
+};
+
+/// A name that was never asked for, in a folder that has been listed.
+void FindInListedFolder(benchmark::State& state) {
+    const std::int64_t files = state.range(0);
+    CSearchedFolder folder(files);
+    Ignore(folder.search->Find(folder.Pattern("*"), {}, folder.follower));
+    std::vector<std::wstring> patterns;
+    for (std::int64_t i = 0; i < std::min<std::int64_t>(files, 10'000); ++i) {
+        patterns.push_back(folder.Pattern("page" + std::to_string(i * 7919 % files) + ".GET*"));
+    }
+    std::size_t next = 0;
+    for (auto _ : state) {
+        auto matches = folder.search->Find(patterns[next++ % patterns.size()], {}, folder.follower);
+        if (matches.names.size() != 1 || !matches.followed) state.SkipWithError("not found");
+        benchmark::DoNotOptimize(matches);
+    }
+}
+BENCHMARK(FindInListedFolder)->Arg(10)->Arg(1'000)->Arg(100'000);
+
+/// The very first search in a folder: it is followed and listed.
+void ListAndFind(benchmark::State& state) {
+    CSearchedFolder folder(state.range(0));
+    const std::wstring pattern = folder.Pattern("page5.GET*");
+    for (auto _ : state) {
+        state.PauseTiming();
+        folder.search = CreateFolderSearch().Value();
+        state.ResumeTiming();
+        benchmark::DoNotOptimize(folder.search->Find(pattern, {}, folder.follower));
+    }
+}
+BENCHMARK(ListAndFind)->Arg(10)->Arg(1'000)->Arg(100'000)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+}  // namespace quorbel

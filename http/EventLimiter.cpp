@@ -1,0 +1,26 @@
+#include "http/EventLimiter.h"
+
+#include <utility>
+
+namespace quorbel {
+
+void CEventLimiter::Write(const std::wstring& text, const std::function<void(const std::wstring&)>& write) {
+    std::uint64_t leftOut = 0;
+    {
+        const std::lock_guard lock(m_lock);
+        const auto now = m_clock.Steady();
+        if (now - m_second >= std::chrono::seconds(1)) {
+            m_second = now;
+            m_written = 0;
+        }
+        if (m_written == kPerSecond) {
+            ++m_leftOut;
+            return;
+        }
+        ++m_written;
+        leftOut = std::exchange(m_leftOut, 0);
+    }
+    write(leftOut == 0 ? text : text + L" (" + std::to_wstring(leftOut) + L" further entries were left out)");
+}
+
+}  // namespace quorbel

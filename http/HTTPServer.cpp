@@ -1,0 +1,143 @@
+#include "http/HTTPServer.h"
+
+#include <cpprest/uri_builder.h>
+
+#include <set>
+
+#include "LibService/MessageIds.h"
+#include "http/Listener.h"
+#include "platform/Text.h"
+
+namespace quorbel {
+
+namespace {
+
+/// A host's key with an armed watch on it: armed before the key is read, so that no change is missed.
+struct CWatchedKey {
+    CRegistryKey key;
+    std::shared_ptr<CEvent> changed;
+};
+
+CStatus OpenWatched(const CRegistryKey& hosts, const std::wstring& host, CWatchedKey& watched) {
+    auto key = hosts.OpenKey(host, KeyAccess::ReadWrite);
+    if (!key.IsOk()) return SystemError(key.Error());
+    auto changed = CEvent::Create(EventReset::Auto);
+    if (!changed.IsOk()) return SystemError(changed.Error());
+    watched = {std::move(key).Value(), std::move(changed).Value()};
+    RETURN_IF_SYSTEM_ERROR(
+        watched.key.WatchKey(WatchScope::Key, WatchFilter::NamesAndValues, watched.changed));
+    return {};
+}
+
+/// The listening address; throws what the HTTP library throws for a text that is no URI.
+web::uri ParseAddress(const std::wstring& url) {
+    const web::uri parsed(ToUtf8(url));
+    return web::uri_builder()
+        .set_scheme(parsed.scheme())
+        .set_host(parsed.host())
+        .set_port(parsed.port())
+        .set_path("/")
+        .to_uri();
+}
+
+}  // namespace
+
+CHTTPServer::CHTTPServer(const Environment& environment) : m_environment(environment) {}
+
+CHTTPServer::~CHTTPServer() = default;
+
+CStatus CHTTPServer::EnumerateHosts(const CRegistryKey::OnSubkey& onHost) const {
+    const auto copy = m_hosts->DuplicateKey();
+    if (!copy.IsOk()) return SystemError(copy.Error());
+    return copy.Value().EnumerateSubkeys(onHost);
+}
+
+CStatus CHTTPServer::BuildAllHosts(CComPtr<IArchiveFileSystem> archive, const CRegistryKey& hosts,
+                                   const CRegistryKey& applications) {
+    m_archive = std::move(archive);
+    m_hosts = &hosts;
+    m_applications = &applications;
+    return EnumerateHosts([this](const std::wstring& host) { return BuildHost(host); });
+}
+
+void CHTTPServer::SynchroniseHostSet() {
+    std::set<std::wstring> vanished;
+    for (const auto& [host, listener] : m_listeners) vanished.insert(host);
+    const CStatus status = EnumerateHosts([&](const std::wstring& host) {
+        return vanished.erase(host) != 0 ? CStatus() : BuildHost(host);
+    });
+    status.Report();
+    if (!status.IsOk()) return;
+    for (const std::wstring& host : vanished) m_listeners.erase(host);
+}
+
+CStatus CHTTPServer::RebuildHostIfChanged(const std::wstring& host) {
+    const auto found = m_listeners.find(host);
+    if (found == m_listeners.end() || !found->second->TakeHostKeyChange()) return {};
+    return BuildHost(host);
+}
+
+CStatus CHTTPServer::StopAll() {
+    CStatus status;
+    for (const auto& [host, listener] : m_listeners) {
+        try {
+            listener->Close();
+        } catch (const std::exception& exception) {
+            status = MessageError(message::kStandardException, exception);
+        }
+    }
+    m_environment.trace.Trace(*this, trace::kListenersStopped);
+    return status;
+}
+
+CStatus CHTTPServer::BuildHost(const std::wstring& host) {
+    std::wstring url;
+    try {
+        return PlaceListener(host, url);
+    } catch (const std::exception& exception) {
+        CStatus status = MessageError(message::kStandardException, exception);
+        TraceFailure(url.empty() ? status.Text() : url);
+        return status;
+    }
+}
+
+CStatus CHTTPServer::PlaceListener(const std::wstring& host, std::wstring& url) {
+    CWatchedKey watched;
+    RETURN_IF_FAILED(OpenWatched(*m_hosts, host, watched));
+    HostConfiguration configuration;
+    RETURN_IF_FAILED(
+        MergeHostConfiguration(host, watched.key, *m_applications, *m_archive.Get(), configuration));
+    url = configuration.protocol + L"://" + host + L":" + configuration.port;
+    const web::uri address = ParseAddress(url);
+
+    const auto existing = m_listeners.find(host);
+    if (existing != m_listeners.end()) {
+        CListener& listener = *existing->second;
+        if (listener.HasSameAddress(address, configuration)) {
+            if (listener.HasLostHostKey()) {
+                listener.ReplaceHostKey(std::move(watched.key), std::move(watched.changed));
+            }
+            listener.Update(std::move(configuration));
+            return {};
+        }
+        m_listeners.erase(existing);
+    }
+    auto listener = std::make_unique<CListener>(*this, address, std::move(configuration), host);
+    CStatus status = listener->Initialise(std::move(watched.key), std::move(watched.changed));
+    if (!status.IsOk()) {
+        TraceFailure(url);
+        return status;
+    }
+    if (listener->HasAccessRoot()) {
+        listener->Open();
+        m_environment.trace.Trace(*this, trace::kListenerOpened, {url});
+    }
+    m_listeners.emplace(host, std::move(listener));
+    return {};
+}
+
+void CHTTPServer::TraceFailure(const std::wstring& text) {
+    m_environment.trace.Trace(*this, trace::kListenerFailed, {text});
+}
+
+}  // namespace quorbel

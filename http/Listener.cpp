@@ -1,0 +1,275 @@
+#include "http/Listener.h"
+
+#include <algorithm>
+#include <shared_mutex>
+
+#include "LibService/EventLog.h"
+#include "LibService/MessageIds.h"
+#include "http/FormBody.h"
+#include "platform/File.h"
+#include "platform/Thread.h"
+
+namespace quorbel {
+
+namespace {
+
+using web::http::http_request;
+using web::http::status_codes;
+
+std::shared_ptr<const CListenerConfiguration> TakeConfiguration(HostConfiguration& configuration) {
+    return std::make_shared<const CListenerConfiguration>(CListenerConfiguration{
+        std::move(configuration.directoryMappings), std::move(configuration.webApplications),
+        std::move(configuration.namedValues), configuration.rangeCap});
+}
+
+bool IsTls(const web::uri& address) { return EqualNoCase(FromUtf8(address.scheme()), L"https"); }
+
+bool IsForm(const http_request& request) {
+    const auto field = request.headers().find(web::http::header_names::content_type);
+    return field != request.headers().end() && IsFormContentType(FromUtf8(field->second));
+}
+
+/// One line on a request: version, method, path and query, headers.
+std::wstring Describe(const http_request& request) {
+    const web::uri& target = request.request_uri();
+    std::string text = std::to_string(request.http_version().major) + "." +
+                       std::to_string(request.http_version().minor) + " " + request.method() + " " +
+                       target.path() + target.query() + " headers{";
+    for (const auto& [name, value] : request.headers()) {
+        text.append(" ").append(name).append("{").append(value).append("}");
+    }
+    return FromUtf8(text.append(" }"));
+}
+
+}  // namespace
+
+CHTTPServer::CListener::CListener(CHTTPServer& service, const web::uri& address, HostConfiguration configuration,
+                                  std::wstring host)
+    : m_service(service),
+      m_environment(service.m_environment),
+      m_endpoint(address),
+      m_host(std::move(host)),
+      m_archive(service.m_archive),
+      m_accessRoots(std::move(configuration.accessRoots)),
+      m_reply(IsTls(address) ? CReply::Transport::Tls : CReply::Transport::Plain),
+      m_locationValues(std::move(configuration.locations)),
+      m_notFoundEvents(m_environment.clock),
+      m_failureEvents(m_environment.clock),
+      m_configuration(TakeConfiguration(configuration)) {
+    RegisterEntries();
+}
+
+CHTTPServer::CListener::~CListener() {
+    StopWatcher();
+    try {
+        if (m_isOpen) m_endpoint.close().wait();
+    } catch (const std::exception& exception) {
+        MessageError(message::kStandardException, exception).Report();
+    }
+    m_entries.WaitUntilEmpty();
+}
+
+void CHTTPServer::CListener::RegisterEntries() {
+    const auto support = [this](const web::http::method& method, EntryTrace trace, Entry entry) {
+        m_endpoint.support(method, [=, this](const Request& request) { Enter(request, trace, entry); });
+    };
+    support(web::http::methods::GET, EntryTrace::Written, &CListener::OnGet);
+    support(web::http::methods::POST, EntryTrace::Written, &CListener::OnPost);
+    support(web::http::methods::OPTIONS, EntryTrace::Written, &CListener::OnOptions);
+    // The library would echo a TRACE request by itself.
+    support(web::http::methods::TRCE, EntryTrace::NotWritten, &CListener::OnOther);
+    m_endpoint.support(
+        [this](const Request& request) { Enter(request, EntryTrace::NotWritten, &CListener::OnOther); });
+}
+
+CStatus CHTTPServer::CListener::Initialise(CRegistryKey hostKey, std::shared_ptr<CEvent> hostKeyChanged) {
+    m_hostKey = std::move(hostKey);
+    m_hostKeyChanged = std::move(hostKeyChanged);
+    RETURN_IF_FAILED(CheckRoots());
+    RETURN_IF_FAILED(CreateLocations());
+    return StartWatcher();
+}
+
+CStatus CHTTPServer::CListener::CheckRoots() const {
+    for (const auto& [level, folder] : m_accessRoots) {
+        if (!OpenFolder(folder).IsOk()) return MessageError(message::kFolderUnavailable, {folder, m_host});
+    }
+    return {};
+}
+
+CStatus CHTTPServer::CListener::CreateLocations() {
+    for (const auto& [path, values] : m_locationValues) {
+        auto [status, instance] = CLocation::Create(m_service, path, m_hostKey, values, *this);
+        RETURN_IF_FAILED(status);
+        m_locations.emplace(path, std::move(instance));
+    }
+    m_locationValues.clear();
+    return {};
+}
+
+CStatus CHTTPServer::CListener::StartWatcher() {
+    auto stop = CEvent::Create(EventReset::Manual);
+    if (!stop.IsOk()) return SystemError(stop.Error());
+    auto changed = CEvent::Create(EventReset::Auto);
+    if (!changed.IsOk()) return SystemError(changed.Error());
+    m_stop = std::move(stop).Value();
+    m_foldersChanged = std::move(changed).Value();
+    m_follower = m_environment.folders.Follow(m_foldersChanged);
+    auto thread = StartThread("FolderWatcher", [this] { WatchFolders(); });
+    if (!thread.IsOk()) return SystemError(thread.Error());
+    m_watcher = std::move(thread).Value();
+    return {};
+}
+
+void CHTTPServer::CListener::WatchFolders() {
+    for (;;) {
+        const auto woken = WaitForAny({m_stop.get(), m_foldersChanged.get()});
+        if (!woken.IsOk()) {
+            SystemError(woken.Error()).Report();
+            return;
+        }
+        if (woken.Value() == 0) return;
+        m_routingCache.Clear();
+    }
+}
+
+void CHTTPServer::CListener::StopWatcher() {
+    if (!m_watcher.joinable()) return;
+    m_stop->Set();
+    m_watcher.join();
+}
+
+void CHTTPServer::CListener::Open() {
+    m_endpoint.open().wait();
+    m_isOpen = true;
+}
+
+void CHTTPServer::CListener::Close() {
+    StopWatcher();
+    if (!m_isOpen) return;
+    m_isOpen = false;
+    m_endpoint.close().wait();
+}
+
+bool CHTTPServer::CListener::HasSameAddress(const web::uri& address, const HostConfiguration& configuration) const {
+    return m_endpoint.uri() == address && m_accessRoots == configuration.accessRoots;
+}
+
+void CHTTPServer::CListener::Update(HostConfiguration configuration) {
+    Configuration taken = TakeConfiguration(configuration);
+    {
+        const std::lock_guard lock(m_configurationLock);
+        m_configuration.swap(taken);
+    }
+    m_routingCache.Clear();
+}
+
+CHTTPServer::CListener::Configuration CHTTPServer::CListener::CurrentConfiguration() const {
+    const std::shared_lock lock(m_configurationLock);
+    return m_configuration;
+}
+
+bool CHTTPServer::CListener::TakeHostKeyChange() {
+    if (!m_hostKeyChanged->Test()) return false;
+    m_hasLostHostKey = m_hostKey.WatchKey(WatchScope::Key, WatchFilter::NamesAndValues, m_hostKeyChanged) !=
+                       ErrorCode::Success;
+    return true;
+}
+
+void CHTTPServer::CListener::ReplaceHostKey(CRegistryKey hostKey, std::shared_ptr<CEvent> hostKeyChanged) {
+    m_hostKey = std::move(hostKey);
+    m_hostKeyChanged = std::move(hostKeyChanged);
+    m_hasLostHostKey = false;
+}
+
+void CHTTPServer::CListener::Enter(const Request& request, EntryTrace trace, Entry entry) {
+    const CGatePass pass(m_entries);
+    try {
+        if (trace == EntryTrace::Written) {
+            m_environment.trace.Trace(m_service, trace::kRequest, {Describe(request)});
+        }
+        const auto path = CUrlPath::Parse(request.relative_uri().path());
+        if (const auto* refusal = std::get_if<CUrlPath::Refusal>(&path)) {
+            const bool isTooLong = *refusal == CUrlPath::Refusal::TooLong;
+            m_reply.SendWithoutBody(request, isTooLong ? status_codes::UriTooLong : status_codes::BadRequest);
+            return;
+        }
+        (this->*entry)(request, std::get<CUrlPath>(path));
+    } catch (const std::exception& exception) {
+        ReplyFailure(request, exception.what());
+    }
+}
+
+void CHTTPServer::CListener::ReplyFailure(const Request& request, const char* what) noexcept {
+    try {
+        m_failureEvents.Write(FromUtf8(what), [](const std::wstring& text) {
+            MessageError(message::kCaughtException, {text}).Report();
+        });
+        request.reply(status_codes::InternalError);
+    } catch (const std::exception&) {
+        // The request was answered already, or there is no memory to answer it: the connection ends.
+    }
+}
+
+void CHTTPServer::CListener::OnGet(const Request& request, const CUrlPath& path) {
+    const Configuration configuration = CurrentConfiguration();
+    const auto [user, handler] = FindRequestHandler(request, path, *configuration);
+    if (!handler) {
+        const bool hasCookie = m_authenticator && !m_authenticator->ReadCookie(request).empty();
+        if (hasCookie) return m_reply.SendWithoutBody(request, status_codes::SeeOther, {{L"Location", L"/"}});
+        return m_reply.SendWithoutBody(request, status_codes::NotFound);
+    }
+    const auto response = handler->CreateResponse(request, user, configuration->namedValues);
+    const std::uint16_t status = response->StatusCode();
+    if (status == status_codes::OK || status == status_codes::PartialContent) {
+        m_reply.SendWithBody(request, *response);
+    } else {
+        m_reply.SendWithoutBody(request, status, response->Headers());
+    }
+}
+
+void CHTTPServer::CListener::OnPost(const Request& request, const CUrlPath& path) {
+    if (!IsForm(request)) return AnswerPost(request, path, {});
+    // The body may still be on its way; no thread waits for it.
+    auto pass = std::make_shared<const CGatePass>(m_entries);
+    request.extract_vector().then([this, request, path, pass](const pplx::task<std::vector<unsigned char>>& read) {
+        try {
+            const std::vector<unsigned char> body = read.get();
+            AnswerPost(request, path, ParseForm({reinterpret_cast<const char*>(body.data()), body.size()}));
+        } catch (const std::exception& exception) {
+            ReplyFailure(request, exception.what());
+        }
+    });
+}
+
+void CHTTPServer::CListener::AnswerPost(const Request& request, const CUrlPath& path, const TextMap& form) {
+    const Configuration configuration = CurrentConfiguration();
+    const auto [user, handler] = FindRequestHandler(request, path, *configuration);
+    if (!handler) return m_reply.SendWithoutBody(request, status_codes::NotFound);
+    TextMap parameters = configuration->namedValues;
+    parameters.insert(form.begin(), form.end());  // a named value wins over a field of its name
+    const auto response = handler->CreateResponse(request, user, parameters);
+    m_reply.SendWithBody(request, *response);
+}
+
+void CHTTPServer::CListener::OnOptions(const Request& request, const CUrlPath& path) {
+    SendOptions(request, path, status_codes::OK);
+}
+
+void CHTTPServer::CListener::OnOther(const Request& request, const CUrlPath& path) {
+    m_environment.trace.Trace(m_service, trace::kMethodRefused,
+                              {FromUtf8(request.method()), path.Text()});
+    SendOptions(request, path, status_codes::MethodNotAllowed);
+}
+
+void CHTTPServer::CListener::SendOptions(const Request& request, const CUrlPath& path, std::uint16_t status) {
+    bool acceptsPost = path.Text() == L"*";
+    if (const auto location = m_locations.find(path.Text()); location != m_locations.end()) {
+        http_request probe(web::http::methods::POST);
+        probe.set_request_uri(request.request_uri());
+        acceptsPost = location->second->CreateRequestHandler(probe) != nullptr;
+    }
+    m_reply.SendOptions(request, status, acceptsPost ? L"GET, POST" : L"GET");
+}
+
+}  // namespace quorbel

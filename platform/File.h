@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "platform/Error.h"
+#include "platform/FileDescriptor.h"
+
+namespace quorbel {
+
+/// What tells versions of a file apart: it changes whenever the file does.
+struct CFileStamp {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t size = 0;      ///< bytes
+    std::int64_t modified = 0;   ///< nanoseconds since 1970
+    std::int64_t changed = 0;    ///< nanoseconds since 1970, attributes included
+    bool operator==(const CFileStamp&) const = default;
+};
+
+/// A regular file open for reading. Others may read, write and replace it meanwhile.
+class CFile {
+ public:
+    /// Paths are as ToLocalPath takes them. Never blocks: what is no regular file (a folder, FIFO, device) is
+    /// FileNotFound.
+    static CResult<CFile> Open(std::wstring_view path);
+
+    const CFileStamp& Stamp() const noexcept { return m_stamp; }
+    /// Reads up to the buffer's size at an offset; 0 at the end of the file. Safe to use from any thread.
+    CResult<std::size_t> Read(std::uint64_t offset, std::span<std::uint8_t> buffer) const;
+    int Descriptor() const noexcept { return m_descriptor.Get(); }
+
+ private:
+    CFile(CFileDescriptor descriptor, const CFileStamp& stamp) noexcept
+        : m_descriptor(std::move(descriptor)), m_stamp(stamp) {}
+    CFileDescriptor m_descriptor;
+    CFileStamp m_stamp;
+};
+
+/// The stamp of a regular file, without opening it; FileNotFound for anything else.
+CResult<CFileStamp> StampOf(std::wstring_view path);
+
+/// Opens a folder for following its changes; Directory when the path is no folder.
+CResult<CFileDescriptor> OpenFolder(std::wstring_view path);
+
+/// Raises this process's limit of open files to its maximum.
+ErrorCode RaiseOpenFileLimit();
+
+}  // namespace quorbel

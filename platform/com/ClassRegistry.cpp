@@ -1,0 +1,23 @@
+#include "platform/com/ClassRegistry.h"
+
+#include <map>
+
+namespace quorbel {
+
+namespace {
+
+std::map<GUID, ComFactory>& Classes() {
+    static std::map<GUID, ComFactory> classes;
+    return classes;
+}
+
+}  // namespace
+
+void RegisterComClass(const GUID& classId, ComFactory factory) { Classes()[classId] = std::move(factory); }
+
+HRESULT CreateComInstance(const GUID& classId, const GUID& interfaceId, void** object) {
+    const auto found = Classes().find(classId);
+    return found == Classes().end() ? REGDB_E_CLASSNOTREG : found->second(interfaceId, object);
+}
+
+}  // namespace quorbel

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/FileDescriptor.h"
+
+namespace quorbel {
+
+/// Where a path leads.
+enum class WalkEnd {
+    Folder,      ///< to a folder
+    Nothing,     ///< to nothing, or to what is no folder; that this changes will be told
+    NotFollowed  ///< somewhere, but not every change of that would be told
+};
+
+/// Goes along an absolute path folder by folder, through symbolic links, and has every folder on the way
+/// watched for the name that leads on, before it looks what that name stands for.
+class CFolderWalk {
+ public:
+    /// Watches `name` in an open folder; gives 0 or an errno value.
+    using Watch = std::function<int(int folder, std::string_view name)>;
+
+    explicit CFolderWalk(Watch watch) : m_watch(std::move(watch)) {}
+
+    WalkEnd Go(std::string_view path);
+
+    /// The folder that was reached; open for its path only (O_PATH).
+    int Folder() const noexcept { return m_folder.Get(); }
+
+ private:
+    enum class Step { Taken, Nothing, NotFollowed };
+
+    void PutAhead(std::string_view path);
+    Step Enter(CFileDescriptor folder);
+    Step EnterRoot();
+    Step Take(const std::string& name);
+    Step FollowLink(int link);
+
+    const Watch m_watch;
+    CFileDescriptor m_folder;
+    std::vector<std::string> m_ahead;  // the segments still to go, the next one last
+    int m_links = 0;
+};
+
+}  // namespace quorbel

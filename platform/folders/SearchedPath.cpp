@@ -1,0 +1,22 @@
+#include "platform/folders/SearchedPath.h"
+
+namespace quorbel {
+
+void CFollowers::Add(const std::shared_ptr<CFolderFollower>& follower) {
+    {
+        const std::shared_lock hold(m_lock);
+        if (m_references.find(follower) != m_references.end()) return;
+    }
+    const std::lock_guard hold(m_lock);
+    std::erase_if(m_references, [](const auto& reference) { return reference.expired(); });
+    m_references.insert(follower);
+}
+
+void CFollowers::CollectInto(FollowersToTell& tell) const {
+    const std::shared_lock hold(m_lock);
+    for (const auto& reference : m_references) {
+        if (auto follower = reference.lock()) tell.insert(std::move(follower));
+    }
+}
+
+}  // namespace quorbel

@@ -1,0 +1,163 @@
+#include "platform/registry/Database.h"
+
+#include <cerrno>
+
+#include "platform/Text.h"
+
+namespace quorbel {
+
+namespace {
+
+constexpr std::uint64_t kPageSize = 4096;
+
+/// The one place where SQLite's results become error numbers.
+ErrorCode Translate(int result, sqlite3* connection) noexcept {
+    const int systemError = connection ? ::sqlite3_system_errno(connection) : 0;
+    switch (result & 0xFF) {
+        case SQLITE_OK:
+        case SQLITE_ROW:
+        case SQLITE_DONE:
+            return ErrorCode::Success;
+        case SQLITE_FULL:
+            return ErrorCode::DiskFull;
+        case SQLITE_BUSY:
+        case SQLITE_LOCKED:
+            return ErrorCode::Busy;
+        case SQLITE_NOTADB:
+        case SQLITE_FORMAT:
+        case SQLITE_CORRUPT:
+            return ErrorCode::RegistryCorrupt;
+        case SQLITE_READONLY:
+        case SQLITE_AUTH:
+        case SQLITE_PERM:
+            return ErrorCode::AccessDenied;
+        case SQLITE_NOMEM:
+            return ErrorCode::NotEnoughMemory;
+        case SQLITE_TOOBIG:
+            return ErrorCode::FileTooLarge;
+        case SQLITE_CANTOPEN:
+            if (systemError == EACCES || systemError == EPERM) return ErrorCode::AccessDenied;
+            return ErrorCode::CannotOpenRegistry;
+        case SQLITE_IOERR:
+            if (systemError == ENOSPC || systemError == EDQUOT || systemError == EFBIG)
+                return ErrorCode::DiskFull;
+            return ErrorCode::RegistryIoFailed;
+        // A table that is missing or of another shape: the file is not a registry, or is damaged.
+        case SQLITE_ERROR:
+        case SQLITE_SCHEMA:
+        case SQLITE_CONSTRAINT:
+        case SQLITE_MISMATCH:
+            return ErrorCode::RegistryCorrupt;
+        default:
+            return ErrorCode::RegistryIoFailed;
+    }
+}
+
+}  // namespace
+
+CStatement::~CStatement() {
+    // Repeats the result of the last step, which has been reported.
+    if (m_statement) Ignore(::sqlite3_reset(m_statement));
+}
+
+void CStatement::Bind(std::int64_t number) {
+    ++m_bound;
+    if (m_result == SQLITE_OK) m_result = ::sqlite3_bind_int64(m_statement, m_bound, number);
+}
+
+void CStatement::Bind(std::string_view text) {
+    ++m_bound;
+    if (m_result != SQLITE_OK) return;
+    m_result =
+        ::sqlite3_bind_text64(m_statement, m_bound, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+}
+
+void CStatement::Bind(CBlob blob) {
+    ++m_bound;
+    if (m_result != SQLITE_OK) return;
+    // A null pointer would store NULL.
+    const char* data = blob.bytes.empty() ? "" : blob.bytes.data();
+    m_result = ::sqlite3_bind_blob64(m_statement, m_bound, data, blob.bytes.size(), SQLITE_TRANSIENT);
+}
+
+CResult<bool> CStatement::Step() {
+    if (m_result == SQLITE_OK || m_result == SQLITE_ROW) m_result = ::sqlite3_step(m_statement);
+    if (m_result == SQLITE_ROW) return true;
+    if (m_result == SQLITE_DONE) return false;
+    const ErrorCode error = Translate(m_result, m_connection);
+    if (m_failure == ErrorCode::Success) m_failure = error;
+    return error;
+}
+
+ErrorCode CStatement::Run() {
+    return Step().Error();
+}
+
+std::int64_t CStatement::Integer(int column) const {
+    return ::sqlite3_column_int64(m_statement, column);
+}
+
+std::string_view CStatement::Bytes(int column) const {
+    const void* data = ::sqlite3_column_blob(m_statement, column);
+    const int size = ::sqlite3_column_bytes(m_statement, column);
+    return data ? std::string_view(static_cast<const char*>(data), static_cast<std::size_t>(size))
+                : std::string_view();
+}
+
+std::wstring CStatement::Text(int column) const {
+    return FromUtf8(Bytes(column));
+}
+
+CResult<std::unique_ptr<CDatabase>> CDatabase::Open(const std::filesystem::path& file,
+                                                    const CDatabaseOptions& options) {
+    sqlite3* opened = nullptr;
+    const int result =
+        ::sqlite3_open_v2(file.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    Connection connection(opened);
+    if (result != SQLITE_OK) return Translate(result, opened);
+    ::sqlite3_busy_timeout(opened, static_cast<int>(options.busyTimeout.count()));
+    std::unique_ptr<CDatabase> database(new CDatabase(std::move(connection)));
+    // In WAL mode, NORMAL keeps what was committed when the process is killed; only a power failure may take
+    // the last commits back, never half of one.
+    ErrorCode error = database->Execute("PRAGMA synchronous=NORMAL; PRAGMA cell_size_check=ON;");
+    if (error == ErrorCode::Success && options.maximumBytes != 0) {
+        const std::string pages = std::to_string(options.maximumBytes / kPageSize);
+        error = database->Execute(("PRAGMA max_page_count=" + pages).c_str());
+    }
+    if (error != ErrorCode::Success) return error;
+    return database;
+}
+
+std::pair<sqlite3_stmt*, int> CDatabase::Prepare(std::string_view sql) {
+    const auto found = m_statements.find(sql);
+    if (found != m_statements.end()) return {found->second.get(), SQLITE_OK};
+    sqlite3_stmt* statement = nullptr;
+    const int result = ::sqlite3_prepare_v3(m_connection.get(), sql.data(), static_cast<int>(sql.size()),
+                                            SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+    if (result == SQLITE_OK) m_statements.emplace(sql, statement);
+    return {statement, result};
+}
+
+ErrorCode CDatabase::Execute(const char* sql) {
+    return Translate(::sqlite3_exec(m_connection.get(), sql, nullptr, nullptr, nullptr), m_connection.get());
+}
+
+ErrorCode CDatabase::Begin() {
+    const ErrorCode error = Use("BEGIN IMMEDIATE").Run();
+    m_failure = ErrorCode::Success;
+    return error;
+}
+
+ErrorCode CDatabase::Commit() {
+    ErrorCode error = m_failure;
+    if (error == ErrorCode::Success) error = Use("COMMIT").Run();
+    if (error != ErrorCode::Success) Rollback();
+    return error;
+}
+
+void CDatabase::Rollback() noexcept {
+    // After some failures SQLite has rolled back on its own.
+    if (::sqlite3_get_autocommit(m_connection.get()) == 0) Ignore(Execute("ROLLBACK"));
+}
+
+}  // namespace quorbel

@@ -1,0 +1,141 @@
+#include "platform/registry/RegistryStore.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "platform/registry/RegistryFile.h"
+
+namespace quorbel {
+
+namespace {
+
+constexpr const char* kDatabaseName = "registry.db";
+constexpr const char* kChangedName = "registry.changed";
+
+CResult<CFileDescriptor> OpenChanged(const std::filesystem::path& file) {
+    CFileDescriptor descriptor(::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!descriptor.IsOpen()) return ErrorFromErrno(errno);
+    // The process's mask may have taken away even the owner's access; another owner's file is left alone.
+    Ignore(::fchmod(descriptor.Get(), S_IRUSR | S_IWUSR));
+    return descriptor;
+}
+
+}  // namespace
+
+CResult<std::shared_ptr<CRegistryStore>> CRegistryStore::Open(const std::filesystem::path& folder,
+                                                              const CRegistryOptions& options) {
+    const ErrorCode error = EnsureRegistryFile(folder / kDatabaseName);
+    if (error != ErrorCode::Success) return error;
+    CResult<std::unique_ptr<CDatabase>> database =
+        ConnectRegistryFile(folder / kDatabaseName, {options.busyTimeout, options.maximumBytes});
+    if (!database.IsOk()) return database.Error();
+    CResult<CFileDescriptor> changed = OpenChanged(folder / kChangedName);
+    if (!changed.IsOk()) return changed.Error();
+    return std::make_shared<CRegistryStore>(std::move(database).Value(), std::move(changed).Value(), folder,
+                                            options);
+}
+
+CRegistryStore::CRegistryStore(std::unique_ptr<CDatabase> database, CFileDescriptor changed,
+                               std::filesystem::path folder, const CRegistryOptions& options)
+    : m_changed(std::move(changed)),
+      m_folder(std::move(folder)),
+      m_options(options),
+      m_database(std::move(database)),
+      m_keys(*m_database),
+      m_journal(*m_database) {}
+
+ErrorCode CRegistryStore::BeginChanges() {
+    m_journal.Start();
+    return m_database->Begin();
+}
+
+ErrorCode CRegistryStore::CommitChanges() {
+    const bool changed = m_journal.HasChanges();
+    if (changed) {
+        // A failure stays with the transaction, and Commit returns it.
+        Ignore(m_journal.Prune());
+    }
+    const ErrorCode error = m_database->Commit();
+    if (changed && error == ErrorCode::Success) Announce();
+    return error;
+}
+
+void CRegistryStore::Announce() noexcept {
+    // Watchers look on their own when this fails.
+    Ignore(::pwrite(m_changed.Get(), "\n", 1, 0));
+}
+
+ErrorCode CRegistryStore::BeginTransaction() {
+    if (IsInTransaction()) return ErrorCode::InvalidFunction;
+    m_lock.lock();
+    ErrorCode error = BeginChanges();
+    if (error == ErrorCode::Success) {
+        const CResult<std::int64_t> last = m_journal.Last();
+        error = last.Error();
+        if (last.IsOk()) m_lastBeforeTransaction = last.Value();
+    }
+    if (error != ErrorCode::Success) {
+        m_database->Rollback();
+        m_lock.unlock();
+        return error;
+    }
+    m_transactionThread = std::this_thread::get_id();
+    return ErrorCode::Success;
+}
+
+ErrorCode CRegistryStore::CommitTransaction() {
+    const ErrorCode error = CommitChanges();
+    EndTransaction();
+    return error;
+}
+
+void CRegistryStore::AbandonTransaction() noexcept {
+    m_database->Rollback();
+    EndTransaction();
+}
+
+void CRegistryStore::EndTransaction() noexcept {
+    m_transactionThread = std::thread::id();
+    m_lock.unlock();
+}
+
+ErrorCode CRegistryStore::StartWatcher() {
+    if (m_watcher) return ErrorCode::Success;
+    CResult<std::unique_ptr<CDatabase>> database =
+        ConnectRegistryFile(m_folder / kDatabaseName, {m_options.busyTimeout, 0});
+    if (!database.IsOk()) return database.Error();
+    CResult<std::unique_ptr<CRegistryWatcher>> watcher = CRegistryWatcher::Start(
+        std::move(database).Value(), m_folder / kChangedName, m_options.watchInterval);
+    if (!watcher.IsOk()) return watcher.Error();
+    m_watcher = std::move(watcher).Value();
+    m_startedWatcher = m_watcher.get();
+    return ErrorCode::Success;
+}
+
+CResult<std::int64_t> CRegistryStore::LastCommittedChange() {
+    // What this thread's transaction has changed before the arming is committed after it.
+    if (IsInTransaction()) return m_lastBeforeTransaction;
+    return m_journal.Last();
+}
+
+ErrorCode CRegistryStore::Arm(const void* owner, CRegistryWatcher::CWatch watch) {
+    const CAccess access(*this);
+    const ErrorCode error = StartWatcher();
+    if (error != ErrorCode::Success) return error;
+    const KeyId key = watch.key;
+    return m_watcher->Arm(owner, std::move(watch), [this, key]() -> CResult<std::int64_t> {
+        // In this order: a deletion in between is a change after the arming.
+        const CResult<std::int64_t> last = LastCommittedChange();
+        const CResult<bool> exists = m_keys.Exists(key);
+        if (!exists.IsOk()) return exists.Error();
+        if (!exists.Value()) return ErrorCode::KeyDeleted;
+        return last;
+    });
+}
+
+void CRegistryStore::Disarm(const void* owner, KeyId key) noexcept {
+    if (CRegistryWatcher* watcher = m_startedWatcher.load()) watcher->Disarm(owner, key);
+}
+
+}  // namespace quorbel

@@ -1,0 +1,53 @@
+#include "platform/registry/SqliteRegistry.h"
+
+#include "platform/registry/RegistryStore.h"
+#include "platform/registry/SqliteKey.h"
+
+namespace quorbel {
+
+namespace {
+
+class CSqliteTransaction final : public ITransaction {
+ public:
+    /// Takes over the transaction that the calling thread has begun.
+    explicit CSqliteTransaction(std::shared_ptr<CRegistryStore> store) noexcept : m_store(std::move(store)) {}
+    ~CSqliteTransaction() override {
+        if (m_store) m_store->AbandonTransaction();
+    }
+    ErrorCode Commit() override {
+        if (!m_store) return ErrorCode::InvalidFunction;
+        return std::exchange(m_store, nullptr)->CommitTransaction();
+    }
+
+ private:
+    std::shared_ptr<CRegistryStore> m_store;  ///< none once committed
+};
+
+class CSqliteRegistry final : public IRegistry {
+ public:
+    explicit CSqliteRegistry(std::shared_ptr<CRegistryStore> store) noexcept : m_store(std::move(store)) {}
+
+    std::unique_ptr<IKey> LocalMachine() override {
+        return std::make_unique<CSqliteKey>(m_store, std::vector<KeyId>{kLocalMachineId},
+                                            KeyAccess::ReadWrite);
+    }
+    CResult<std::unique_ptr<ITransaction>> Begin() override {
+        const ErrorCode error = m_store->BeginTransaction();
+        if (error != ErrorCode::Success) return error;
+        return std::unique_ptr<ITransaction>(std::make_unique<CSqliteTransaction>(m_store));
+    }
+
+ private:
+    const std::shared_ptr<CRegistryStore> m_store;
+};
+
+}  // namespace
+
+CResult<std::shared_ptr<IRegistry>> OpenSqliteRegistry(const std::filesystem::path& folder,
+                                                       const CRegistryOptions& options) {
+    CResult<std::shared_ptr<CRegistryStore>> store = CRegistryStore::Open(folder, options);
+    if (!store.IsOk()) return store.Error();
+    return std::shared_ptr<IRegistry>(std::make_shared<CSqliteRegistry>(std::move(store).Value()));
+}
+
+}  // namespace quorbel
