@@ -77,7 +77,8 @@ TEST(EventLog, ReturnsTheFirstStepOfRegistrationThatFails) {
         EXPECT_STREQ(status.Error()->GetTypeName(), type);
         EXPECT_EQ(status.Error()->GetCode(), 5U);
         // A registry status is kept as it is in an HRESULT.
-        if (std::string_view(type) == "HRESULT") EXPECT_EQ(status.Error()->GetHRESULT(), 5);
+        const bool isKept = std::string_view(type) == "HRESULT";
+        EXPECT_EQ(status.Error()->GetHRESULT(), isKept ? 5 : static_cast<HRESULT>(0x80070005));
     };
     const CRecordedEventLog log;
     CFakeKey create;

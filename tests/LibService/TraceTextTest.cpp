@@ -89,7 +89,7 @@ TEST(TraceText, GivesArgumentsTheTypesOfTheirInserts) {
         {L"%s1", L"\u00ff", TraceValue(std::string("\xFF"))},
         {L"%s1", L"\u0100", TraceValue(std::u16string(u"\u0100"))},
         {L"%s1", "\xC3\xBF", TraceValue(std::string("\xFF"))},  // narrow texts are UTF-8
-        {L"%s1", std::string("\xE2\x82\xAC"), TraceValue(std::u16string(u"\u20ac"))},
+        {L"%s1", "\xE2\x82\xAC", TraceValue(std::u16string(u"\u20ac"))},
         {L"%s1", 17, TraceValue(std::string("17"))},
         {L"%ls1", L"abc", TraceValue(std::u16string(u"abc"))},
         {L"%ls1", L"\x1F600", TraceValue(std::u16string(u"\U0001F600"))},
