@@ -69,6 +69,7 @@ void CHTTPServer::SynchroniseHostSet() {
     status.Report();
     if (!status.IsOk()) return;
     for (const std::wstring& host : vanished) m_listeners.erase(host);
+    m_counters.closed += vanished.size();
 }
 
 CStatus CHTTPServer::RebuildHostIfChanged(const std::wstring& host) {
@@ -118,9 +119,11 @@ CStatus CHTTPServer::PlaceListener(const std::wstring& host, std::wstring& url) 
                 listener.ReplaceHostKey(std::move(watched.key), std::move(watched.changed));
             }
             listener.Update(std::move(configuration));
+            ++m_counters.updated;
             return {};
         }
         m_listeners.erase(existing);
+        ++m_counters.closed;
     }
     auto listener = std::make_unique<CListener>(*this, address, std::move(configuration), host);
     CStatus status = listener->Initialise(std::move(watched.key), std::move(watched.changed));
@@ -133,6 +136,7 @@ CStatus CHTTPServer::PlaceListener(const std::wstring& host, std::wstring& url) 
         m_environment.trace.Trace(*this, trace::kListenerOpened, {url});
     }
     m_listeners.emplace(host, std::move(listener));
+    ++m_counters.built;
     return {};
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -38,6 +40,14 @@ class CHTTPServer : public CTraceLoggable {
 
     const char* TraceName() const override { return "HTTP Server"; }
 
+    /// What happened to listeners since the start, for diagnosis; may be read by any thread.
+    struct Counters {
+        std::atomic<std::uint64_t> built{0};    ///< made anew, opened or not
+        std::atomic<std::uint64_t> updated{0};  ///< given a new configuration in place
+        std::atomic<std::uint64_t> closed{0};   ///< destroyed by a reload
+    };
+    const Counters& GetCounters() const noexcept { return m_counters; }
+
     /// Builds every host; stops at the first that fails. `applications` is not open when the tree has none. Both
     /// keys are used until the server has been stopped.
     CStatus BuildAllHosts(CComPtr<IArchiveFileSystem> archive, const CRegistryKey& hosts,
@@ -63,6 +73,7 @@ class CHTTPServer : public CTraceLoggable {
     const CRegistryKey* m_hosts = nullptr;
     const CRegistryKey* m_applications = nullptr;
     std::map<std::wstring, std::unique_ptr<CListener>> m_listeners;
+    Counters m_counters;
 };
 
 }  // namespace quorbel

@@ -1,7 +1,8 @@
 #include "platform/Lock.h"
 
+#include <algorithm>
+#include <array>
 #include <cassert>
-#include <vector>
 
 namespace quorbel {
 
@@ -9,21 +10,31 @@ namespace quorbel {
 namespace detail {
 
 namespace {
-thread_local std::vector<LockRank> t_held;
-}
+
+/// The ranks that a thread holds, in the order taken. Without a destructor, as locks are also taken by what is
+/// destroyed after a thread's own objects.
+struct CHeldRanks {
+    std::array<LockRank, 32> ranks;
+    std::size_t count;
+};
+thread_local constinit CHeldRanks t_held{};
+
+}  // namespace
 
 void NoteAcquire(LockRank rank) noexcept {
-    for (LockRank held : t_held) assert(held < rank && "locks taken out of order");
-    t_held.push_back(rank);
+    for (std::size_t i = 0; i < t_held.count; ++i) {
+        assert(t_held.ranks[i] < rank && "locks taken out of order");
+    }
+    assert(t_held.count < t_held.ranks.size());
+    t_held.ranks[t_held.count++] = rank;
 }
 
 void NoteRelease(LockRank rank) noexcept {
-    for (auto held = t_held.rbegin(); held != t_held.rend(); ++held) {
-        if (*held != rank) continue;
-        t_held.erase(std::next(held).base());
-        return;
-    }
-    assert(false && "a lock released that was not held");
+    const auto end = t_held.ranks.begin() + static_cast<std::ptrdiff_t>(t_held.count);
+    const auto held = std::find(t_held.ranks.begin(), end, rank);
+    assert(held != end && "a lock released that was not held");
+    std::copy(held + 1, end, held);
+    --t_held.count;
 }
 
 }  // namespace detail

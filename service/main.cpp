@@ -55,7 +55,7 @@ CStatus Serve(IRegistry& registry, CServiceLogger& trace, std::shared_ptr<CEvent
     auto folders = CreateFolderSearch();
     if (!folders.IsOk()) return SystemError(folders.Error());
     const std::shared_ptr<IKey> localMachine = registry.LocalMachine();
-    RegisterLocalArchive(localMachine);
+    const CComRegistration archive = RegisterLocalArchive(localMachine);
     SystemInfoHandler::Register();
     crossplat::threadpool::initialize_with_threads(kHttpThreads);
     CQuorbelHTTPService service({*folders.Value(), trace, SystemClock()}, *localMachine, std::move(stop));

@@ -8,7 +8,6 @@
 #include "platform/LocalPath.h"
 #include "platform/Text.h"
 #include "platform/UrlPath.h"
-#include "platform/com/ClassRegistry.h"
 
 namespace quorbel {
 
@@ -209,12 +208,12 @@ class CLocalArchive final : public CComObject<IArchiveFileSystem> {
 
 }  // namespace
 
-void RegisterLocalArchive(std::shared_ptr<IKey> localMachine) {
+CComRegistration RegisterLocalArchive(std::shared_ptr<IKey> localMachine) {
     auto settings = std::make_shared<const CSettings>(std::move(localMachine));
-    RegisterComClass(kArchiveFileSystemClass, [settings](const GUID& interfaceId, void** object) {
-        CComPtr<IArchiveFileSystem> archive(new CLocalArchive(settings));
-        return archive->QueryInterface(interfaceId, object);
-    });
+    return {kArchiveFileSystemClass, [settings](const GUID& interfaceId, void** object) {
+                CComPtr<IArchiveFileSystem> archive(new CLocalArchive(settings));
+                return archive->QueryInterface(interfaceId, object);
+            }};
 }
 
 }  // namespace quorbel

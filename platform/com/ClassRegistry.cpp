@@ -13,7 +13,11 @@ std::map<GUID, ComFactory>& Classes() {
 
 }  // namespace
 
-void RegisterComClass(const GUID& classId, ComFactory factory) { Classes()[classId] = std::move(factory); }
+CComRegistration::CComRegistration(const GUID& classId, ComFactory factory) : m_classId(classId) {
+    Classes()[classId] = std::move(factory);
+}
+
+CComRegistration::~CComRegistration() { Classes().erase(m_classId); }
 
 HRESULT CreateComInstance(const GUID& classId, const GUID& interfaceId, void** object) {
     const auto found = Classes().find(classId);

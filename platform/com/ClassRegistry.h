@@ -9,9 +9,18 @@ namespace quorbel {
 /// Creates an instance of a component's class; `object` receives the interface asked for.
 using ComFactory = std::function<HRESULT(const GUID& interfaceId, void** object)>;
 
-/// Makes a component's class known to this process; a later factory of the same class replaces the earlier.
-/// Called by main() before other threads run.
-void RegisterComClass(const GUID& classId, ComFactory factory);
+/// Keeps a component's class known to this process for as long as it lives. Made and destroyed while no other
+/// thread creates components.
+class [[nodiscard]] CComRegistration {
+ public:
+    CComRegistration(const GUID& classId, ComFactory factory);
+    ~CComRegistration();
+    CComRegistration(const CComRegistration&) = delete;
+    CComRegistration& operator=(const CComRegistration&) = delete;
+
+ private:
+    const GUID m_classId;
+};
 
 /// Creates a component in process. REGDB_E_CLASSNOTREG for a class that nobody registered.
 HRESULT CreateComInstance(const GUID& classId, const GUID& interfaceId, void** object);

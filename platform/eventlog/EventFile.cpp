@@ -13,11 +13,9 @@ namespace quorbel {
 namespace {
 
 constexpr mode_t kMode = 0640;
-constexpr std::chrono::seconds kPatience{2};
 
-/// Waits for the lock with a limit: a stopped process that holds it must not stop this one.
-ErrorCode Lock(int descriptor, int operation) {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+ErrorCode Lock(int descriptor, int operation, std::chrono::milliseconds patience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
     while (::flock(descriptor, operation | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR) return ErrorFromErrno(errno);
         if (std::chrono::steady_clock::now() > deadline) return ErrorCode::Busy;
@@ -41,13 +39,15 @@ bool EndsInsideLine(int descriptor, off_t size) {
 
 }  // namespace
 
-CResult<CFileDescriptor> OpenLocked(const std::filesystem::path& file, int flags, int operation) {
+CResult<CFileDescriptor> OpenLocked(const std::filesystem::path& file, int flags, int operation,
+                                    std::chrono::milliseconds patience) {
     // Each turn is lost only to a process that renamed the file meanwhile, which takes 16 MiB of entries.
     for (int attempt = 0; attempt < 100; ++attempt) {
         CFileDescriptor descriptor(
             ::open(file.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW, kMode));
         if (!descriptor.IsOpen()) return ErrorFromErrno(errno);
-        if (const ErrorCode code = Lock(descriptor.Get(), operation); code != ErrorCode::Success) return code;
+        if (const ErrorCode code = Lock(descriptor.Get(), operation, patience); code != ErrorCode::Success)
+            return code;
         if (BearsName(descriptor.Get(), file)) return descriptor;
     }
     return ErrorCode::Busy;
@@ -56,7 +56,8 @@ CResult<CFileDescriptor> OpenLocked(const std::filesystem::path& file, int flags
 CResult<CFileDescriptor> CEventFile::OpenForAppending(std::size_t length) const {
     const std::filesystem::path file = m_folder / kEventFile;
     for (int attempt = 0; attempt < 100; ++attempt) {
-        CResult<CFileDescriptor> opened = OpenLocked(file, O_RDWR | O_APPEND | O_CREAT, LOCK_EX);
+        CResult<CFileDescriptor> opened =
+            OpenLocked(file, O_RDWR | O_APPEND | O_CREAT, LOCK_EX, m_options.patience);
         if (!opened.IsOk()) return opened.Error();
         struct stat status {};
         if (::fstat(opened.Value().Get(), &status) != 0) return ErrorFromErrno(errno);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -14,19 +15,23 @@ namespace quorbel {
 inline constexpr const char* kEventFile = "events.jsonl";
 inline constexpr const char* kPreviousEventFile = "events.1.jsonl";
 
+/// A stopped process that holds the lock must not stop the others for longer.
+inline constexpr std::chrono::milliseconds kPatience{2000};
+
 /// Appends whole lines to a file that several processes and threads share, and lets the file begin anew when
 /// it would become too large. What fails is how it was: no part of a line ever stays.
 class CEventFile {
  public:
     struct COptions {
         std::uint64_t limit = 16 << 20;  ///< a line that would make the file larger begins a new one
+        std::chrono::milliseconds patience = kPatience;  ///< how long to wait for others that lock the file
         std::function<ssize_t(int, const void*, std::size_t)> write = ::write;
     };
     explicit CEventFile(std::filesystem::path folder) : CEventFile(std::move(folder), COptions()) {}
     CEventFile(std::filesystem::path folder, COptions options)
         : m_folder(std::move(folder)), m_options(std::move(options)) {}
 
-    /// Appends a line and its line end. Busy when others keep the file locked for more than 2 seconds.
+    /// Appends a line and its line end. Busy when others keep the file locked.
     ErrorCode Append(std::string_view line);
 
  private:
@@ -36,7 +41,9 @@ class CEventFile {
     const COptions m_options;
 };
 
-/// Opens the file (flags as for open) and locks it (operation as for flock) while it bears that name.
-CResult<CFileDescriptor> OpenLocked(const std::filesystem::path& file, int flags, int operation);
+/// Opens the file (flags as for open) and locks it (operation as for flock) while it bears that name; Busy
+/// when that takes longer than `patience`.
+CResult<CFileDescriptor> OpenLocked(const std::filesystem::path& file, int flags, int operation,
+                                    std::chrono::milliseconds patience = kPatience);
 
 }  // namespace quorbel

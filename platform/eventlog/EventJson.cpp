@@ -30,7 +30,8 @@ std::optional<int> TakeField(std::string_view& text, std::size_t count, char end
     return number;
 }
 
-std::optional<std::uint64_t> ParseTime(std::string_view text) {
+std::optional<std::uint64_t> ParseTime(const std::string& whole) {
+    std::string_view text = whole;
     constexpr std::array<std::pair<std::size_t, char>, 7> kFields{
         {{4, '-'}, {2, '-'}, {2, 'T'}, {2, ':'}, {2, ':'}, {2, '.'}, {7, 'Z'}}};
     std::array<int, 7> fields{};
@@ -45,7 +46,11 @@ std::optional<std::uint64_t> ParseTime(std::string_view text) {
     parts.tm_hour = fields[3], parts.tm_min = fields[4], parts.tm_sec = fields[5];
     const std::int64_t seconds = ::timegm(&parts) + kSecondsFrom1601To1970;
     if (seconds < 0) return std::nullopt;
-    return static_cast<std::uint64_t>(seconds) * kUnitsPerSecond + static_cast<std::uint64_t>(fields[6]);
+    const std::uint64_t time =
+        static_cast<std::uint64_t>(seconds) * kUnitsPerSecond + static_cast<std::uint64_t>(fields[6]);
+    // A thirteenth month would have become the next year's first.
+    if (TimeText(time) != whole) return std::nullopt;
+    return time;
 }
 
 std::optional<std::uint32_t> ParseId(std::string_view text) {

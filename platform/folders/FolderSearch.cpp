@@ -1,7 +1,6 @@
 #include "platform/folders/FolderSearch.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <limits.h>
 #include <poll.h>
@@ -9,6 +8,7 @@
 #include <signal.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <system_error>
 
 #include "platform/LocalPath.h"
 #include "platform/Text.h"
@@ -61,13 +61,22 @@ NameChange ChangeOf(std::uint32_t mask) noexcept {
     return mask & IN_MOVED_FROM ? NameChange::MovedAway : NameChange::Vanished;
 }
 
-/// Signals for the process are taken elsewhere; those that a thread's own fault raises are not for blocking.
-sigset_t SignalsForOthers() noexcept {
-    sigset_t signals;
-    ::sigfillset(&signals);
-    for (int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) ::sigdelset(&signals, own);
-    return signals;
-}
+/// While it lives, this thread, and every thread it starts, takes no signal but those of its own faults.
+class CSignalsForOthers {
+ public:
+    CSignalsForOthers() noexcept {
+        sigset_t signals;
+        ::sigfillset(&signals);
+        for (int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) ::sigdelset(&signals, own);
+        ::pthread_sigmask(SIG_BLOCK, &signals, &m_before);
+    }
+    ~CSignalsForOthers() { ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+    CSignalsForOthers(const CSignalsForOthers&) = delete;
+    CSignalsForOthers& operator=(const CSignalsForOthers&) = delete;
+
+ private:
+    sigset_t m_before;
+};
 
 }  // namespace
 
@@ -126,12 +135,9 @@ class CFolderSearch final : public IFolderSearch {
 CFolderSearch::CFolderSearch(CFolderSearchOptions options, CFileDescriptor inotify,
                              std::shared_ptr<CEvent> stop)
     : m_options(std::move(options)), m_stop(std::move(stop)), m_watches(std::move(inotify), m_tally) {
-    const sigset_t blocked = SignalsForOthers();
-    sigset_t before;
-    ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    const CSignalsForOthers whileStarting;
     m_thread = std::thread([this] { Run(); });
     ::pthread_setname_np(m_thread.native_handle(), "FolderSearch");
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 CFolderSearch::~CFolderSearch() {
@@ -385,8 +391,12 @@ CResult<std::shared_ptr<IFolderSearch>> CreateFolderSearch(CFolderSearchOptions 
     if (!inotify.IsOk()) return inotify.Error();
     CResult<std::shared_ptr<CEvent>> stop = CEvent::Create(EventReset::Manual);
     if (!stop.IsOk()) return stop.Error();
-    return std::shared_ptr<IFolderSearch>(std::make_shared<CFolderSearch>(
-        std::move(options), std::move(inotify).Value(), std::move(stop).Value()));
+    try {
+        return std::shared_ptr<IFolderSearch>(std::make_shared<CFolderSearch>(
+            std::move(options), std::move(inotify).Value(), std::move(stop).Value()));
+    } catch (const std::system_error& noThread) {
+        return ErrorFromErrno(noThread.code().value());
+    }
 }
 
 }  // namespace quorbel

@@ -86,7 +86,7 @@ struct CFolderSearchOptions {
 };
 
 /// The implementation over inotify: one instance and one thread, started here, for the process. It needs
-/// /proc; without it nothing is followed. Fails when the user has no inotify instance left.
+/// /proc; without it nothing is followed. Fails when no inotify instance or no thread is left.
 CResult<std::shared_ptr<IFolderSearch>> CreateFolderSearch(CFolderSearchOptions options = {});
 
 }  // namespace quorbel

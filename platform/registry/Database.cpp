@@ -129,9 +129,8 @@ CResult<std::unique_ptr<CDatabase>> CDatabase::Open(const std::filesystem::path&
     if (result != SQLITE_OK) return Translate(result, opened);
     ::sqlite3_busy_timeout(opened, static_cast<int>(options.busyTimeout.count()));
     std::unique_ptr<CDatabase> database(new CDatabase(std::move(connection)));
-    // In WAL mode, NORMAL keeps what was committed when the process is killed; only a power failure may take
-    // the last commits back, never half of one.
-    ErrorCode error = database->Execute("PRAGMA synchronous=NORMAL; PRAGMA cell_size_check=ON;");
+    // What was committed survives a power failure too; the registry is written seldom enough for that.
+    ErrorCode error = database->Execute("PRAGMA synchronous=FULL; PRAGMA cell_size_check=ON;");
     if (error == ErrorCode::Success && options.maximumBytes != 0) {
         const std::string pages = std::to_string(options.maximumBytes / kPageSize);
         error = database->Execute(("PRAGMA max_page_count=" + pages).c_str());

@@ -32,9 +32,6 @@ std::string ViewBlock(std::wstring_view name) {
 class LocalArchiveTest : public testing::Test {
  protected:
     LocalArchiveTest() {
-        registry = OpenSqliteRegistry(folder.Path()).Value();
-        localMachine = registry->LocalMachine();
-        RegisterLocalArchive(localMachine);
         EXPECT_EQ(CreateComInstance(kArchiveFileSystemClass, archive), S_OK);
         WriteFile(file, "content");
     }
@@ -103,8 +100,9 @@ class LocalArchiveTest : public testing::Test {
 
     CTemporaryFolder folder;
     std::filesystem::path file = folder / "docs/file.txt";
-    std::shared_ptr<IRegistry> registry;
-    std::shared_ptr<IKey> localMachine;
+    std::shared_ptr<IRegistry> registry = OpenSqliteRegistry(folder.Path()).Value();
+    std::shared_ptr<IKey> localMachine = registry->LocalMachine();
+    const CComRegistration registration = RegisterLocalArchive(localMachine);
     CComPtr<IArchiveFileSystem> archive;
 };
 

@@ -1,0 +1,93 @@
+#include "LibService/MessageIds.h"
+#include "LibService/TraceText.h"
+#include "platform/messages/MessageModule.h"
+
+namespace quorbel {
+namespace {
+
+std::shared_ptr<const CMessageModule> Load(const char* name) {
+    const auto module = CMessageModule::Load(std::filesystem::path(QUORBEL_PROGRAMS) / name);
+    EXPECT_TRUE(module.IsOk()) << name;
+    return module.IsOk() ? module.Value() : nullptr;
+}
+
+const std::map<std::uint32_t, std::size_t> kEvents{
+    {message::kServiceStarted, 1},
+    {message::kServiceStopping, 1},
+    {message::kSystemError, 2},
+    {message::kAllocationFailed, 1},
+    {message::kUnhandledFault, 1},
+    {message::kCaughtException, 1},
+    {message::kSystemErrorWithText, 3},
+    {message::kFolderUnavailable, 2},
+    {message::kLocationWithoutHandler, 1},
+    {message::kUnknownHandler, 2},
+    {message::kStandardException, 1},
+    {message::kNotFound, 2},
+    {message::kConfigurationMissing, 0},
+    // Without a name so far.
+    {0xC0000069, 1},
+    {0x8000006B, 1},
+    {0xC0000A8C, 1},
+    {0xC0000A8D, 1},
+    {0xC0000A8E, 1},
+    {0xC0000A8F, 1},
+    {0xC0000A90, 1},
+    {0xC0000A91, 0},
+    {0xC0000A92, 1},
+    {0xC0000A93, 2},
+    {0xC0000A94, 2},
+    {0xC0000A95, 1},
+    {0xC0000A96, 2},
+    {0xC0000A97, 1},
+    {0xC0000A98, 1},
+    {0xC0000A99, 1},
+};
+
+TEST(EventTexts, TakeAsManyInsertsAsAreReported) {
+    const auto module = Load("EvtQBHTTPService.dll");
+    ASSERT_NE(module, nullptr);
+    std::vector<std::uint32_t> known;
+    for (const auto& [id, count] : kEvents) {
+        known.push_back(id);
+        EXPECT_EQ(module->InsertCount(id), count) << std::hex << id;
+    }
+    EXPECT_EQ(module->Identifiers(), known);
+}
+
+TEST(EventTexts, ShowEveryInsertAndAreOneLine) {
+    const auto module = Load("EvtQBHTTPService.dll");
+    ASSERT_NE(module, nullptr);
+    const std::vector<std::wstring> inserts{L"<first>", L"<second>", L"<third>"};
+    for (const auto& [id, count] : kEvents) {
+        const std::wstring text = module->Format(id, inserts).value_or(L"");
+        for (std::size_t i = 0; i < inserts.size(); ++i)
+            EXPECT_EQ(text.find(inserts[i]) != std::wstring::npos, i < count) << std::hex << id;
+        // Line ends inside a text would be lost where it becomes a status line.
+        EXPECT_EQ(text.find(L'\n'), text.size() - 1) << std::hex << id;
+    }
+}
+
+TEST(TraceTexts, TakeAsManyInsertsAsAreTraced) {
+    const std::map<std::uint32_t, std::size_t> expected{
+        {trace::kServiceStart, 0},     {trace::kRunRoutine, 0},     {trace::kServiceStop, 0},
+        {trace::kMainThreadFailed, 0}, {trace::kListenerOpened, 1}, {trace::kListenerFailed, 1},
+        {trace::kListenersStopped, 0}, {trace::kRequest, 1},        {trace::kMethodRefused, 2},
+    };
+    const auto module = Load("TrcQBHTTPService.dll");
+    ASSERT_NE(module, nullptr);
+    CTraceTexts texts;
+    texts.SetModule(module);
+    std::vector<std::uint32_t> known;
+    for (const auto& [id, count] : expected) {
+        known.push_back(id);
+        const CTraceText& text = texts.Find(id);
+        EXPECT_FALSE(text.Render({}).empty() && count == 0) << std::hex << id;
+        ASSERT_EQ(text.Inserts().size(), count) << std::hex << id;
+        for (const CTraceInsert& insert : text.Inserts()) EXPECT_EQ(insert.kind, CTraceInsert::Kind::String);
+    }
+    EXPECT_EQ(module->Identifiers(), known);
+}
+
+}  // namespace
+}  // namespace quorbel

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace quorbel {
+
+using Environment = std::vector<std::pair<std::string, std::string>>;
+
+/// A program of ours, running. It is killed at the end if it still runs.
+class CSubprocess {
+ public:
+    /// Starts build/…/bin/`program`; its standard output and error go to files when given.
+    CSubprocess(const std::string& program, const std::vector<std::string>& arguments,
+                const Environment& environment, const std::filesystem::path& output = "/dev/null",
+                const std::filesystem::path& error = "/dev/null");
+    ~CSubprocess();
+    CSubprocess(const CSubprocess&) = delete;
+    CSubprocess& operator=(const CSubprocess&) = delete;
+
+    void Signal(int number) const;
+    /// Waits for the end: the exit code, or minus the number of the signal that ended it.
+    int Wait();
+
+ private:
+    pid_t m_process = -1;
+};
+
+/// Runs a program of ours to its end.
+int RunProgram(const std::string& program, const std::vector<std::string>& arguments,
+               const Environment& environment);
+
+}  // namespace quorbel
