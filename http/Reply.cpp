@@ -76,6 +76,7 @@ void CReply::SendWithBody(const http_request& request,
 void CReply::SendWithoutBody(const http_request& request, std::uint16_t status, const HeaderMap& headers) const {
     http_response reply(status);
     AddAll(reply.headers(), headers);
+    reply.headers().remove(web::http::header_names::content_length);  // the library adds the one of no body
     SendWithCommonHeaders(request, reply);
 }
 

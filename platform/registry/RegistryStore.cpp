@@ -69,13 +69,7 @@ void CRegistryStore::Announce() noexcept {
 ErrorCode CRegistryStore::BeginTransaction() {
     if (IsInTransaction()) return ErrorCode::InvalidFunction;
     m_lock.lock();
-    ErrorCode error = BeginChanges();
-    if (error == ErrorCode::Success) {
-        const CResult<std::int64_t> last = m_journal.Last();
-        error = last.Error();
-        if (last.IsOk()) m_lastBeforeTransaction = last.Value();
-    }
-    if (error != ErrorCode::Success) {
+    if (const ErrorCode error = BeginChanges(); error != ErrorCode::Success) {
         m_database->Rollback();
         m_lock.unlock();
         return error;
@@ -113,25 +107,18 @@ ErrorCode CRegistryStore::StartWatcher() {
     return ErrorCode::Success;
 }
 
-CResult<std::int64_t> CRegistryStore::LastCommittedChange() {
-    // What this thread's transaction has changed before the arming is committed after it.
-    if (IsInTransaction()) return m_lastBeforeTransaction;
-    return m_journal.Last();
-}
-
 ErrorCode CRegistryStore::Arm(const void* owner, CRegistryWatcher::CWatch watch) {
     const CAccess access(*this);
-    const ErrorCode error = StartWatcher();
+    ErrorCode error = StartWatcher();
     if (error != ErrorCode::Success) return error;
     const KeyId key = watch.key;
-    return m_watcher->Arm(owner, std::move(watch), [this, key]() -> CResult<std::int64_t> {
-        // In this order: a deletion in between is a change after the arming.
-        const CResult<std::int64_t> last = LastCommittedChange();
-        const CResult<bool> exists = m_keys.Exists(key);
-        if (!exists.IsOk()) return exists.Error();
-        if (!exists.Value()) return ErrorCode::KeyDeleted;
-        return last;
-    });
+    error = m_watcher->Arm(owner, std::move(watch));
+    if (error != ErrorCode::Success) return error;
+    // Looked at last: a deletion before the arming is found here, a later one fires the watch.
+    const CResult<bool> exists = m_keys.Exists(key);
+    if (exists.IsOk() && exists.Value()) return ErrorCode::Success;
+    m_watcher->Disarm(owner, key);
+    return exists.IsOk() ? ErrorCode::KeyDeleted : exists.Error();
 }
 
 void CRegistryStore::Disarm(const void* owner, KeyId key) noexcept {

@@ -70,7 +70,6 @@ class CRegistryStore {
     ErrorCode CommitChanges();
     void Announce() noexcept;
     ErrorCode StartWatcher();
-    CResult<std::int64_t> LastCommittedChange();
     void EndTransaction() noexcept;
 
     // Constant after construction.
@@ -85,7 +84,6 @@ class CRegistryStore {
     const std::unique_ptr<CDatabase> m_database;
     CKeyTable m_keys;
     CChangeJournal m_journal;
-    std::int64_t m_lastBeforeTransaction = 0;
 
     // Started by the first watch, under m_lock.
     std::unique_ptr<CRegistryWatcher> m_watcher;

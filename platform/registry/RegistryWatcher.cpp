@@ -56,14 +56,12 @@ CRegistryWatcher::~CRegistryWatcher() {
     if (m_thread.joinable()) m_thread.join();
 }
 
-ErrorCode CRegistryWatcher::Arm(const void* owner, CWatch watch,
-                                const std::function<CResult<std::int64_t>()>& last) {
+ErrorCode CRegistryWatcher::Arm(const void* owner, CWatch watch) {
     const std::lock_guard lock(m_lock);
     Remove(owner, watch.key);
-    const CResult<std::int64_t> armedAt = last();
-    if (!armedAt.IsOk()) return armedAt.Error();
+    if (const ErrorCode error = Look(); error != ErrorCode::Success) return error;
     const KeyId key = watch.key;
-    m_armed[key].push_back({owner, std::move(watch), armedAt.Value()});
+    m_armed[key].push_back({owner, std::move(watch)});
     return ErrorCode::Success;
 }
 
@@ -82,7 +80,9 @@ void CRegistryWatcher::Remove(const void* owner, KeyId key) noexcept {
 void CRegistryWatcher::Run() {
     while (!m_stop->Test()) {
         WaitForChange();
-        Look();
+        const std::lock_guard lock(m_lock);
+        // A writer that holds the file too long will still be seen at the next look.
+        if (const ErrorCode error = Look(); error != ErrorCode::Success && error != ErrorCode::Busy) FireAll();
     }
 }
 
@@ -93,19 +93,17 @@ void CRegistryWatcher::WaitForChange() {
     while (m_changes.IsOpen() && ::read(m_changes.Get(), notices.data(), notices.size()) > 0) continue;
 }
 
-void CRegistryWatcher::Look() {
+ErrorCode CRegistryWatcher::Look() {
     const CResult<std::vector<CChange>> changes = m_journal.Since(m_seen);
-    // A writer that holds the file too long will still be seen at the next look.
-    if (changes.Error() == ErrorCode::Busy) return;
-    const std::lock_guard lock(m_lock);
-    if (!changes.IsOk()) return FireAll();
-    if (changes.Value().empty()) return;
+    if (!changes.IsOk()) return changes.Error();
+    if (changes.Value().empty()) return ErrorCode::Success;
     if (changes.Value().front().sequence != m_seen + 1) {
         FireAll();
     } else {
         for (const CChange& change : changes.Value()) Match(change);
     }
     m_seen = changes.Value().back().sequence;
+    return ErrorCode::Success;
 }
 
 void CRegistryWatcher::Match(const CChange& change) {
@@ -116,7 +114,6 @@ void CRegistryWatcher::Fire(const CChange& change, KeyId key) {
     const auto found = m_armed.find(key);
     if (found == m_armed.end()) return;
     std::erase_if(found->second, [&](const CArmed& armed) {
-        if (armed.armedAt >= change.sequence) return false;
         const bool inScope = key == change.keys.front() || armed.watch.scope == WatchScope::Subtree;
         const bool counts =
             change.kind == ChangeKind::Deleted || (inScope && Counts(change.kind, armed.watch.filter));

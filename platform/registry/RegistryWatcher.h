@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <thread>
 #include <unordered_map>
@@ -32,23 +31,24 @@ class CRegistryWatcher {
         std::shared_ptr<CEvent> event;
     };
 
-    /// Arms a watch for the handle `owner`, in place of the one it had. `last` gives the number of the last
-    /// change that does not count; it is called while no change can be taken for seen.
-    ErrorCode Arm(const void* owner, CWatch watch, const std::function<CResult<std::int64_t>()>& last);
+    /// Arms a watch for the handle `owner`, in place of the one it had. Every change committed before has set
+    /// the events of the watches armed for it when this returns: whoever arms a watch on a subtree and then
+    /// tests events of keys below it misses nothing.
+    ErrorCode Arm(const void* owner, CWatch watch);
     void Disarm(const void* owner, KeyId key) noexcept;
 
  private:
     struct CArmed {
         const void* owner;
         CWatch watch;
-        std::int64_t armedAt;
     };
 
     CRegistryWatcher(std::unique_ptr<CDatabase> database, CFileDescriptor changes,
                      std::shared_ptr<CEvent> stop, std::chrono::milliseconds interval, std::int64_t seen);
     void Run();
     void WaitForChange();
-    void Look();
+    /// Fires for the changes since the last look; m_lock is held.
+    ErrorCode Look();
     void Match(const CChange& change);
     void Fire(const CChange& change, KeyId key);
     void FireAll();
@@ -59,13 +59,11 @@ class CRegistryWatcher {
     const std::shared_ptr<CEvent> m_stop;
     const std::chrono::milliseconds m_interval;
 
-    // Of the thread alone.
+    CMutex m_lock{LockRank::RegistryWatches};  // guards what follows
     const std::unique_ptr<CDatabase> m_database;
     CChangeJournal m_journal;
-    std::int64_t m_seen;
-
-    CMutex m_lock{LockRank::RegistryWatches};
-    std::unordered_map<KeyId, std::vector<CArmed>> m_armed;  ///< guarded by m_lock
+    std::int64_t m_seen;  ///< the last change that was looked at
+    std::unordered_map<KeyId, std::vector<CArmed>> m_armed;
 
     std::thread m_thread;
 };

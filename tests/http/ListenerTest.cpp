@@ -144,7 +144,9 @@ TEST_F(CListenerTest, NoTargetLeavesThePublishedFolders) {
         SCOPED_TRACE(test.target.substr(0, 80));
         const CHttpReply reply = Get(port, test.target);
         EXPECT_THAT(test.statuses, ::testing::Contains(reply.status));
-        if (reply.status == 200) EXPECT_EQ(reply.body, "inside");
+        if (reply.status == 200) {
+            EXPECT_EQ(reply.body, "inside");
+        }
         EXPECT_EQ(reply.body.find("secret"), std::string::npos);
     }
     EXPECT_EQ(Get(port, "/a/b").body, "inside") << "the service goes on";
