@@ -133,7 +133,7 @@ CStatus CEventLog::Register(std::wstring_view name, IKey& localMachine) {
     const CResult<std::filesystem::path> path = FindModule();
     if (!path.IsOk()) return SystemError(path.Error());
     const auto module = LoadModule();
-    if (!module.IsOk()) return SystemError(module.Error(), FromUtf8(path.Value().native()));
+    if (!module.IsOk()) return SystemError(module.Error());
     std::wstring keyPath = L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\";
     keyPath.append(name).append(L"\\").append(name);
     const auto key = localMachine.Create(keyPath);

@@ -81,8 +81,11 @@ class CLayerReader {
     void AddWebApplication(std::wstring_view levelName, std::wstring prefix, const std::wstring& file) {
         for (const CLevelName& entry : kLevelNames) {
             if (!EqualNoCase(levelName, entry.application)) continue;
+            TextMap& applications = m_configuration.webApplications[entry.level];
             if (auto folder = FolderOf(file)) {
-                m_configuration.webApplications[entry.level][std::move(prefix)] = std::move(*folder);
+                applications[std::move(prefix)] = std::move(*folder);
+            } else {
+                applications.erase(prefix);  // no file: the layers below are overridden all the same
             }
             return;
         }

@@ -29,6 +29,11 @@ CStatus OpenWatched(const CRegistryKey& hosts, const std::wstring& host, CWatche
     return {};
 }
 
+bool IsPort(std::wstring_view text) {
+    const auto number = TakeDecimal(text);
+    return text.empty() && number && *number >= 1 && *number <= 65535;
+}
+
 /// The listening address; throws what the HTTP library throws for a text that is no URI.
 web::uri ParseAddress(const std::wstring& url) {
     const web::uri parsed(ToUtf8(url));
@@ -109,6 +114,11 @@ CStatus CHTTPServer::PlaceListener(const std::wstring& host, std::wstring& url) 
     RETURN_IF_FAILED(
         MergeHostConfiguration(host, watched.key, *m_applications, *m_archive.Get(), configuration));
     url = configuration.protocol + L"://" + host + L":" + configuration.port;
+    if (!IsPort(configuration.port)) {
+        TraceFailure(url);
+        return MessageError(message::kStandardException,
+                            {L"the port \"" + configuration.port + L"\" is no number from 1 to 65535"});
+    }
     const web::uri address = ParseAddress(url);
 
     const auto existing = m_listeners.find(host);

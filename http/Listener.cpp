@@ -66,7 +66,7 @@ CHTTPServer::CListener::~CListener() {
     } catch (const std::exception& exception) {
         MessageError(message::kStandardException, exception).Report();
     }
-    m_entries.WaitUntilEmpty();
+    m_entries->CloseAndWait();
 }
 
 void CHTTPServer::CListener::RegisterEntries() {
@@ -164,13 +164,15 @@ void CHTTPServer::CListener::Update(HostConfiguration configuration) {
     m_routingCache.Clear();
 }
 
-CHTTPServer::CListener::Configuration CHTTPServer::CListener::CurrentConfiguration() const {
+CHTTPServer::CListener::Routing CHTTPServer::CListener::BeginRouting() const {
+    // In this order: what is found by a configuration that is replaced meanwhile is then not kept.
+    const std::uint64_t generation = m_routingCache.Generation();
     const std::shared_lock lock(m_configurationLock);
-    return m_configuration;
+    return {generation, m_configuration};
 }
 
 bool CHTTPServer::CListener::TakeHostKeyChange() {
-    if (!m_hostKeyChanged->Test()) return false;
+    if (!m_hostKeyChanged->Test() && !m_hasLostHostKey) return false;
     m_hasLostHostKey = m_hostKey.WatchKey(WatchScope::Key, WatchFilter::NamesAndValues, m_hostKeyChanged) !=
                        ErrorCode::Success;
     return true;
@@ -183,8 +185,9 @@ void CHTTPServer::CListener::ReplaceHostKey(CRegistryKey hostKey, std::shared_pt
 }
 
 void CHTTPServer::CListener::Enter(const Request& request, EntryTrace trace, Entry entry) {
-    const CGatePass pass(m_entries);
+    const CGatePass pass(*m_entries);
     try {
+        if (!pass.IsInside()) return m_reply.SendWithoutBody(request, status_codes::ServiceUnavailable);
         if (trace == EntryTrace::Written) {
             m_environment.trace.Trace(m_service, trace::kRequest, {Describe(request)});
         }
@@ -212,14 +215,14 @@ void CHTTPServer::CListener::ReplyFailure(const Request& request, const char* wh
 }
 
 void CHTTPServer::CListener::OnGet(const Request& request, const CUrlPath& path) {
-    const Configuration configuration = CurrentConfiguration();
-    const auto [user, handler] = FindRequestHandler(request, path, *configuration);
+    const Routing routing = BeginRouting();
+    const auto [user, handler] = FindRequestHandler(request, path, routing);
     if (!handler) {
         const bool hasCookie = m_authenticator && !m_authenticator->ReadCookie(request).empty();
         if (hasCookie) return m_reply.SendWithoutBody(request, status_codes::SeeOther, {{L"Location", L"/"}});
         return m_reply.SendWithoutBody(request, status_codes::NotFound);
     }
-    const auto response = handler->CreateResponse(request, user, configuration->namedValues);
+    const auto response = handler->CreateResponse(request, user, routing.configuration->namedValues);
     const std::uint16_t status = response->StatusCode();
     if (status == status_codes::OK || status == status_codes::PartialContent) {
         m_reply.SendWithBody(request, *response);
@@ -230,23 +233,38 @@ void CHTTPServer::CListener::OnGet(const Request& request, const CUrlPath& path)
 
 void CHTTPServer::CListener::OnPost(const Request& request, const CUrlPath& path) {
     if (!IsForm(request)) return AnswerPost(request, path, {});
-    // The body may still be on its way; no thread waits for it.
-    auto pass = std::make_shared<const CGatePass>(m_entries);
-    request.extract_vector().then([this, request, path, pass](const pplx::task<std::vector<unsigned char>>& read) {
-        try {
-            const std::vector<unsigned char> body = read.get();
-            AnswerPost(request, path, ParseForm({reinterpret_cast<const char*>(body.data()), body.size()}));
-        } catch (const std::exception& exception) {
-            ReplyFailure(request, exception.what());
-        }
-    });
+    // The body may still be on its way. Nothing waits for it, so the listener may be gone when it is here.
+    request.extract_vector().then(
+        [this, entries = m_entries, request, path](const pplx::task<std::vector<unsigned char>>& read) {
+            std::vector<unsigned char> body;
+            try {
+                body = read.get();
+            } catch (const std::exception&) {
+                return;  // the client left
+            }
+            const CGatePass pass(*entries);
+            if (pass.IsInside()) {
+                OnForm(request, path, body);
+            } else {
+                request.reply(status_codes::ServiceUnavailable);
+            }
+        });
+}
+
+void CHTTPServer::CListener::OnForm(const Request& request, const CUrlPath& path,
+                                    const std::vector<unsigned char>& body) {
+    try {
+        AnswerPost(request, path, ParseForm({reinterpret_cast<const char*>(body.data()), body.size()}));
+    } catch (const std::exception& exception) {
+        ReplyFailure(request, exception.what());
+    }
 }
 
 void CHTTPServer::CListener::AnswerPost(const Request& request, const CUrlPath& path, const TextMap& form) {
-    const Configuration configuration = CurrentConfiguration();
-    const auto [user, handler] = FindRequestHandler(request, path, *configuration);
+    const Routing routing = BeginRouting();
+    const auto [user, handler] = FindRequestHandler(request, path, routing);
     if (!handler) return m_reply.SendWithoutBody(request, status_codes::NotFound);
-    TextMap parameters = configuration->namedValues;
+    TextMap parameters = routing.configuration->namedValues;
     parameters.insert(form.begin(), form.end());  // a named value wins over a field of its name
     const auto response = handler->CreateResponse(request, user, parameters);
     m_reply.SendWithBody(request, *response);

@@ -67,6 +67,7 @@ class CHTTPServer::CListener {
     void Enter(const Request& request, EntryTrace trace, Entry entry);
     void OnGet(const Request& request, const CUrlPath& path);
     void OnPost(const Request& request, const CUrlPath& path);
+    void OnForm(const Request& request, const CUrlPath& path, const std::vector<unsigned char>& body);
     void AnswerPost(const Request& request, const CUrlPath& path, const TextMap& form);
     void OnOptions(const Request& request, const CUrlPath& path);
     void OnOther(const Request& request, const CUrlPath& path);
@@ -74,14 +75,19 @@ class CHTTPServer::CListener {
     /// Answers 500 without a body after an exception, which goes to the event log.
     void ReplyFailure(const Request& request, const char* what) noexcept;
 
-    std::pair<UserIdentity, std::shared_ptr<CRequestHandler>> FindRequestHandler(
-        const Request& request, const CUrlPath& path, const CListenerConfiguration& configuration);
+    /// What a request is routed by, taken when its routing begins.
+    struct Routing {
+        std::uint64_t generation;  ///< of the routing cache; not later than the configuration
+        Configuration configuration;
+    };
+    Routing BeginRouting() const;
+    std::pair<UserIdentity, std::shared_ptr<CRequestHandler>> FindRequestHandler(const Request& request,
+                                                                                 const CUrlPath& path,
+                                                                                 const Routing& routing);
     std::shared_ptr<CRequestHandler> FindCachedHandler(const Request& request, AccessLevel level,
-                                                       const std::wstring& path,
-                                                       const CListenerConfiguration& configuration);
+                                                       const std::wstring& path, const Routing& routing);
     void ReportNotFound(const std::wstring& path);
 
-    Configuration CurrentConfiguration() const;
     CStatus CheckRoots() const;
     CStatus CreateLocations();
     CStatus StartWatcher();
@@ -107,7 +113,7 @@ class CHTTPServer::CListener {
     std::shared_ptr<IFolderFollower> m_follower;
 
     // Safe to use from any thread.
-    CGate m_entries;
+    const std::shared_ptr<CGate> m_entries = std::make_shared<CGate>();  ///< entries that run
     CRoutingCache m_routingCache;
     CEventLimiter m_notFoundEvents;
     CEventLimiter m_failureEvents;

@@ -51,10 +51,14 @@ void SetBody(http_response& reply, CHTTPServer::CRequestHandler::CResponse& resp
     if (response.ContentType().empty()) reply.headers().remove(web::http::header_names::content_type);
 }
 
+/// The library states the length of no body itself, and would join it to one that stands there already.
+void RemoveLength(http_response& reply) { reply.headers().remove(web::http::header_names::content_length); }
+
 /// A body of known size goes out with its length instead of in chunks.
 void SetKnownLength(http_response& reply, CHTTPServer::CRequestHandler::CResponse& response) {
     const auto& body = response.Body();
-    if (!body.is_valid() || reply.headers().has(web::http::header_names::content_length)) return;
+    if (!body.is_valid()) return RemoveLength(reply);
+    if (reply.headers().has(web::http::header_names::content_length)) return;
     const auto buffer = body.streambuf();
     if (buffer.has_size()) reply.headers().set_content_length(buffer.size());
 }
@@ -76,7 +80,7 @@ void CReply::SendWithBody(const http_request& request,
 void CReply::SendWithoutBody(const http_request& request, std::uint16_t status, const HeaderMap& headers) const {
     http_response reply(status);
     AddAll(reply.headers(), headers);
-    reply.headers().remove(web::http::header_names::content_length);  // the library adds the one of no body
+    RemoveLength(reply);
     SendWithCommonHeaders(request, reply);
 }
 

@@ -15,13 +15,13 @@
 namespace quorbel {
 
 /// A listener's memory of who answers which request: handler, or none, by access level and routing key. It holds
-/// at most kMaximum entries, drops the oldest first and keeps no key of more than kLongestKey characters, so that
-/// a scanner fills neither it nor the memory. Safe to use from any thread (it holds lock B).
+/// at most kMaximum entries with keys of kMaximumCharacters together, so that a scanner does not fill the memory,
+/// and drops the oldest first. Safe to use from any thread (it holds lock B).
 class CRoutingCache {
  public:
     using Handler = std::shared_ptr<CHTTPServer::CRequestHandler>;
     static constexpr std::size_t kMaximum = 65536;
-    static constexpr std::size_t kLongestKey = 256;
+    static constexpr std::size_t kMaximumCharacters = 8 << 20;
 
     /// Counts clearings: what is found by a search that began at an earlier one may be stale.
     std::uint64_t Generation() const;
@@ -38,11 +38,13 @@ class CRoutingCache {
         const std::wstring* key;  // of the entry itself
     };
     using Levels = std::array<Entries, std::size(kAccessLevels)>;
+    void DropOldest();
     static std::size_t Index(AccessLevel level) noexcept { return static_cast<std::size_t>(level) - 1; }
 
     mutable CReadWriteLock m_lock{LockRank::RoutingCache};  // guards what follows
     Levels m_levels;
-    std::deque<Age> m_order;  // oldest first
+    std::deque<Age> m_order;       // oldest first
+    std::size_t m_characters = 0;  // of all keys
     std::uint64_t m_generation = 0;
 };
 

@@ -4,42 +4,53 @@
 #include <cstddef>
 #include <mutex>
 
+#include "platform/Lock.h"
+
 namespace quorbel {
 
-/// Counts the threads that are inside, so that an owner can wait until the last one has left. Holds no lock while
-/// they are inside and takes no other lock.
+/// Counts the threads that are inside, so that an owner can shut out newcomers and wait until the last thread has
+/// left. Safe to use from any thread.
 class CGate {
  public:
-    void Enter() {
-        const std::lock_guard lock(m_mutex);
+    /// False when the gate is closed.
+    bool TryEnter() {
+        const std::lock_guard lock(m_lock);
+        if (m_isClosed) return false;
         ++m_inside;
+        return true;
     }
     void Leave() {
-        // The lock is held to the end: as soon as it is free the owner may destroy the gate.
-        const std::lock_guard lock(m_mutex);
+        const std::lock_guard lock(m_lock);
         if (--m_inside == 0) m_empty.notify_all();
     }
-    void WaitUntilEmpty() {
-        std::unique_lock lock(m_mutex);
+    /// From now on nobody enters; returns when nobody is inside.
+    void CloseAndWait() {
+        std::unique_lock lock(m_lock);
+        m_isClosed = true;
         m_empty.wait(lock, [this] { return m_inside == 0; });
     }
 
  private:
-    std::mutex m_mutex;
-    std::condition_variable m_empty;
+    CMutex m_lock{LockRank::Gate};  // guards what follows
+    std::condition_variable_any m_empty;
     std::size_t m_inside = 0;
+    bool m_isClosed = false;
 };
 
-/// Inside a gate for the object's life; shared by the continuations of one piece of work.
+/// Inside a gate for the object's life, if it was let in.
 class CGatePass {
  public:
-    explicit CGatePass(CGate& gate) : m_gate(gate) { m_gate.Enter(); }
-    ~CGatePass() { m_gate.Leave(); }
+    explicit CGatePass(CGate& gate) : m_gate(gate.TryEnter() ? &gate : nullptr) {}
+    ~CGatePass() {
+        if (m_gate) m_gate->Leave();
+    }
     CGatePass(const CGatePass&) = delete;
     CGatePass& operator=(const CGatePass&) = delete;
 
+    bool IsInside() const noexcept { return m_gate != nullptr; }
+
  private:
-    CGate& m_gate;
+    CGate* const m_gate;
 };
 
 }  // namespace quorbel

@@ -25,7 +25,7 @@ enum class LockRank : std::uint8_t {
     ConsoleEcho = 85,
     Registry = 90,
     RegistryWatches = 100,
-    Innermost = 255,
+    Gate = 250,  ///< who is inside; innermost
 };
 
 namespace detail {

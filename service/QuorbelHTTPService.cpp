@@ -74,6 +74,8 @@ CStatus CQuorbelHTTPService::Serve(Keys& keys, const Watches& watches) {
         if (woken.Value() == 0) {
             RETURN_IF_SYSTEM_ERROR(watches.ArmNames(keys));
             SynchroniseHostSet();
+            // A host whose key was replaced by another of its name is found changed by the next pass.
+            watches.values->Set();
         } else if (woken.Value() == 1) {
             m_clock.Pause(kCollectionPause, *m_stop);
             RETURN_IF_SYSTEM_ERROR(watches.ArmValues(keys));

@@ -62,12 +62,9 @@ CStatus Serve(IRegistry& registry, CServiceLogger& trace, std::shared_ptr<CEvent
     return service.Run();
 }
 
-/// Everything between the command line and the exit code.
-CStatus RunInForeground() {
+/// The service's life, from the registry on.
+CStatus RunOverRegistry() {
     RETURN_IF_SYSTEM_ERROR(RaiseOpenFileLimit());
-    const auto root = OpenRootFolder();
-    if (!root.IsOk()) return SystemError(root.Error(), L"root folder");
-    SetUpEventSink(root.Value());
     auto stop = CEvent::Create(EventReset::Manual);
     if (!stop.IsOk()) return SystemError(stop.Error());
     RETURN_IF_SYSTEM_ERROR(SetOnStopSignals(stop.Value()));
@@ -80,9 +77,18 @@ CStatus RunInForeground() {
     CServiceLogger trace;
     RETURN_IF_FAILED(SetUpTrace(trace, program.Value()));
     CEventLog::Instance().ReportMessage(message::kServiceStarted, {CQuorbelHTTPService::kDisplayName});
-    const CStatus status = Serve(*registry.Value(), trace, stop.Value());
-    status.Report();
+    CStatus status = Serve(*registry.Value(), trace, stop.Value());
     CEventLog::Instance().ReportMessage(message::kServiceStopping, {CQuorbelHTTPService::kDisplayName});
+    return status;
+}
+
+/// Everything between the command line and the exit code.
+CStatus RunInForeground() {
+    const auto root = OpenRootFolder();
+    if (!root.IsOk()) return SystemError(root.Error(), L"root folder");
+    SetUpEventSink(root.Value());
+    CStatus status = RunOverRegistry();
+    status.Report();
     return status;
 }
 

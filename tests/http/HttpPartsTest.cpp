@@ -149,9 +149,11 @@ TEST(RoutingCache, KeepsWhatIsFreshAndForgetsTheOldestFirst) {
     }
     EXPECT_FALSE(cache.Find(AccessLevel::User, L"0").has_value());
     EXPECT_TRUE(cache.Find(AccessLevel::User, L"1").has_value());
-    const std::wstring longKey(CRoutingCache::kLongestKey + 1, L'x');
-    EXPECT_EQ(cache.Insert(AccessLevel::User, longKey, first, now), first);
-    EXPECT_FALSE(cache.Find(AccessLevel::User, longKey).has_value());
+    const std::wstring longKey(CRoutingCache::kMaximumCharacters - 5, L'x');
+    cache.Insert(AccessLevel::User, longKey, first, now);
+    EXPECT_TRUE(cache.Find(AccessLevel::User, longKey).has_value());
+    EXPECT_TRUE(cache.Find(AccessLevel::User, std::to_wstring(CRoutingCache::kMaximum)).has_value());
+    EXPECT_FALSE(cache.Find(AccessLevel::User, std::to_wstring(CRoutingCache::kMaximum - 1)).has_value());
 }
 
 }  // namespace

@@ -46,6 +46,22 @@ class CReloadTest : public CServiceFixture {
         SetText(L"127.0.0.99", L"Beat", std::to_wstring(++m_beat));
         WaitUntil([&] { return Updated() > before; }, "the pass");
     }
+    /// Replaces a host's key by another of its name, in one transaction.
+    void ReplaceHost(const Values& values) {
+        auto transaction = m_registry->Begin().Value();
+        DeleteHost(kHost);
+        const auto key = HostKey(kHost);
+        for (const auto& [name, value] : values) ASSERT_EQ(key->Set(name, value), ErrorCode::Success);
+        ASSERT_EQ(transaction->Commit(), ErrorCode::Success);
+    }
+    Values PlainHost(int port) {
+        return {{L"Protocol", CValue::FromText(L"http")},
+                {L"Port", CValue::FromText(std::to_wstring(port))},
+                {L"User Root", CValue::FromText(Folder("root"))}};
+    }
+    static std::function<bool(const CHttpReply&)> Shows(const char* text) {
+        return [text](const CHttpReply& reply) { return reply.body.find(text) != std::string::npos; };
+    }
     void AddBeatHost() {
         AddHost(L"127.0.0.99", FreePort(), {{L"User Root", CValue::FromText(Folder("root"))}});
     }
@@ -124,23 +140,42 @@ TEST_F(CReloadTest, HostsComeAndGoWithTheirKeys) {
 TEST_F(CReloadTest, AHostWhoseKeyWasReplacedIsStillFollowed) {
     const int port = AddDefaultHost();
     Start();
-    {
-        auto transaction = m_registry->Begin().Value();
-        DeleteHost(kHost);
-        const auto key = HostKey(kHost);
-        const Values values{{L"Protocol", CValue::FromText(L"http")},
-                            {L"Port", CValue::FromText(std::to_wstring(port))},
-                            {L"User Root", CValue::FromText(Folder("root"))},
-                            {L"State", CValue::FromText(L"replaced")}};
-        for (const auto& [name, value] : values) ASSERT_EQ(key->Set(name, value), ErrorCode::Success);
-        ASSERT_EQ(transaction->Commit(), ErrorCode::Success);
-    }
-    const auto shows = [](const char* text) {
-        return [text](const CHttpReply& reply) { return reply.body.find(text) != std::string::npos; };
-    };
-    GetUntil(port, "/values", shows("Registry$State=replaced"));
+    Values values = PlainHost(port);
+    values.emplace_back(L"State", CValue::FromText(L"replaced"));
+    ReplaceHost(values);
+    GetUntil(port, "/values", Shows("Registry$State=replaced"));
     SetText(kHost, L"State", L"changed");
-    GetUntil(port, "/values", shows("Registry$State=changed"));
+    GetUntil(port, "/values", Shows("Registry$State=changed"));
+
+    // Also when the new key cannot be used at first.
+    Ignore(m_events.Take());
+    values = PlainHost(port);
+    values.emplace_back(L"/drive", CValue::FromText(L"Q:\\folder"));
+    values.emplace_back(L"State", CValue::FromText(L"mended"));
+    ReplaceHost(values);
+    WaitUntil([&] { return !WithId(m_events.Take(), message::kFolderUnavailable).empty(); }, "the event");
+    ASSERT_EQ(HostKey(kHost)->DeleteValue(L"/drive"), ErrorCode::Success);
+    GetUntil(port, "/values", Shows("Registry$State=mended"));
+
+    // And when it holds nothing.
+    ReplaceHost({});
+    WaitUntil([&] { return !Serves(port); }, "the end of the host");
+}
+
+TEST_F(CReloadTest, AClientThatSendsHalfAFormHoldsUpNothing) {
+    const int port = AddDefaultHost();
+    AddBeatHost();
+    Start(2);
+    CHttpConnection silent(port);
+    ASSERT_TRUE(silent.Send("POST /values HTTP/1.1\r\nHost: localhost\r\nContent-Length: 100\r\n"
+                            "Content-Type: application/x-www-form-urlencoded\r\n\r\na="));
+    ASSERT_TRUE(m_trace.WaitFor(trace::kRequest, 1));
+    const int other = FreePort();
+    SetText(kHost, L"Port", std::to_wstring(other));
+    WaitUntil([&] { return Serves(other); }, "the new port");
+    DeleteHost(kHost);
+    WaitUntil([&] { return !Serves(other); }, "the end of the host");
+    EXPECT_TRUE(Stop().IsOk());
 }
 
 TEST_F(CReloadTest, ChangesElsewhereRebuildNothing) {
@@ -161,7 +196,7 @@ TEST_F(CReloadTest, ChangesElsewhereRebuildNothing) {
     EXPECT_THAT(Get(port, "/values").body, ::testing::HasSubstr("Registry$Shared=old\n"));
     SetText(kHost, L"Touch", L"1");
     GetUntil(port, "/values",
-             [](const CHttpReply& r) { return r.body.find("Registry$Shared=new\n") != std::string::npos; });
+             Shows("Registry$Shared=new\n"));
     EXPECT_EQ(Get(port, "/system").status, 200) << "locations stay until the listener is replaced";
 }
 
@@ -176,7 +211,9 @@ TEST_F(CReloadTest, AHostThatCannotBeBuiltLeavesTheOthersServing) {
     } cases[] = {
         {L"User Root", L"/nowhere/at/all", message::kFolderUnavailable, L"/nowhere/at/all"},
         {L"/drive", L"Q:\\folder", message::kFolderUnavailable, L"Q:\\folder"},
-        {L"Port", L"no port", message::kStandardException, nullptr},
+        {L"Port", L"99999", message::kStandardException, nullptr},
+        {L"Port", L"8080x", message::kStandardException, nullptr},
+        {L"Protocol", L"no scheme", message::kStandardException, nullptr},
         {L"Port", nullptr, message::kStandardException, nullptr},  // the good host's: in use
     };
     for (const auto& test : cases) {

@@ -67,8 +67,24 @@ std::optional<std::wstring> CheckOptions(const CArguments& arguments) {
     return std::nullopt;
 }
 
+bool IsNameCharacter(wchar_t character) {
+    return (character < 0x80 && FoldCase(character) >= L'a' && FoldCase(character) <= L'z') ||
+           (character >= L'0' && character <= L'9') || character == L'.' || character == L'-' ||
+           character == L'_';
+}
+
+bool IsAddressCharacter(wchar_t character) {
+    return HexDigit(character) >= 0 || character == L':' || character == L'.';
+}
+
+/// A DNS name or IPv4 address, an IPv6 address in brackets, or a name that takes every host ("*", "+").
 bool IsHostName(std::wstring_view name) {
-    return !name.empty() && name.find(L'\\') == name.npos;
+    if (name == L"*" || name == L"+") return true;
+    if (name.size() > 2 && name.front() == L'[' && name.back() == L']') {
+        name = name.substr(1, name.size() - 2);
+        return std::all_of(name.begin(), name.end(), IsAddressCharacter);
+    }
+    return !name.empty() && std::all_of(name.begin(), name.end(), IsNameCharacter);
 }
 
 ExitCode AddHost(IKey& root, const std::wstring& name, const CArguments& arguments) {
@@ -120,7 +136,10 @@ ExitCode HostAdd(const CArguments& arguments) {
 
 ExitCode HostRemove(const CArguments& arguments) {
     const std::wstring& name = arguments.Operands()[0];
-    if (!IsHostName(name)) return FailUsage(L"This is no host name: " + name, L"qbctl host remove");
+    // Whatever got there by other ways can be removed.
+    if (name.empty() || name.find(L'\\') != name.npos) {
+        return FailUsage(L"This is no host name: " + name, L"qbctl host remove");
+    }
     const bool forced = arguments.Has(L"/f") || arguments.Has(L"--force");
     if (!forced && !Confirm(L"Remove the host " + name + L" and everything below its key?", L"--force")) {
         return ExitCode::Failure;
