@@ -52,11 +52,11 @@ std::string ViewRequest(const CInformationWords& words, std::wstring_view view) 
 /// The path of a view, without drive; none when the archive refuses it.
 std::optional<std::wstring> ViewPath(const CComPtr<IArchiveFile>& file, const std::wstring& path,
                                      std::wstring_view view) {
-    if (ToUtf16(view).size() > kLongestViewName || !StaysWithin(L"", view)) return std::nullopt;
-    if (view.find_first_of(L"/\\") != std::wstring_view::npos) return std::nullopt;
+    const bool isName = ToUtf16(view).size() <= kLongestViewName &&
+                        view.find_first_of(std::wstring_view(L"/\\\0", 3)) == std::wstring_view::npos;
     const auto words = QueryWords(file);
     CComPtr<IArchiveFileControl> control;
-    if (!words || !Succeeded(file.QueryInterface(control))) return std::nullopt;
+    if (!isName || !words || !Succeeded(file.QueryInterface(control))) return std::nullopt;
     const std::string input = ViewRequest(*words, view);
     std::wstring output(path.size() + 260, L'\0');
     std::uint32_t returned = 0;
@@ -100,6 +100,23 @@ std::wstring ExtensionOf(const std::wstring& path) {
     return dot == std::wstring::npos ? std::wstring() : path.substr(dot + 1);
 }
 
+/// True when the caller's copy is the one of that tag.
+bool HasCopy(const web::http::http_request& request, const std::wstring& tag) {
+    const auto condition = request.headers().find(web::http::header_names::if_none_match);
+    return condition != request.headers().end() && FromUtf8(condition->second) == tag;
+}
+
+/// What the archive has at `path`; an empty path when it does not open it or refuses the view.
+COpenedFile OpenArchiveFile(IArchiveFileSystem& archive, const std::wstring& path,
+                            const std::map<utility::string_t, utility::string_t>& query) {
+    CComPtr<IArchiveFile> file;
+    if (!Succeeded(archive.OpenFile(path.c_str(), file.Receive()))) return {};
+    std::wstring servedPath;
+    if (!Succeeded(file->GetPath(&servedPath))) return {path, L""};
+    const auto view = query.find("view");
+    return view == query.end() ? OpenWhole(file, servedPath) : OpenView(file, servedPath, FromUtf8(view->second));
+}
+
 }  // namespace
 
 std::wstring EntityTag(std::wstring_view source) {
@@ -118,7 +135,6 @@ CDirectoryMappings::Handler CDirectoryMappings::Find(const web::http::http_reque
     if (!path.starts_with(name)) return nullptr;
     std::wstring full = folder + path.substr(name.size());
     const std::wstring extension = ExtensionOf(full);
-
     const auto query = web::uri::split_query(request.relative_uri().query());
     if (const auto other = query.find("extension"); other != query.end()) {
         auto replaced = ReplaceExtension(std::move(full), FromUtf8(other->second));
@@ -127,24 +143,12 @@ CDirectoryMappings::Handler CDirectoryMappings::Find(const web::http::http_reque
     }
     if (!StaysWithin(folder, full)) return nullptr;
 
-    CComPtr<IArchiveFile> file;
-    if (!Succeeded(m_archive.OpenFile(full.c_str(), file.Receive()))) return nullptr;
-    COpenedFile opened{full, L""};
-    std::wstring filePath;
-    if (Succeeded(file->GetPath(&filePath))) {
-        const auto view = query.find("view");
-        opened = view == query.end() ? OpenWhole(file, filePath)
-                                     : OpenView(file, filePath, FromUtf8(view->second));
-    }
+    const COpenedFile opened = OpenArchiveFile(m_archive, full, query);
     if (opened.path.empty()) return nullptr;
-
     const std::wstring tag = opened.tagSource.empty() ? std::wstring() : EntityTag(opened.tagSource);
-    const auto condition = request.headers().find(web::http::header_names::if_none_match);
-    if (condition != request.headers().end() && FromUtf8(condition->second) == tag) {
-        return std::make_shared<CNotModifiedHandler>();
-    }
-    return std::make_shared<CFileRequestHandler>(
-        opened.path, CMIMEMap::Instance().GetContentType(extension), tag, opened.cacheClass, m_rangeCap);
+    if (HasCopy(request, tag)) return std::make_shared<CNotModifiedHandler>();
+    return std::make_shared<CFileRequestHandler>(opened.path, CMIMEMap::Instance().GetContentType(extension), tag,
+                                                 opened.cacheClass, m_rangeCap);
 }
 
 }  // namespace quorbel

@@ -29,16 +29,21 @@ bool IsForm(const http_request& request) {
     return field != request.headers().end() && IsFormContentType(FromUtf8(field->second));
 }
 
+/// What is told of a request at most, in bytes: a trace record does not hold more.
+constexpr std::size_t kLongestDescription = 8000;
+
 /// One line on a request: version, method, path and query, headers.
 std::wstring Describe(const http_request& request) {
+    std::string text;
+    const auto append = [&text](std::initializer_list<std::string_view> parts) {
+        for (std::string_view part : parts) text.append(part.substr(0, kLongestDescription - text.size()));
+    };
     const web::uri& target = request.request_uri();
-    std::string text = std::to_string(request.http_version().major) + "." +
-                       std::to_string(request.http_version().minor) + " " + request.method() + " " +
-                       target.path() + target.query() + " headers{";
-    for (const auto& [name, value] : request.headers()) {
-        text.append(" ").append(name).append("{").append(value).append("}");
-    }
-    return FromUtf8(text.append(" }"));
+    append({std::to_string(request.http_version().major), ".", std::to_string(request.http_version().minor), " ",
+            request.method(), " ", target.path(), target.query(), " headers{"});
+    for (const auto& [name, value] : request.headers()) append({" ", name, "{", value, "}"});
+    append({" }"});
+    return FromUtf8(text);
 }
 
 }  // namespace

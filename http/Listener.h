@@ -53,7 +53,6 @@ class CHTTPServer::CListener {
         m_authenticator = std::move(authenticator);
     }
     IArchiveFileSystem& Archive() const noexcept { return *m_archive.Get(); }
-    const std::wstring& Host() const noexcept { return m_host; }
 
  private:
     using Request = web::http::http_request;

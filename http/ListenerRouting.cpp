@@ -42,7 +42,9 @@ std::shared_ptr<CHTTPServer::CRequestHandler> CHTTPServer::CListener::FindCached
 }
 
 void CHTTPServer::CListener::ReportNotFound(const std::wstring& path) {
-    m_notFoundEvents.Write(path, [this](const std::wstring& text) {
+    // Long paths are a scanner's: their beginning will do, and does not push everything else out of the log.
+    constexpr std::size_t kLongestPath = 256;
+    m_notFoundEvents.Write(path.substr(0, kLongestPath), [this](const std::wstring& text) {
         CEventLog::Instance().ReportMessage(message::kNotFound, {m_host, text});
     });
 }

@@ -31,7 +31,7 @@ class CGate {
     }
 
  private:
-    CMutex m_lock{LockRank::Gate};  // guards what follows
+    CMutex m_lock{LockRank::Innermost};  // guards what follows
     std::condition_variable_any m_empty;
     std::size_t m_inside = 0;
     bool m_isClosed = false;

@@ -25,7 +25,7 @@ enum class LockRank : std::uint8_t {
     ConsoleEcho = 85,
     Registry = 90,
     RegistryWatches = 100,
-    Gate = 250,  ///< who is inside; innermost
+    Innermost = 255,  ///< locks under which no other is taken
 };
 
 namespace detail {
