@@ -1,10 +1,7 @@
 #include <benchmark/benchmark.h>
-#include <filesystem>
-#include <fstream>
 #include <map>
-#include <stdlib.h>
 
-#include "platform/Text.h"
+#include "bench/ScratchFolder.h"
 #include "platform/folders/FolderSearch.h"
 
 namespace quorbel {
@@ -15,26 +12,19 @@ namespace {
 class CSearchedFolder {
  public:
     explicit CSearchedFolder(std::int64_t files) {
-        std::string name = (std::filesystem::temp_directory_path() / "quorbel-XXXXXX").string();
-        if (!::mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
-        m_path = name;
-        for (std::int64_t i = 0; i < files; ++i) std::ofstream(m_path / FileName(i));
+        for (std::int64_t i = 0; i < files; ++i) m_folder.Write(FileName(i), "");
         search = CreateFolderSearch().Value();
         follower = search->Follow(CEvent::Create(EventReset::Auto).Value());
     }
-    ~CSearchedFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
 
     static std::string FileName(std::int64_t number) { return "page" + std::to_string(number) + ".GET.html"; }
-    std::wstring Pattern(const std::string& name) const { return FromUtf8((m_path / name).string()); }
+    std::wstring Pattern(const std::string& name) const { return m_folder.Text(name); }
 
     std::shared_ptr<IFolderSearch> search;
     std::shared_ptr<IFolderFollower> follower;
 
  private:
-    std::filesystem::path m_path;
+    CScratchFolder m_folder;
 };
 
 /// Made once for each size: creating 100,000 files takes far longer than searching them.
