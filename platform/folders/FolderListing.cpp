@@ -16,6 +16,9 @@ namespace {
 /// Changes that may wait while a folder is read; with more it is not worth keeping.
 constexpr std::size_t kMaximumPending = 100'000;
 
+/// Names that a search matches before it lets waiting changes in.
+constexpr int kSlice = 250;
+
 NameKind KindOfMode(mode_t mode) noexcept {
     if (S_ISREG(mode)) return NameKind::Regular;
     return S_ISLNK(mode) ? NameKind::Link : NameKind::Other;
@@ -23,14 +26,10 @@ NameKind KindOfMode(mode_t mode) noexcept {
 
 NameKind KindOfEntry(const dirent& entry) noexcept {
     switch (entry.d_type) {
-        case DT_REG:
-            return NameKind::Regular;
-        case DT_LNK:
-            return NameKind::Link;
-        case DT_UNKNOWN:
-            return NameKind::Unknown;
-        default:
-            return NameKind::Other;
+        case DT_REG: return NameKind::Regular;
+        case DT_LNK: return NameKind::Link;
+        case DT_UNKNOWN: return NameKind::Unknown;
+        default: return NameKind::Other;
     }
 }
 
@@ -44,6 +43,16 @@ NameKind LookAt(int folder, const char* path) noexcept {
 bool LeadsToFile(int folder, const char* path) noexcept {
     struct stat status;
     return ::fstatat(folder, path, &status, 0) == 0 && S_ISREG(status.st_mode);
+}
+
+/// Whether a name stands for a regular file in the end; looks at it where its kind leaves that open, and
+/// gives the kind then seen.
+bool IsFile(NameKind& kind, const std::string& folder, const std::string& name) {
+    if (kind == NameKind::Regular) return true;
+    const std::string path = folder + '/' + name;
+    if (kind == NameKind::Unknown) kind = LookAt(AT_FDCWD, path.c_str());
+    if (kind == NameKind::Link) return LeadsToFile(AT_FDCWD, path.c_str());
+    return kind == NameKind::Regular;
 }
 
 /// Reads from the start whatever was read from `folder` before, and leaves that descriptor alone.
@@ -117,22 +126,19 @@ bool CFolderListing::Patch(NameChange change, std::string_view name) {
         case State::Filling:
             m_pending.push_back({change, std::string(name)});
             return m_pending.size() <= kMaximumPending;
-        case State::Filled:
-            return Apply(change, name);
-        case State::Lost:
-            return true;
+        case State::Filled: return Apply(change, name);
+        case State::Lost: return true;
     }
     return true;
 }
 
 bool CFolderListing::Apply(NameChange change, std::string_view name) {
     m_tally.patches.fetch_add(1, std::memory_order_relaxed);
+    ++m_changes;
     const std::string movedInBefore = std::exchange(m_lastMovedIn, {});
     switch (change) {
         case NameChange::MovedIn:
-        case NameChange::FolderMovedIn:
-            m_lastMovedIn = name;
-            break;
+        case NameChange::FolderMovedIn: m_lastMovedIn = name; break;
         case NameChange::MovedAway:
             // Two names that are exchanged in one call give the same notifications as one that moved in and
             // out again; after the exchange both exist.
@@ -140,8 +146,7 @@ bool CFolderListing::Apply(NameChange change, std::string_view name) {
             break;
         case NameChange::Appeared:
         case NameChange::FolderAppeared:
-        case NameChange::Vanished:
-            break;
+        case NameChange::Vanished: break;
     }
     if (change == NameChange::Appeared || change == NameChange::MovedIn) {
         Put(name);
@@ -181,35 +186,63 @@ void CFolderListing::Lose() {
 std::optional<CFoundFiles> CFolderListing::Find(const CWildcardPattern& pattern,
                                                 const std::string& folder) const {
     CFoundFiles found;
+    std::optional<std::string> after;
+    for (;;) {
+        auto slice = Scan(pattern, after, CFolderMatches::kMaximum - found.names.size());
+        if (!slice) return std::nullopt;
+        for (CCandidate& candidate : slice->candidates) {
+            if (IsFile(candidate.kind, folder, candidate.name))
+                found.names.push_back(std::move(candidate.wide));
+            if (candidate.kind == NameKind::Link) found.throughLink = true;
+        }
+        Learn(*slice);
+        if (slice->isEnd || found.names.size() == CFolderMatches::kMaximum) return found;
+        after = std::move(slice->last);
+    }
+}
+
+/// None when the listing is not filled or lost.
+std::optional<CFolderListing::CSlice> CFolderListing::Scan(const CWildcardPattern& pattern,
+                                                           const std::optional<std::string>& after,
+                                                           std::size_t maximum) const {
+    CSlice slice;
     const std::string& prefix = pattern.Prefix();
     const std::shared_lock hold(m_lock);
     if (m_state != State::Filled) return std::nullopt;
-    for (auto entry = m_names.lower_bound(prefix); entry != m_names.end(); ++entry) {
-        const std::string& name = entry->first;
-        if (!name.starts_with(prefix) || found.names.size() == CFolderMatches::kMaximum) break;
-        auto wide = FromUtf8Strict(name);
-        if (!wide || !pattern.Matches(*wide)) continue;
-        NameKind kind = entry->second.load(std::memory_order_relaxed);
-        std::string path;
-        if (kind == NameKind::Unknown || kind == NameKind::Link) path = folder + '/' + name;
-        if (kind == NameKind::Unknown) {
-            kind = LookAt(AT_FDCWD, path.c_str());
-            entry->second.store(kind, std::memory_order_relaxed);
+    slice.changes = m_changes;
+    auto entry = after ? m_names.upper_bound(*after) : m_names.lower_bound(prefix);
+    for (int seen = 1;; ++entry, ++seen) {
+        slice.isEnd = entry == m_names.end() || !entry->first.starts_with(prefix);
+        if (slice.isEnd) return slice;
+        const auto& [name, known] = *entry;
+        if (auto wide = FromUtf8Strict(name); wide && pattern.Matches(*wide)) {
+            const NameKind kind = known.load(std::memory_order_relaxed);
+            if (kind != NameKind::Other)
+                slice.candidates.push_back({name, std::move(*wide), kind, kind == NameKind::Unknown});
         }
-        if (kind == NameKind::Link) {
-            found.throughLink = true;
-            if (!LeadsToFile(AT_FDCWD, path.c_str())) continue;
-        } else if (kind != NameKind::Regular) {
-            continue;
-        }
-        found.names.push_back(std::move(*wide));
+        if (seen < kSlice && slice.candidates.size() < maximum) continue;
+        slice.last = name;
+        return slice;
     }
-    return found;
 }
 
-std::optional<CFoundFiles> FindByReading(int folder, const CWildcardPattern& pattern) {
+void CFolderListing::Learn(const CSlice& slice) const {
+    const auto isLearnt = [](const CCandidate& candidate) { return candidate.isLearnt; };
+    if (std::none_of(slice.candidates.begin(), slice.candidates.end(), isLearnt)) return;
+    const std::shared_lock hold(m_lock);
+    // Else what was looked at may be what stood there before the change.
+    if (m_changes != slice.changes) return;
+    for (const CCandidate& candidate : slice.candidates) {
+        const auto entry = candidate.isLearnt ? m_names.find(candidate.name) : m_names.end();
+        if (entry != m_names.end()) entry->second.store(candidate.kind, std::memory_order_relaxed);
+    }
+}
+
+std::optional<CReadFiles> FindByReading(int folder, const CWildcardPattern& pattern) {
     std::set<std::wstring> first;
+    std::size_t names = 0;
     const bool whole = ReadNames(folder, [&](std::string_view name, NameKind) {
+        ++names;
         auto wide = name.starts_with(pattern.Prefix()) ? FromUtf8Strict(name) : std::nullopt;
         if (!wide || !pattern.Matches(*wide)) return true;
         const bool isFull = first.size() == CFolderMatches::kMaximum;
@@ -220,7 +253,7 @@ std::optional<CFoundFiles> FindByReading(int folder, const CWildcardPattern& pat
         return true;
     });
     if (!whole) return std::nullopt;
-    return CFoundFiles{{first.begin(), first.end()}, false};
+    return CReadFiles{{{first.begin(), first.end()}, false}, names};
 }
 
 }  // namespace quorbel

@@ -33,6 +33,12 @@ struct CFoundFiles {
     bool throughLink = false;  ///< the answer depends on what a symbolic link leads to
 };
 
+/// The answer of a folder read for it alone, and how many names, of folders left out, it holds.
+struct CReadFiles {
+    CFoundFiles found;
+    std::size_t names = 0;
+};
+
 /// What happened to a name in a folder; in file system order.
 enum class NameChange {
     Appeared,  ///< created, or linked
@@ -62,7 +68,8 @@ class CFolderListing {
     bool IsLost() const;
 
     /// The files that match, at most CFolderMatches::kMaximum; none when the listing is not filled or lost.
-    /// `folder` is the folder's path, to look at names that have not been looked at yet.
+    /// `folder` is the folder's path, to look at names that have not been looked at yet. Changes need not
+    /// wait for its end: a change that arrives meanwhile may be in the answer or not.
     std::optional<CFoundFiles> Find(const CWildcardPattern& pattern, const std::string& folder) const;
 
  private:
@@ -73,8 +80,25 @@ class CFolderListing {
     };
     // The kind is learnt by searches that share the lock.
     using Names = std::map<std::string, std::atomic<NameKind>, std::less<>>;
+    /// A name that matches.
+    struct CCandidate {
+        std::string name;
+        std::wstring wide;
+        NameKind kind;
+        bool isLearnt;  ///< the kind was unknown before
+    };
+    /// What a search found in one go, without letting changes in.
+    struct CSlice {
+        std::vector<CCandidate> candidates;
+        std::string last;  ///< where the next one goes on
+        bool isEnd = false;
+        std::uint64_t changes = 0;  ///< m_changes then
+    };
 
     State Current() const;
+    std::optional<CSlice> Scan(const CWildcardPattern& pattern, const std::optional<std::string>& after,
+                               std::size_t maximum) const;
+    void Learn(const CSlice& slice) const;
     bool TakeOver(std::vector<std::pair<std::string, NameKind>> read);
     bool Apply(NameChange change, std::string_view name);
     void Put(std::string_view name);
@@ -89,9 +113,10 @@ class CFolderListing {
     mutable Names m_names;
     std::vector<CPendingChange> m_pending;  // while filling
     std::string m_lastMovedIn;              // the name, when the last change was that it moved in
+    std::uint64_t m_changes = 0;            // applied
 };
 
 /// Reads a folder, open for reading, for one answer only. None when it cannot be read.
-std::optional<CFoundFiles> FindByReading(int folder, const CWildcardPattern& pattern);
+std::optional<CReadFiles> FindByReading(int folder, const CWildcardPattern& pattern);
 
 }  // namespace quorbel

@@ -28,6 +28,16 @@ struct CRequest {
     CWildcardPattern name;
 };
 
+/// Whether no segment is longer than the name of a file can be.
+bool CanExist(std::string_view path) noexcept {
+    for (std::size_t start = 0; start <= path.size();) {
+        const std::size_t end = std::min(path.find('/', start), path.size());
+        if (end - start > NAME_MAX) return false;
+        start = end + 1;
+    }
+    return true;
+}
+
 std::optional<CRequest> Parse(std::wstring_view pattern, std::wstring_view kind) {
     const auto separator = pattern.find_last_of(L"/\\");
     if (separator == pattern.npos) return std::nullopt;
@@ -36,8 +46,10 @@ std::optional<CRequest> Parse(std::wstring_view pattern, std::wstring_view kind)
     CResult<std::string> folder = ToLocalPath(pattern.substr(0, separator + 1));
     if (!folder.IsOk() || folder.Value().size() >= PATH_MAX) return std::nullopt;
     std::string& path = folder.Value();
+    CWildcardPattern wanted(name, kind);
+    if (!CanExist(path) || wanted.LeastBytes() > NAME_MAX) return std::nullopt;
     while (path.size() > 1 && path.back() == '/') path.pop_back();
-    return CRequest{std::move(path), CWildcardPattern(name, kind)};
+    return CRequest{std::move(path), std::move(wanted)};
 }
 
 /// Whether the path still leads where it led when it was followed.
@@ -95,6 +107,7 @@ class CFolderSearch final : public IFolderSearch {
 
     PathPointer Searched(const std::string& folder);
     PathPointer Remembered(const std::string& folder) const;
+    bool IsWorthFollowing(const std::string& folder) const;
     PathPointer FollowPath(const std::string& folder);
     bool FollowToItsEnd(const PathPointer& path);
     bool FillListing(const PathPointer& path, int folder);
@@ -103,20 +116,25 @@ class CFolderSearch final : public IFolderSearch {
     std::optional<CFolderMatches> Answer(CSearchedPath& path, const CRequest& request,
                                          const std::shared_ptr<CFolderFollower>& follower) const;
     CFolderMatches ReadAnew(const CRequest& request);
+    void NoteSize(int folder, std::size_t names);
 
     void Forget(const PathPointer& path);
     // These want m_lock held exclusively.
-    PathPointer Keep(const PathPointer& path, FollowersToTell& tell);
-    void Drop(const PathPointer& path, FollowersToTell& tell);
-    void Drop(const SearchedPaths& paths, FollowersToTell& tell);
-    void KeepWithinMaximum(const PathPointer& newest, FollowersToTell& tell);
+    PathPointer Keep(const PathPointer& path, CFollowersToTell& tell);
+    void Drop(const PathPointer& path, CFollowersToTell& tell);
+    void Drop(const SearchedPaths& paths, CFollowersToTell& tell);
+    void KeepWithinMaximum(const PathPointer& newest, CFollowersToTell& tell);
 
     void Run();
+    void TakeAllChanges();
+    void GiveUp() noexcept;
     bool WaitForChanges() const;
-    void TakeChanges();
-    void Take(const inotify_event& event, FollowersToTell& tell);
-    void TakeWholeFolder(int watch, FollowersToTell& tell);
-    void TakeName(int watch, std::uint32_t mask, std::string_view name, FollowersToTell& tell);
+    bool TakeChanges();
+    void Take(const inotify_event& event, CFollowersToTell& tell);
+    void TakeWholeFolder(int watch, CFollowersToTell& tell);
+    void TakeName(int watch, std::uint32_t mask, std::string_view name, CFollowersToTell& tell);
+    std::shared_ptr<CFolderListing> ListingOf(int watch) const;
+    bool CollectConcerned(int watch, std::string_view name, CFollowersToTell& tell) const;
 
     const CFolderSearchOptions m_options;
     const std::shared_ptr<CEvent> m_stop;
@@ -128,6 +146,10 @@ class CFolderSearch final : public IFolderSearch {
     mutable CReadWriteLock m_lock{LockRank::FolderSearch};
     CFolderWatches m_watches;                              // guarded by m_lock
     std::unordered_map<std::string, PathPointer> m_paths;  // guarded by m_lock
+    // By device and inode, the folders that held more than the maximum when they were last read; guarded by
+    // m_lock. They are few: each has that many files.
+    std::set<std::pair<dev_t, ino_t>> m_tooLarge;
+    bool m_hasGivenUp = false;  // guarded by m_lock
 
     std::thread m_thread;
 };
@@ -175,7 +197,7 @@ CFolderSearch::PathPointer CFolderSearch::Searched(const std::string& folder) {
         if (IsCurrent(*path)) return path;
         Forget(path);
     }
-    return FollowPath(folder);
+    return IsWorthFollowing(folder) ? FollowPath(folder) : nullptr;
 }
 
 CFolderSearch::PathPointer CFolderSearch::Remembered(const std::string& folder) const {
@@ -186,6 +208,13 @@ CFolderSearch::PathPointer CFolderSearch::Remembered(const std::string& folder) 
     auto& lastUsed = found->second->lastUsed;
     if (lastUsed.load(std::memory_order_relaxed) != now) lastUsed.store(now, std::memory_order_relaxed);
     return found->second;
+}
+
+bool CFolderSearch::IsWorthFollowing(const std::string& folder) const {
+    struct stat status;
+    const bool exists = ::stat(folder.c_str(), &status) == 0;
+    const std::shared_lock hold(m_lock);
+    return !m_hasGivenUp && !(exists && m_tooLarge.contains({status.st_dev, status.st_ino}));
 }
 
 CFolderSearch::PathPointer CFolderSearch::FollowPath(const std::string& folder) {
@@ -199,12 +228,9 @@ CFolderSearch::PathPointer CFolderSearch::FollowPath(const std::string& folder) 
 bool CFolderSearch::FollowToItsEnd(const PathPointer& path) {
     CFolderWalk walk([&](int folder, std::string_view name) { return Watch(folder, name, path); });
     switch (walk.Go(path->path)) {
-        case WalkEnd::NotFollowed:
-            return false;
-        case WalkEnd::Nothing:
-            return true;
-        case WalkEnd::Folder:
-            return FillListing(path, walk.Folder());
+        case WalkEnd::NotFollowed: return false;
+        case WalkEnd::Nothing: return true;
+        case WalkEnd::Folder: return FillListing(path, walk.Folder());
     }
     return false;
 }
@@ -227,22 +253,18 @@ int CFolderSearch::Watch(int folder, std::string_view name, const PathPointer& p
         if (const int fault = m_options.watchFault(use)) return fault;
     }
     const std::lock_guard hold(m_lock);
+    if (m_hasGivenUp) return ESHUTDOWN;
     return m_watches.Add(folder, name, path);
 }
 
 /// Keeps the path for the next search, or gives the one that another thread has kept.
 CFolderSearch::PathPointer CFolderSearch::Remember(const PathPointer& path) {
-    FollowersToTell tell;
-    PathPointer kept;
-    {
-        const std::lock_guard hold(m_lock);
-        kept = Keep(path, tell);
-    }
-    for (const auto& follower : tell) follower->Tell();
-    return kept;
+    CFollowersToTell tell;
+    const std::lock_guard hold(m_lock);
+    return Keep(path, tell);
 }
 
-CFolderSearch::PathPointer CFolderSearch::Keep(const PathPointer& path, FollowersToTell& tell) {
+CFolderSearch::PathPointer CFolderSearch::Keep(const PathPointer& path, CFollowersToTell& tell) {
     if (path->dropped) {
         // Dropped while it was followed, but perhaps concerned by more folders since.
         m_watches.RemoveAll(path);
@@ -254,7 +276,7 @@ CFolderSearch::PathPointer CFolderSearch::Keep(const PathPointer& path, Follower
         return entry->second;
     }
     path->lastUsed = m_newest += 2;
-    m_tally.kept.fetch_add(CFolderSearchCounters::kPathWeight, std::memory_order_relaxed);
+    m_tally.kept.fetch_add(path->Weight(), std::memory_order_relaxed);
     KeepWithinMaximum(path, tell);
     return path;
 }
@@ -275,36 +297,52 @@ CFolderMatches CFolderSearch::ReadAnew(const CRequest& request) {
     const CFileDescriptor folder = OpenForReading(AT_FDCWD, request.folder.c_str());
     if (!folder.IsOpen()) return {};
     m_tally.readings.fetch_add(1, std::memory_order_relaxed);
-    auto found = FindByReading(folder.Get(), request.name);
-    if (!found) return {};
-    return {std::move(found->names), false};
+    auto read = FindByReading(folder.Get(), request.name);
+    if (!read) return {};
+    NoteSize(folder.Get(), read->names);
+    return {std::move(read->found.names), false};
+}
+
+/// Remembers whether the folder is too large for a listing, so that it is not read in vain for one as well.
+void CFolderSearch::NoteSize(int folder, std::size_t names) {
+    struct stat status;
+    if (::fstat(folder, &status) != 0) return;
+    const std::pair which(status.st_dev, status.st_ino);
+    const bool isTooLarge = names > m_options.maximumKept;
+    {
+        const std::shared_lock hold(m_lock);
+        if (m_tooLarge.contains(which) == isTooLarge) return;
+    }
+    const std::lock_guard hold(m_lock);
+    if (isTooLarge) {
+        m_tooLarge.insert(which);
+    } else {
+        m_tooLarge.erase(which);
+    }
 }
 
 void CFolderSearch::Forget(const PathPointer& path) {
-    FollowersToTell tell;
-    {
-        const std::lock_guard hold(m_lock);
-        Drop(path, tell);
-    }
-    for (const auto& follower : tell) follower->Tell();
+    CFollowersToTell tell;
+    const std::lock_guard hold(m_lock);
+    Drop(path, tell);
 }
 
-void CFolderSearch::Drop(const PathPointer& path, FollowersToTell& tell) {
+void CFolderSearch::Drop(const PathPointer& path, CFollowersToTell& tell) {
     path->dropped = true;
     path->followers.CollectInto(tell);
     m_watches.RemoveAll(path);
     const auto remembered = m_paths.find(path->path);
     if (remembered == m_paths.end() || remembered->second != path) return;
     m_paths.erase(remembered);
-    m_tally.kept.fetch_sub(CFolderSearchCounters::kPathWeight, std::memory_order_relaxed);
+    m_tally.kept.fetch_sub(path->Weight(), std::memory_order_relaxed);
 }
 
-void CFolderSearch::Drop(const SearchedPaths& paths, FollowersToTell& tell) {
+void CFolderSearch::Drop(const SearchedPaths& paths, CFollowersToTell& tell) {
     for (const PathPointer& path : paths) Drop(path, tell);
 }
 
 /// Forgets the paths not searched for longest, an eighth more than it must, so that this is seldom done.
-void CFolderSearch::KeepWithinMaximum(const PathPointer& newest, FollowersToTell& tell) {
+void CFolderSearch::KeepWithinMaximum(const PathPointer& newest, CFollowersToTell& tell) {
     if (m_tally.kept <= m_options.maximumKept) return;
     std::vector<std::pair<std::uint64_t, PathPointer>> byUse;
     byUse.reserve(m_paths.size());
@@ -317,13 +355,35 @@ void CFolderSearch::KeepWithinMaximum(const PathPointer& newest, FollowersToTell
 }
 
 void CFolderSearch::Run() {
+    try {
+        TakeAllChanges();
+    } catch (...) {
+        // The change that was being taken in is lost. What follows is the same as without notifications.
+    }
+    if (!m_stop->Test()) GiveUp();
+}
+
+void CFolderSearch::TakeAllChanges() {
     while (WaitForChanges()) {
         if (m_options.beforeReading) m_options.beforeReading();
-        TakeChanges();
+        if (!TakeChanges()) return;
     }
 }
 
-/// False when the thread is to end.
+/// Forgets everything and tells every follower; from here on nothing is followed.
+void CFolderSearch::GiveUp() noexcept {
+    const std::lock_guard hold(m_lock);
+    m_hasGivenUp = true;
+    for (const auto& [name, path] : m_paths) {
+        path->GiveUp();
+        m_tally.kept.fetch_sub(path->Weight(), std::memory_order_relaxed);
+    }
+    m_paths.clear();
+    // Also the paths that are being followed just now.
+    m_watches.GiveUpAll();
+}
+
+/// False when the thread is to end, or cannot wait.
 bool CFolderSearch::WaitForChanges() const {
     std::array<pollfd, 2> entries{pollfd{m_stop->Descriptor(), POLLIN, 0},
                                   pollfd{m_watches.Descriptor(), POLLIN, 0}};
@@ -333,11 +393,13 @@ bool CFolderSearch::WaitForChanges() const {
     return entries[0].revents == 0;
 }
 
-void CFolderSearch::TakeChanges() {
+/// False when no changes can be read any more.
+bool CFolderSearch::TakeChanges() {
     alignas(inotify_event) std::array<char, 64 * 1024> buffer;
     const auto length = ::read(m_watches.Descriptor(), buffer.data(), buffer.size());
-    FollowersToTell tell;
-    for (const char* at = buffer.data(); at < buffer.data() + length;) {
+    if (length < 0) return errno == EAGAIN || errno == EINTR;
+    CFollowersToTell tell;
+    for (const char *at = buffer.data(), *const end = at + length; at < end;) {
         const auto* event = reinterpret_cast<const inotify_event*>(at);
         Take(*event, tell);
         at += sizeof(inotify_event) + event->len;
@@ -346,10 +408,10 @@ void CFolderSearch::TakeChanges() {
         const std::lock_guard hold(m_lock);
         KeepWithinMaximum(nullptr, tell);
     }
-    for (const auto& follower : tell) follower->Tell();
+    return true;
 }
 
-void CFolderSearch::Take(const inotify_event& event, FollowersToTell& tell) {
+void CFolderSearch::Take(const inotify_event& event, CFollowersToTell& tell) {
     if (event.mask & IN_Q_OVERFLOW) {
         const std::lock_guard hold(m_lock);
         Drop(m_watches.AllConcerned(), tell);
@@ -360,30 +422,40 @@ void CFolderSearch::Take(const inotify_event& event, FollowersToTell& tell) {
     }
 }
 
-void CFolderSearch::TakeWholeFolder(int watch, FollowersToTell& tell) {
+void CFolderSearch::TakeWholeFolder(int watch, CFollowersToTell& tell) {
     const std::lock_guard hold(m_lock);
     if (const CWatchedFolder* folder = m_watches.Find(watch)) Drop(m_watches.AllConcerned(*folder), tell);
 }
 
-void CFolderSearch::TakeName(int watch, std::uint32_t mask, std::string_view name, FollowersToTell& tell) {
-    bool isUnsure = false;
-    {
-        const std::shared_lock hold(m_lock);
-        const CWatchedFolder* folder = m_watches.Find(watch);
-        if (!folder) return;
-        if (const auto searched = folder->concerned.find(kEveryName); searched != folder->concerned.end()) {
-            isUnsure = !folder->listing->Patch(ChangeOf(mask), name);
-            for (const PathPointer& path : searched->second) path->followers.CollectInto(tell);
-        }
-        if (!isUnsure && !folder->concerned.contains(name)) return;
-    }
+void CFolderSearch::TakeName(int watch, std::uint32_t mask, std::string_view name, CFollowersToTell& tell) {
+    // A listing can be busy with a search: while that is waited for, other searches must find their paths.
+    const auto listing = ListingOf(watch);
+    const bool isSure = !listing || listing->Patch(ChangeOf(mask), name);
+    if (!CollectConcerned(watch, name, tell) && isSure) return;
     const std::lock_guard hold(m_lock);
-    for (std::string_view which : {name, isUnsure ? kEveryName : name}) {
+    for (std::string_view which : {name, isSure ? name : kEveryName}) {
         const CWatchedFolder* folder = m_watches.Find(watch);
         if (!folder) return;
         const auto concerned = folder->concerned.find(which);
         if (concerned != folder->concerned.end()) Drop(SearchedPaths(concerned->second), tell);
     }
+}
+
+std::shared_ptr<CFolderListing> CFolderSearch::ListingOf(int watch) const {
+    const std::shared_lock hold(m_lock);
+    const CWatchedFolder* folder = m_watches.Find(watch);
+    return folder ? folder->listing : nullptr;
+}
+
+/// Collects the followers of the folder's listing; says whether the name leads on to other paths.
+bool CFolderSearch::CollectConcerned(int watch, std::string_view name, CFollowersToTell& tell) const {
+    const std::shared_lock hold(m_lock);
+    const CWatchedFolder* folder = m_watches.Find(watch);
+    if (!folder) return false;
+    if (const auto searched = folder->concerned.find(kEveryName); searched != folder->concerned.end()) {
+        for (const PathPointer& path : searched->second) path->followers.CollectInto(tell);
+    }
+    return folder->concerned.contains(name);
 }
 
 CResult<std::shared_ptr<IFolderSearch>> CreateFolderSearch(CFolderSearchOptions options) {

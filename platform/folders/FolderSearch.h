@@ -35,8 +35,9 @@ struct CFolderSearchCounters {
     std::uint64_t patches = 0;   ///< names put into or taken out of a listing by a notification
     std::size_t paths = 0;       ///< folder paths remembered, missing ones included
     std::size_t watches = 0;     ///< folders watched, those on the way to a searched folder included
-    std::size_t kept = 0;        ///< names held, each remembered path counting as kPathWeight names
-    static constexpr std::size_t kPathWeight = 16;
+    std::size_t kept = 0;        ///< names held, each remembered path counting as PathWeight names
+    /// How many names a remembered path of so many bytes counts as.
+    static constexpr std::size_t PathWeight(std::size_t bytes) noexcept { return 16 + bytes / 32; }
 };
 
 /// Wildcard search for regular files. A folder is listed once and its sorted listing is then kept up to date
@@ -50,7 +51,11 @@ struct CFolderSearchCounters {
 ///
 /// A folder that cannot be followed (no watch left, a network file system, events lost) is listed anew at
 /// every search, and its answers say so. So do answers that depend on a file that is a symbolic link: no
-/// notification tells when what it leads to vanishes. All operations are safe to use from any thread.
+/// notification tells when what it leads to vanishes.
+///
+/// When memory runs out while notifications are taken in, or none can be waited for any more, everything is
+/// forgotten, every follower is told, and from then on nothing is followed: each search reads its folder. All
+/// operations are safe to use from any thread.
 class IFolderSearch {
  public:
     virtual ~IFolderSearch() = default;
@@ -60,6 +65,10 @@ class IFolderSearch {
     /// The files whose path matches `pattern`: an absolute path ("\" and "/" both separate) whose last
     /// segment may hold the wildcards "*" and "?" (one code point); case counts. With `kind`, the name must
     /// go on with that text, without regard to case, where the pattern ends, and then with anything.
+    ///
+    /// A last segment that holds more than 8 "*", several in a row counting as one, has no wildcards: it
+    /// matches only a file of literally that name. A segment that needs more than 255 bytes matches nothing;
+    /// such an answer is not followed.
     ///
     /// Links are followed; folders, FIFOs, devices and dangling links are no matches, nor are names that are
     /// not UTF-8. A missing or unreadable folder has no matches. Without a follower no answer is followed.
@@ -75,9 +84,9 @@ enum class WatchedFor {
 };
 
 struct CFolderSearchOptions {
-    /// Names held in all listings together; beyond it the paths that were not searched for longest are
-    /// forgotten. About 100 bytes each, so that the default stays near 100 MB. A folder that alone holds more
-    /// is listed anew at every search.
+    /// Names held in all listings together, and the weight of the paths remembered; beyond it the paths that
+    /// were not searched for longest are forgotten. About 100 bytes each, so that the default stays near 100
+    /// MB. A folder that alone holds more is listed anew at every search.
     std::size_t maximumKept = 1'000'000;
     /// Called before a watch is added: an errno value in place of 0 makes that fail (fault injection).
     std::function<int(WatchedFor)> watchFault = {};

@@ -56,7 +56,18 @@ void CFolderWatches::RemoveAll(const std::shared_ptr<CSearchedPath>& path) {
     }
 }
 
-CWatchedFolder* CFolderWatches::Find(int watch) {
+void CFolderWatches::GiveUpAll() noexcept {
+    for (const auto& [watch, folder] : m_folders) {
+        for (const auto& [name, concerned] : folder.concerned) {
+            for (const auto& path : concerned) path->GiveUp();
+        }
+        if (folder.listing) folder.listing->Lose();
+        Ignore(::inotify_rm_watch(m_inotify.Get(), watch));
+    }
+    m_folders.clear();
+}
+
+const CWatchedFolder* CFolderWatches::Find(int watch) const {
     const auto found = m_folders.find(watch);
     return found == m_folders.end() ? nullptr : &found->second;
 }

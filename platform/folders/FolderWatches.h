@@ -42,7 +42,10 @@ class CFolderWatches {
     /// Takes back every Add for this path. Folders that concern no path any more are watched no longer.
     void RemoveAll(const std::shared_ptr<CSearchedPath>& path);
 
-    CWatchedFolder* Find(int watch);
+    /// Watches nothing any more, loses every listing and gives up every path concerned. Needs no memory.
+    void GiveUpAll() noexcept;
+
+    const CWatchedFolder* Find(int watch) const;
     /// All paths that a folder concerns, by any name.
     SearchedPaths AllConcerned() const;
     static SearchedPaths AllConcerned(const CWatchedFolder& folder);

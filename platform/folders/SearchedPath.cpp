@@ -12,10 +12,17 @@ void CFollowers::Add(const std::shared_ptr<CFolderFollower>& follower) {
     m_references.insert(follower);
 }
 
-void CFollowers::CollectInto(FollowersToTell& tell) const {
+void CFollowers::CollectInto(CFollowersToTell& tell) const {
     const std::shared_lock hold(m_lock);
     for (const auto& reference : m_references) {
-        if (auto follower = reference.lock()) tell.insert(std::move(follower));
+        if (auto follower = reference.lock()) tell.Add(std::move(follower));
+    }
+}
+
+void CFollowers::TellAll() const noexcept {
+    const std::shared_lock hold(m_lock);
+    for (const auto& reference : m_references) {
+        if (const auto follower = reference.lock()) follower->Tell();
     }
 }
 

@@ -23,14 +23,30 @@ class CFolderFollower final : public IFolderFollower {
     const std::shared_ptr<CEvent> m_changed;
 };
 
-/// Followers that are to be told of a change; each once.
-using FollowersToTell = std::set<std::shared_ptr<CFolderFollower>>;
+/// Followers that are to be told of a change, each once. They are told when it goes out of scope, so that an
+/// error on the way leaves none untold.
+class CFollowersToTell {
+ public:
+    CFollowersToTell() = default;
+    ~CFollowersToTell() {
+        for (const auto& follower : m_followers) follower->Tell();
+    }
+    CFollowersToTell(const CFollowersToTell&) = delete;
+    CFollowersToTell& operator=(const CFollowersToTell&) = delete;
+
+    void Add(std::shared_ptr<CFolderFollower> follower) { m_followers.insert(std::move(follower)); }
+
+ private:
+    std::set<std::shared_ptr<CFolderFollower>> m_followers;
+};
 
 /// The followers of one path, none of which is kept alive. Safe to use from any thread.
 class CFollowers {
  public:
     void Add(const std::shared_ptr<CFolderFollower>& follower);
-    void CollectInto(FollowersToTell& tell) const;
+    void CollectInto(CFollowersToTell& tell) const;
+    /// Needs no memory.
+    void TellAll() const noexcept;
 
  private:
     using References = std::set<std::weak_ptr<CFolderFollower>, std::owner_less<>>;
@@ -50,6 +66,14 @@ struct CConcern {
 /// looks at it after its follower was added, so that one of the two notices the other.
 struct CSearchedPath {
     explicit CSearchedPath(std::string name) noexcept : path(std::move(name)) {}
+
+    std::size_t Weight() const noexcept { return CFolderSearchCounters::PathWeight(path.size()); }
+
+    /// Drops the path and tells its followers. Needs no memory.
+    void GiveUp() noexcept {
+        dropped = true;
+        followers.TellAll();
+    }
 
     const std::string path;
 

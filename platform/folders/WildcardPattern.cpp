@@ -4,15 +4,31 @@
 
 namespace quorbel {
 
-CWildcardPattern::CWildcardPattern(std::wstring_view segment, std::wstring_view kind)
-    : m_prefix(ToUtf8(segment.substr(0, segment.find_first_of(L"*?")))) {
+namespace {
+
+std::size_t Stars(std::wstring_view segment) noexcept {
+    std::size_t stars = 0;
+    for (std::size_t i = 0; i < segment.size(); ++i) {
+        if (segment[i] == L'*' && (i == 0 || segment[i - 1] != L'*')) ++stars;
+    }
+    return stars;
+}
+
+}  // namespace
+
+CWildcardPattern::CWildcardPattern(std::wstring_view segment, std::wstring_view kind) {
+    const bool hasWildcards = Stars(segment) <= kMaximumStars;
+    m_prefix = ToUtf8(hasWildcards ? segment.substr(0, segment.find_first_of(L"*?")) : segment);
     m_steps.reserve(segment.size() + kind.size() + 1);
+    std::size_t stars = 0;
     for (wchar_t character : segment) {
-        const auto accepts = character == L'*'   ? Accepts::AnyText
-                             : character == L'?' ? Accepts::AnyOne
-                                                 : Accepts::Same;
+        auto accepts = Accepts::Same;
+        if (hasWildcards && character == L'*') accepts = Accepts::AnyText;
+        if (hasWildcards && character == L'?') accepts = Accepts::AnyOne;
+        if (accepts == Accepts::AnyText) ++stars;
         m_steps.push_back({accepts, character});
     }
+    m_leastBytes = ToUtf8(segment).size() - stars + kind.size();
     if (kind.empty()) return;
     for (wchar_t character : kind) m_steps.push_back({Accepts::SameNoCase, FoldCase(character)});
     m_steps.push_back({Accepts::AnyText, 0});
@@ -20,14 +36,10 @@ CWildcardPattern::CWildcardPattern(std::wstring_view segment, std::wstring_view 
 
 bool CWildcardPattern::Takes(const CStep& step, wchar_t character) noexcept {
     switch (step.accepts) {
-        case Accepts::Same:
-            return step.character == character;
-        case Accepts::SameNoCase:
-            return step.character == FoldCase(character);
-        case Accepts::AnyOne:
-            return true;
-        case Accepts::AnyText:
-            return false;
+        case Accepts::Same: return step.character == character;
+        case Accepts::SameNoCase: return step.character == FoldCase(character);
+        case Accepts::AnyOne: return true;
+        case Accepts::AnyText: return false;
     }
     return false;
 }

@@ -6,10 +6,13 @@
 
 namespace quorbel {
 
-/// A pattern for one file name: "*" stands for any text, "?" for any one character. Matching takes no more
-/// than the product of the two lengths, whatever the pattern.
+/// A pattern for one file name: "*" stands for any text, "?" for any one character. Several "*" in a row
+/// count as one; with more than kMaximumStars of them, "*" and "?" stand for themselves. Matching takes no
+/// more than the product of the two lengths, whatever the pattern.
 class CWildcardPattern {
  public:
+    static constexpr std::size_t kMaximumStars = 8;
+
     /// With `kind`, a name must go on with it where `segment` ends, without regard to case, then with
     /// anything.
     CWildcardPattern(std::wstring_view segment, std::wstring_view kind);
@@ -18,6 +21,9 @@ class CWildcardPattern {
 
     /// What every matching name begins with, in UTF-8.
     const std::string& Prefix() const noexcept { return m_prefix; }
+
+    /// The bytes that no matching name has less of, in UTF-8.
+    std::size_t LeastBytes() const noexcept { return m_leastBytes; }
 
  private:
     enum class Accepts { Same, SameNoCase, AnyOne, AnyText };
@@ -29,6 +35,7 @@ class CWildcardPattern {
 
     std::vector<CStep> m_steps;
     std::string m_prefix;
+    std::size_t m_leastBytes = 0;
 };
 
 }  // namespace quorbel

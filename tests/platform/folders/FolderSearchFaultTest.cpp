@@ -1,5 +1,6 @@
 #include <atomic>
 #include <fstream>
+#include <new>
 #include <set>
 #include <thread>
 
@@ -129,6 +130,11 @@ TEST_F(FolderSearchLimit, ReadsAFolderThatAloneIsBeyondItEveryTime) {
     }
     EXPECT_EQ(m_search->Counters().kept, 0u);
     EXPECT_EQ(m_search->Counters().watches, 0u);
+    EXPECT_EQ(m_search->Counters().listings, 1u) << "read in vain";
+
+    for (int i = 1000; i < 1100; ++i) fs::remove(Path("big/" + std::to_string(i)));
+    EXPECT_TRUE(Find("big/1000*").names.empty());
+    EXPECT_TRUE(Find("big/1200*").followed);
 }
 
 TEST_F(FolderSearchLimit, ForgetsAFolderThatGrowsBeyondIt) {
@@ -144,6 +150,21 @@ TEST_F(FolderSearchLimit, EndlesslyManyMissingFoldersDoNotFillTheMemory) {
         ASSERT_TRUE(Find("missing" + std::to_string(i) + "/*").followed);
         ASSERT_LE(m_search->Counters().kept, kMaximum);
     }
+}
+
+TEST_F(FolderSearchLimit, LongPathsWeighMoreThanShortOnes) {
+    std::string deep;
+    for (int i = 0; i < 15; ++i) deep += std::string(200, 'x') + '/';
+    for (int i = 0; i < 100; ++i) {
+        Ignore(Find("missing" + std::to_string(i) + "/" + deep + "*"));
+        ASSERT_LE(m_search->Counters().paths, 1u);
+    }
+    // What the long ones weighed is free again.
+    Ignore(Find("a/*"));
+    Ignore(Find("b/*"));
+    const CFolderSearchCounters counters = m_search->Counters();
+    EXPECT_GE(counters.paths, 2u);
+    EXPECT_LE(counters.kept, 200u);
 }
 
 /// Holds the thread of the search object back before it reads, until the gate is opened.
@@ -203,6 +224,54 @@ TEST_F(FolderSearchOverflow, AnAnswerFromBeforeAChangeIsAlwaysFollowedByTheEvent
     m_gate->open->Set();
     ASSERT_TRUE(IsSet(*lateChanged));
     EXPECT_EQ(m_search->Find(pattern, {}, late).names, (Names{L"a", L"b"}));
+}
+
+/// Its thread fails at the first notification after the memory is gone.
+class FolderSearchWithoutMemory : public CSearchFixture {
+ protected:
+    FolderSearchWithoutMemory() : FolderSearchWithoutMemory(std::make_shared<std::atomic<bool>>(false)) {}
+    explicit FolderSearchWithoutMemory(std::shared_ptr<std::atomic<bool>> isGone)
+        : CSearchFixture(CFolderSearchOptions{.beforeReading =
+                                                  [isGone] {
+                                                      if (*isGone) throw std::bad_alloc();
+                                                  }}),
+          m_isGone(std::move(isGone)) {}
+
+    const std::shared_ptr<std::atomic<bool>> m_isGone;
+};
+
+TEST_F(FolderSearchWithoutMemory, TellsEveryFollowerAndFollowsNothingAnyMore) {
+    WriteFile(Path("changed/a"), "");
+    WriteFile(Path("quiet/a"), "");
+    const auto quietChanged = CEvent::Create(EventReset::Auto).Value();
+    const auto missingChanged = CEvent::Create(EventReset::Auto).Value();
+    const auto quiet = m_search->Follow(quietChanged);
+    const auto missing = m_search->Follow(missingChanged);
+    const auto find = [&](const char* below, const auto& follower) {
+        return m_search->Find(FromUtf8(Path(below).string()), {}, follower);
+    };
+    ASSERT_TRUE(Find("changed/*").followed);
+    ASSERT_TRUE(find("quiet/*", quiet).followed);
+    ASSERT_TRUE(find("missing/*", missing).followed);
+
+    *m_isGone = true;
+    WriteFile(Path("changed/b"), "");
+    for (CEvent* event : {m_changed.get(), quietChanged.get(), missingChanged.get()})
+        EXPECT_TRUE(IsSet(*event));
+    WriteFile(Path("quiet/b"), "");
+    WriteFile(Path("missing/a"), "");
+    const std::pair<std::string_view, Names> answers[] = {
+        {"changed/*", {L"a", L"b"}}, {"quiet/*", {L"a", L"b"}}, {"missing/*", {L"a"}}, {"none/*", {}}};
+    for (const auto& [below, names] : answers) {
+        const CFolderMatches matches = Find(below);
+        EXPECT_EQ(matches.names, names) << below;
+        EXPECT_FALSE(matches.followed) << below;
+    }
+    const CFolderSearchCounters counters = m_search->Counters();
+    EXPECT_EQ(counters.paths, 0u);
+    EXPECT_EQ(counters.watches, 0u);
+    EXPECT_EQ(counters.kept, 0u);
+    EXPECT_EQ(counters.listings, 2u);
 }
 
 using FolderSearchThreads = CSearchFixture;

@@ -69,11 +69,15 @@ TEST_F(FolderSearch, RefusesPatternsThatNameNoPlace) {
     for (const std::wstring& pattern :
          {std::wstring(), std::wstring(L"a*"), base + L"/" + std::wstring(1, L'\0') + L"*",
           base + L"/*" + surrogate, base + surrogate + L"/*",
-          std::wstring(L"/") + std::wstring(10'000, L'x') + L"/*", L"/" + std::wstring(300, L'x') + L"/*"}) {
+          std::wstring(L"/") + std::wstring(10'000, L'x') + L"/*", L"/" + std::wstring(300, L'x') + L"/*",
+          base + L"/" + std::wstring(200, L'x') + L"*" + std::wstring(56, L'?')}) {
         const CFolderMatches matches = m_search->Find(pattern, {}, m_follower);
         EXPECT_TRUE(matches.names.empty());
         EXPECT_FALSE(matches.followed);
     }
+    EXPECT_EQ(m_search->Counters().watches, 0u);
+    EXPECT_EQ(m_search->Counters().listings, 0u);
+    EXPECT_TRUE(Find(std::string(200, 'x') + std::string(100, '*') + std::string(55, '?')).followed);
 }
 
 TEST_F(FolderSearch, TakesOnlyWhatIsARegularFileInTheEnd) {

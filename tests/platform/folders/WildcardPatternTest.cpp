@@ -43,6 +43,13 @@ TEST(WildcardPattern, MatchesWholeNamesWithStarAndQuestionMarkAsItsOnlyWildcards
         {L"report.GET.", L"SQL", L"report.GET.xsql", false},
         {L"r*.", L"SQL", L"r.txt.old.Sql", true},
         {L"r.", L"\u00c4", L"r.\u00e4x", true},
+        {L"*a*a*a*a*a*a*a*b", L"", L"aXaXaXaXaXaXaXb", true},
+        {L"*a*a*a*a*a*a*a**?", L"", L"aaaaaaa?", true},
+        // One star more.
+        {L"*a*a*a*a*a*a*a*b*", L"", L"aXaXaXaXaXaXaXb", false},
+        {L"**a*a*a*a*a*a*a*b*?", L"", L"**a*a*a*a*a*a*a*b*?", true},
+        {L"**a*a*a*a*a*a*a*b*?", L"", L"*a*a*a*a*a*a*a*b*?", false},
+        {L"*a*a*a*a*a*a*a*b*", L"SQL", L"*a*a*a*a*a*a*a*b*sql", true},
     };
     for (const CCase& one : cases) {
         EXPECT_EQ(CWildcardPattern(one.segment, one.kind).Matches(one.name), one.matches)
@@ -57,11 +64,18 @@ TEST(WildcardPattern, NamesWhatEveryMatchBeginsWith) {
     EXPECT_EQ(CWildcardPattern(L"ab?", L"").Prefix(), "ab");
     EXPECT_EQ(CWildcardPattern(L"*", L"SQL").Prefix(), "");
     EXPECT_EQ(CWildcardPattern(L"a.", L"SQL").Prefix(), "a.");
+    EXPECT_EQ(CWildcardPattern(L"*a*a*a*a*a*a*a*a*", L"").Prefix(), "*a*a*a*a*a*a*a*a*");
+}
+
+TEST(WildcardPattern, KnowsHowShortAMatchCanBe) {
+    EXPECT_EQ(CWildcardPattern(L"\u00e4**?", L"").LeastBytes(), 3u);
+    EXPECT_EQ(CWildcardPattern(L"a*", L"\u00e4b").LeastBytes(), 3u);
+    EXPECT_EQ(CWildcardPattern(L"*a*a*a*a*a*a*a*a*", L"").LeastBytes(), 17u);
 }
 
 TEST(WildcardPattern, DoesNotTakeExponentialTimeOverManyStars) {
     std::wstring stars;
-    for (int i = 0; i < 100; ++i) stars += L"*a";
+    for (std::size_t i = 0; i < CWildcardPattern::kMaximumStars; ++i) stars += L"*a";
     // With backtracking over every star this would not end in the life of the machine.
     EXPECT_FALSE(CWildcardPattern(stars + L"b", L"").Matches(std::wstring(255, L'a')));
 }
