@@ -25,7 +25,10 @@ CWildcardPattern::CWildcardPattern(std::wstring_view segment, std::wstring_view 
         auto accepts = Accepts::Same;
         if (hasWildcards && character == L'*') accepts = Accepts::AnyText;
         if (hasWildcards && character == L'?') accepts = Accepts::AnyOne;
-        if (accepts == Accepts::AnyText) ++stars;
+        if (accepts == Accepts::AnyText) {
+            ++stars;
+            if (!m_steps.empty() && m_steps.back().accepts == Accepts::AnyText) continue;  // a run is one
+        }
         m_steps.push_back({accepts, character});
     }
     m_leastBytes = ToUtf8(segment).size() - stars + kind.size();
