@@ -1,6 +1,7 @@
 #include "LibService/ConsoleEcho.h"
 
 #include "platform/Text.h"
+#include "platform/Thread.h"
 #include "platform/VisibleText.h"
 
 namespace quorbel {
@@ -12,19 +13,20 @@ CResult<std::shared_ptr<CConsoleEcho>> CConsoleEcho::Create(int descriptor) {
     if (!stop.IsOk()) return stop.Error();
     auto wake = CEvent::Create(EventReset::Auto);
     if (!wake.IsOk()) return wake.Error();
-    return std::make_shared<CConsoleEcho>(std::move(writer).Value(), stop.Value(), wake.Value());
+    auto echo = std::make_shared<CConsoleEcho>(std::move(writer).Value(), stop.Value(), wake.Value());
+    auto thread = StartThread("ConsoleEcho", [raw = echo.get()] { raw->Run(); });
+    if (!thread.IsOk()) return thread.Error();
+    echo->m_thread = std::move(thread).Value();
+    return echo;
 }
 
 CConsoleEcho::CConsoleEcho(std::unique_ptr<CTerminalWriter> writer, std::shared_ptr<CEvent> stop,
                            std::shared_ptr<CEvent> wake)
-    : m_writer(std::move(writer)),
-      m_stop(std::move(stop)),
-      m_wake(std::move(wake)),
-      m_thread([this] { Run(); }) {}
+    : m_writer(std::move(writer)), m_stop(std::move(stop)), m_wake(std::move(wake)) {}
 
 CConsoleEcho::~CConsoleEcho() {
     m_stop->Set();
-    m_thread.join();
+    if (m_thread.joinable()) m_thread.join();
 }
 
 void CConsoleEcho::OnRecord(std::string_view object, std::wstring_view text) noexcept try {

@@ -26,6 +26,7 @@ class CConsoleEcho final : public ITraceObserver {
 
     void OnRecord(std::string_view object, std::wstring_view text) noexcept override;
 
+    /// For Create, which also starts the thread.
     CConsoleEcho(std::unique_ptr<CTerminalWriter> writer, std::shared_ptr<CEvent> stop,
                  std::shared_ptr<CEvent> wake);
 

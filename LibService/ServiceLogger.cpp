@@ -43,16 +43,26 @@ void CServiceLogger::TraceNoSave(const CTraceLoggable& object, std::uint32_t id,
 
 void CServiceLogger::Keep(const CTraceLoggable& object, std::uint32_t id,
                           std::initializer_list<TraceArgument> arguments) {
+    std::shared_ptr<const CTraceText> text;
+    bool observed = false;
+    {
+        const std::lock_guard guard(m_lock);
+        text = m_texts.Find(id);
+        observed = m_observer != nullptr;
+    }
+    // What may be long is made and measured without the lock.
+    std::vector<TraceValue> values = text->Encode(arguments);
+    if (!CTraceRing::Fits(values)) return;
+    const std::wstring line = observed ? text->Render(values) : std::wstring();
+
     const std::lock_guard guard(m_lock);
-    const CTraceText& text = m_texts.Find(id);
     const CLoggedObject& logged = Logged(object.TraceName());
-    CTraceRecord record{.number = 0,
-                        .time = m_clock.System(),
-                        .id = id,
-                        .object = logged.Key(),
-                        .arguments = text.Encode(arguments)};
-    const std::wstring line = m_observer ? text.Render(record.arguments) : std::wstring();
-    if (m_ring.Append(std::move(record)) && m_observer) m_observer->OnRecord(logged.TraceName(), line);
+    const bool kept = m_ring.Append({.number = 0,
+                                     .time = m_clock.System(),
+                                     .id = id,
+                                     .object = logged.Key(),
+                                     .arguments = std::move(values)});
+    if (kept && observed && m_observer) m_observer->OnRecord(logged.TraceName(), line);
 }
 
 const CLoggedObject& CServiceLogger::Logged(const char* name) {
@@ -76,8 +86,12 @@ std::optional<CTraceRecord> CServiceLogger::Read(std::uint64_t number) const {
 }
 
 std::wstring CServiceLogger::Text(const CTraceRecord& record) const {
-    const std::lock_guard guard(m_lock);
-    return m_texts.Find(record.id).Render(record.arguments);
+    std::shared_ptr<const CTraceText> text;
+    {
+        const std::lock_guard guard(m_lock);
+        text = m_texts.Find(record.id);
+    }
+    return text->Render(record.arguments);
 }
 
 std::optional<std::string> CServiceLogger::ObjectName(std::uint64_t key) const {

@@ -12,23 +12,27 @@ std::size_t SizeOf(const TraceValue& value) {
     return kTag + sizeof(std::uint64_t);
 }
 
-std::size_t SizeOf(const CTraceRecord& record) {
+std::size_t SizeOf(const std::vector<TraceValue>& arguments) {
     std::size_t size = 0;
-    for (const TraceValue& value : record.arguments) size += SizeOf(value);
+    for (const TraceValue& value : arguments) size += SizeOf(value);
     return size;
 }
 
 }  // namespace
 
+bool CTraceRing::Fits(const std::vector<TraceValue>& arguments) {
+    return SizeOf(arguments) <= kMostArgumentBytes;
+}
+
 bool CTraceRing::Append(CTraceRecord record) {
-    const std::size_t size = SizeOf(record);
+    const std::size_t size = SizeOf(record.arguments);
     if (size > kMostArgumentBytes) return false;
     record.number = m_next;
     m_records.push_back(std::move(record));
     ++m_next;
     m_bytes += size;
     while (m_records.size() > kMostRecords || m_bytes > kMostBytes) {
-        m_bytes -= SizeOf(m_records.front());
+        m_bytes -= SizeOf(m_records.front().arguments);
         m_records.pop_front();
     }
     return true;

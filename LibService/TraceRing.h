@@ -25,6 +25,8 @@ class CTraceRing {
     static constexpr std::size_t kMostArgumentBytes = 8191;  ///< of one record
     static constexpr std::size_t kMostBytes = 16 << 20;      ///< of arguments, of all records
 
+    /// False when they are too large for one record.
+    static bool Fits(const std::vector<TraceValue>& arguments);
     /// Keeps the record under the next number, and lets go of the oldest ones beyond the limits. False, and
     /// no number used, when its arguments are too large.
     bool Append(CTraceRecord record);

@@ -107,14 +107,10 @@ TraceValue Cut(std::optional<Whole> number, Size size) {
     if (!number) return {};
     switch (size) {
         case Size::Plain:
-        case Size::Long:
-            return Whole{static_cast<Half>(*number)};
-        case Size::Long64:
-            return *number;
-        case Size::Short:
-            return Whole{static_cast<Quarter>(*number)};
-        case Size::Unknown:
-            return {};
+        case Size::Long: return Whole{static_cast<Half>(*number)};
+        case Size::Long64: return *number;
+        case Size::Short: return Whole{static_cast<Quarter>(*number)};
+        case Size::Unknown: return {};
     }
     return {};
 }
@@ -145,15 +141,11 @@ TraceValue PlainString(const std::wstring& text) {
 
 TraceValue EncodeString(const TraceArgument& argument, Size size) {
     switch (size) {
-        case Size::Plain:
-            return PlainString(TextOf(argument));
-        case Size::Short:
-            return NarrowTextOf(argument);
-        case Size::Long:
-            return ToUtf16(TextOf(argument));
+        case Size::Plain: return PlainString(TextOf(argument));
+        case Size::Short: return NarrowTextOf(argument);
+        case Size::Long: return ToUtf16(TextOf(argument));
         case Size::Long64:
-        case Size::Unknown:
-            return {};
+        case Size::Unknown: return {};
     }
     return {};
 }
@@ -172,10 +164,8 @@ TraceValue EncodeArgument(const TraceArgument& argument, const CTraceInsert& ins
         case Kind::Unsigned:
             return Cut<std::uint64_t, std::uint32_t, std::uint16_t>(NumberOf<std::uint64_t>(argument),
                                                                     insert.size);
-        case Kind::Floating:
-            return EncodeFloating(argument);
-        case Kind::String:
-            return EncodeString(argument, insert.size);
+        case Kind::Floating: return EncodeFloating(argument);
+        case Kind::String: return EncodeString(argument, insert.size);
     }
     return {};
 }
@@ -275,11 +265,11 @@ void CTraceTexts::SetModule(std::shared_ptr<const CMessageModule> module) {
     m_texts.clear();
 }
 
-const CTraceText& CTraceTexts::Find(std::uint32_t id) {
+std::shared_ptr<const CTraceText> CTraceTexts::Find(std::uint32_t id) {
     const auto known = m_texts.find(id);
     if (known != m_texts.end()) return known->second;
     std::wstring text = m_module ? m_module->Find(id).value_or(std::wstring()) : std::wstring();
-    return m_texts.emplace(id, CTraceText(std::move(text))).first->second;
+    return m_texts.emplace(id, std::make_shared<const CTraceText>(std::move(text))).first->second;
 }
 
 }  // namespace quorbel

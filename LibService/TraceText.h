@@ -67,12 +67,11 @@ class CTraceText {
 class CTraceTexts {
  public:
     void SetModule(std::shared_ptr<const CMessageModule> module);
-    /// Lives as long as this object and no other module is set.
-    const CTraceText& Find(std::uint32_t id);
+    std::shared_ptr<const CTraceText> Find(std::uint32_t id);
 
  private:
     std::shared_ptr<const CMessageModule> m_module;
-    std::unordered_map<std::uint32_t, CTraceText> m_texts;
+    std::unordered_map<std::uint32_t, std::shared_ptr<const CTraceText>> m_texts;
 };
 
 }  // namespace quorbel

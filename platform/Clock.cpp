@@ -43,6 +43,11 @@ std::uint64_t ToFileTime(std::chrono::nanoseconds sinceUnixStart) noexcept {
     return static_cast<std::uint64_t>(units.count()) + kSecondsFrom1601To1970 * kUnitsPerSecond;
 }
 
+std::uint64_t ToFileTime(CUnixTime time) noexcept {
+    return (static_cast<std::uint64_t>(time.seconds) + kSecondsFrom1601To1970) * kUnitsPerSecond +
+           time.fraction;
+}
+
 CUnixTime ToUnixTime(std::uint64_t fileTime) noexcept {
     return {static_cast<std::int64_t>(fileTime / kUnitsPerSecond) -
                 static_cast<std::int64_t>(kSecondsFrom1601To1970),

@@ -28,6 +28,8 @@ struct CUnixTime {
     std::uint32_t fraction;
 };
 CUnixTime ToUnixTime(std::uint64_t fileTime) noexcept;
+/// Back again.
+std::uint64_t ToFileTime(CUnixTime time) noexcept;
 /// Units of 100 nanoseconds since 1601 of a time since 1970, which may be negative.
 std::uint64_t ToFileTime(std::chrono::nanoseconds sinceUnixStart) noexcept;
 

@@ -61,10 +61,7 @@ std::optional<std::wstring> SystemMessage(std::uint32_t number) {
         case ErrorCode::WriteFault: return L"The system cannot write to the specified device.";
         case ErrorCode::ReadFault: return L"The system cannot read from the specified device.";
         case ErrorCode::GenFailure: return L"A device attached to the system is not functioning.";
-        case ErrorCode::SharingViolation: return L"The file is being used by another process.";
-        case ErrorCode::HandleDiskFull: return L"The disk is full.";
         case ErrorCode::NotSupported: return L"The request is not supported.";
-        case ErrorCode::FileExists: return L"The file exists.";
         case ErrorCode::InvalidParameter: return L"The parameter is incorrect.";
         case ErrorCode::BrokenPipe: return L"The pipe has been ended.";
         case ErrorCode::DiskFull: return L"There is not enough space on the disk.";
@@ -80,14 +77,11 @@ std::optional<std::wstring> SystemMessage(std::uint32_t number) {
         case ErrorCode::FilenameExcedsRange: return L"The file name or extension is too long.";
         case ErrorCode::BadFileType: return L"The file type is not supported here.";
         case ErrorCode::FileTooLarge: return L"The file size exceeds the limit allowed.";
-        case ErrorCode::MoreData: return L"More data is available.";
         case ErrorCode::WaitTimeout: return L"The wait operation timed out.";
         case ErrorCode::NoMoreItems: return L"No more data is available.";
         case ErrorCode::Directory: return L"The directory name is invalid.";
         case ErrorCode::MessageNotFound: return L"The system cannot find the text of the message.";
         case ErrorCode::OperationAborted: return L"The I/O operation has been aborted.";
-        case ErrorCode::BadDatabase: return L"The configuration registry database is corrupt.";
-        case ErrorCode::BadKey: return L"The configuration registry key is invalid.";
         case ErrorCode::CannotOpenRegistry: return L"The configuration registry key could not be opened.";
         case ErrorCode::RegistryCorrupt: return L"The registry file is damaged, or is no registry file.";
         case ErrorCode::RegistryIoFailed: return L"The registry file could not be read or written.";

@@ -11,7 +11,7 @@ namespace quorbel {
 
 /// A Win32 error number (WinError.h numbering); 0 is success. The platform layer reports every failure of the
 /// operating system as one of these.
-enum class [[nodiscard]] ErrorCode : std::uint32_t {
+enum class [[nodiscard]] ErrorCode : std::uint32_t{
     Success = 0,
     InvalidFunction = 1,
     FileNotFound = 2,
@@ -26,10 +26,7 @@ enum class [[nodiscard]] ErrorCode : std::uint32_t {
     WriteFault = 29,
     ReadFault = 30,
     GenFailure = 31,
-    SharingViolation = 32,
-    HandleDiskFull = 39,
     NotSupported = 50,
-    FileExists = 80,
     InvalidParameter = 87,
     BrokenPipe = 109,
     DiskFull = 112,
@@ -44,14 +41,11 @@ enum class [[nodiscard]] ErrorCode : std::uint32_t {
     FilenameExcedsRange = 206,
     BadFileType = 222,
     FileTooLarge = 223,
-    MoreData = 234,
     WaitTimeout = 258,
     NoMoreItems = 259,
     Directory = 267,
     MessageNotFound = 317,
     OperationAborted = 995,
-    BadDatabase = 1009,
-    BadKey = 1010,
     CannotOpenRegistry = 1011,
     RegistryCorrupt = 1015,
     RegistryIoFailed = 1016,
@@ -74,14 +68,16 @@ ErrorCode ErrorFromErrno(int value) noexcept;
 /// The system's English text for an error number, ending with a full stop; none when it has no text.
 std::optional<std::wstring> SystemMessage(std::uint32_t number);
 
-inline std::uint32_t ToNumber(ErrorCode code) noexcept { return static_cast<std::uint32_t>(code); }
+inline std::uint32_t ToNumber(ErrorCode code) noexcept {
+    return static_cast<std::uint32_t>(code);
+}
 
 /// A value, or the error number that says why there is none.
 template <class T>
 class [[nodiscard]] CResult {
  public:
     CResult(T value) : m_content(std::in_place_index<0>, std::move(value)) {}  // NOLINT: implicit by design
-    CResult(ErrorCode error) : m_content(std::in_place_index<1>, error) {       // NOLINT: implicit by design
+    CResult(ErrorCode error) : m_content(std::in_place_index<1>, error) {      // NOLINT: implicit by design
         assert(error != ErrorCode::Success);
     }
 

@@ -8,10 +8,6 @@ namespace {
 
 constexpr std::wstring_view kVerbatimPrefix = LR"(\\?\)";
 
-bool IsSeparator(wchar_t character) noexcept {
-    return character == L'/' || character == L'\\';
-}
-
 bool BeginsAtLocalRoot(std::wstring_view path) noexcept {
     return path.size() >= 3 && path.starts_with(L"0:") && IsSeparator(path[2]);
 }

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <pthread.h>
-
 #include <cstdint>
 #include <mutex>
+#include <pthread.h>
 #include <shared_mutex>
 
 namespace quorbel {
@@ -13,13 +12,11 @@ namespace quorbel {
 enum class LockRank : std::uint8_t {
     ListenerConfiguration = 10,  ///< lock A: a listener's pointer to its configuration
     RoutingCache = 20,           ///< lock B: a listener's routing cache
-    HandlerFactories = 25,
     NotFoundEvents = 30,
     FolderSearch = 40,     ///< the watched folders and the searched paths
     FolderFollowers = 43,  ///< who follows one searched path
     FolderFilling = 46,    ///< one thread at a time reads a folder into its listing
     FolderListing = 50,    ///< the names in one folder
-    MessageModule = 60,
     EventLog = 70,
     TraceLogger = 80,
     ConsoleEcho = 85,

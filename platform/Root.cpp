@@ -39,6 +39,15 @@ ErrorCode EnsureFolder(const std::filesystem::path& folder, mode_t mode) {
     return ::chmod(folder.c_str(), mode) == 0 ? ErrorCode::Success : ErrorFromErrno(errno);
 }
 
+/// AccessDenied for a folder that others than the superuser and ourselves own or may write to.
+ErrorCode CheckIsOurs(const std::filesystem::path& folder) {
+    struct stat status {};
+    if (::stat(folder.c_str(), &status) != 0) return ErrorFromErrno(errno);
+    const bool owned = status.st_uid == 0 || status.st_uid == ::geteuid();
+    return owned && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0 ? ErrorCode::Success
+                                                                : ErrorCode::AccessDenied;
+}
+
 }  // namespace
 
 CResult<std::filesystem::path> OpenRootFolder() {
@@ -58,7 +67,8 @@ CResult<std::shared_ptr<IRegistry>> OpenRootRegistry() {
     const CResult<std::filesystem::path> root = OpenRootFolder();
     if (!root.IsOk()) return root.Error();
     const std::filesystem::path folder = root.Value() / "registry";
-    const ErrorCode error = EnsureFolder(folder, kPrivate);
+    ErrorCode error = EnsureFolder(folder, kPrivate);
+    if (error == ErrorCode::Success) error = CheckIsOurs(folder);
     if (error != ErrorCode::Success) return error;
     return OpenSqliteRegistry(folder);
 }

@@ -14,7 +14,8 @@ namespace quorbel {
 /// known, BadPathname when the variable's path is relative.
 CResult<std::filesystem::path> OpenRootFolder();
 
-/// The registry in "registry" (mode 0700) under the root folder.
+/// The registry in "registry" (mode 0700) under the root folder. AccessDenied when that folder belongs to
+/// another user than the superuser or this process's, or others may write to it.
 CResult<std::shared_ptr<IRegistry>> OpenRootRegistry();
 
 }  // namespace quorbel

@@ -1,8 +1,7 @@
 #include "platform/StopSignals.h"
 
-#include <signal.h>
-
 #include <cerrno>
+#include <signal.h>
 
 namespace quorbel {
 
@@ -20,7 +19,17 @@ void OnStopSignal(int) {
     errno = saved;
 }
 
+ErrorCode IgnoreSignal(int number) {
+    struct sigaction action {};
+    action.sa_handler = SIG_IGN;
+    return ::sigaction(number, &action, nullptr) == 0 ? ErrorCode::Success : ErrorFromErrno(errno);
+}
+
 }  // namespace
+
+ErrorCode IgnoreFileSizeSignal() {
+    return IgnoreSignal(SIGXFSZ);
+}
 
 ErrorCode SetOnStopSignals(std::shared_ptr<CEvent> stop) {
     StopEvent() = std::move(stop);
@@ -31,11 +40,10 @@ ErrorCode SetOnStopSignals(std::shared_ptr<CEvent> stop) {
     for (int number : {SIGINT, SIGTERM}) {
         if (::sigaction(number, &action, nullptr) != 0) return ErrorFromErrno(errno);
     }
-    action.sa_handler = SIG_IGN;
     for (int number : {SIGPIPE, SIGHUP}) {
-        if (::sigaction(number, &action, nullptr) != 0) return ErrorFromErrno(errno);
+        if (const ErrorCode error = IgnoreSignal(number); error != ErrorCode::Success) return error;
     }
-    return ErrorCode::Success;
+    return IgnoreFileSizeSignal();
 }
 
 }  // namespace quorbel

@@ -19,8 +19,8 @@ class CTerminalWriter {
     /// Opens what the descriptor refers to anew, so that other users of it do not notice.
     static CResult<std::unique_ptr<CTerminalWriter>> Open(int descriptor);
 
-    /// Writes everything, waiting for the reader until `stop` is set (Cancelled). For one thread, which from
-    /// then on has SIGPIPE blocked.
+    /// Writes everything, waiting for the reader until `stop` is set (Cancelled). For one thread at a time,
+    /// which from then on has SIGPIPE blocked.
     ErrorCode Write(std::string_view bytes, CEvent& stop);
 
     explicit CTerminalWriter(CFileDescriptor descriptor) noexcept : m_descriptor(std::move(descriptor)) {}

@@ -1,12 +1,11 @@
 #include "platform/Text.h"
 
-#include <locale.h>
-#include <wctype.h>
-
 #include <algorithm>
 #include <array>
 #include <cwchar>
 #include <limits>
+#include <locale.h>
+#include <wctype.h>
 
 namespace quorbel {
 
@@ -210,6 +209,24 @@ int HexDigit(wchar_t character) noexcept {
     if (character >= L'a' && character <= L'f') return character - L'a' + 10;
     if (character >= L'A' && character <= L'F') return character - L'A' + 10;
     return -1;
+}
+
+std::optional<std::uint64_t> ParseHex(std::wstring_view text, std::size_t most) noexcept {
+    if (text.empty() || text.size() > most) return std::nullopt;
+    std::uint64_t number = 0;
+    for (wchar_t character : text) {
+        const int digit = HexDigit(character);
+        if (digit < 0) return std::nullopt;
+        number = number << 4 | static_cast<std::uint64_t>(digit);
+    }
+    return number;
+}
+
+std::wstring_view Trim(std::wstring_view text) noexcept {
+    constexpr std::wstring_view kBlanks = L" \t";
+    const std::size_t first = text.find_first_not_of(kBlanks);
+    if (first == text.npos) return {};
+    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
 }  // namespace quorbel

@@ -38,8 +38,8 @@ struct CLessNoCase {
     }
 };
 
-/// Reads the decimal digits that `text` begins with and moves it past them. None when there is no digit or the
-/// number needs more than 64 bits (`text` is then unchanged).
+/// Reads the decimal digits that `text` begins with and moves it past them. None when there is no digit or
+/// the number needs more than 64 bits (`text` is then unchanged).
 std::optional<std::uint64_t> TakeDecimal(std::wstring_view& text) noexcept;
 
 /// "%8.8X"-like text: upper-case hexadecimal, at least `width` digits.
@@ -47,5 +47,10 @@ std::wstring ToHex(std::uint64_t number, int width);
 
 /// Value of a hexadecimal digit, or -1.
 int HexDigit(wchar_t character) noexcept;
+/// The number that one to `most` (at most 16) hexadecimal digits and nothing else make.
+std::optional<std::uint64_t> ParseHex(std::wstring_view text, std::size_t most) noexcept;
+
+/// Without blanks and tabs at both ends.
+std::wstring_view Trim(std::wstring_view text) noexcept;
 
 }  // namespace quorbel

@@ -2,20 +2,38 @@
 
 #include <pthread.h>
 #include <signal.h>
-
 #include <string>
 #include <system_error>
 
 namespace quorbel {
 
+namespace {
+
+/// Blocks every signal but those that a thread raises by its own fault, for as long as it lives. A thread
+/// begins with the mask of the one that starts it, so that it has the signals blocked from its first
+/// instruction on.
+class CBlockedSignals {
+ public:
+    CBlockedSignals() noexcept {
+        sigset_t signals;
+        ::sigfillset(&signals);
+        for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) ::sigdelset(&signals, fault);
+        ::pthread_sigmask(SIG_BLOCK, &signals, &m_before);
+    }
+    ~CBlockedSignals() { ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+    CBlockedSignals(const CBlockedSignals&) = delete;
+    CBlockedSignals& operator=(const CBlockedSignals&) = delete;
+
+ private:
+    sigset_t m_before;
+};
+
+}  // namespace
+
 CResult<std::thread> StartThread(const char* name, std::function<void()> work) {
     try {
+        const CBlockedSignals blocked;
         return std::thread([shortName = std::string(name).substr(0, 15), work = std::move(work)] {
-            sigset_t signals;
-            ::sigemptyset(&signals);
-            ::sigaddset(&signals, SIGINT);
-            ::sigaddset(&signals, SIGTERM);
-            ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
             ::pthread_setname_np(::pthread_self(), shortName.c_str());
             work();
         });

@@ -7,8 +7,8 @@
 
 namespace quorbel {
 
-/// Starts a thread of ours: named (the system keeps 15 bytes of a name) and with the stop signals left to the main
-/// thread.
+/// Starts a thread of ours: named (the system keeps 15 bytes of a name) and with all signals left to the main
+/// thread, but for those that a thread raises by its own fault.
 CResult<std::thread> StartThread(const char* name, std::function<void()> work);
 
 }  // namespace quorbel

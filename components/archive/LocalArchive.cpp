@@ -20,10 +20,6 @@ HRESULT ToHResult(ErrorCode code) {
     return HResultFromWin32(ToNumber(code));
 }
 
-bool IsSeparator(wchar_t character) noexcept {
-    return character == L'/' || character == L'\\';
-}
-
 bool IsDriveLetter(wchar_t character) noexcept {
     return (character >= L'A' && character <= L'Z') || (character >= L'a' && character <= L'z');
 }

@@ -10,8 +10,8 @@
 
 namespace quorbel {
 
-/// The part of the component object model that the system uses. OLECHAR is wchar_t; sizes that COM gives in bytes
-/// of two-byte characters are counted in characters.
+/// The part of the component object model that the system uses. OLECHAR is wchar_t; sizes that COM gives in
+/// bytes of two-byte characters are counted in characters.
 using HRESULT = std::int32_t;
 using OLECHAR = wchar_t;
 
@@ -24,7 +24,9 @@ inline constexpr auto E_FAIL = static_cast<HRESULT>(0x80004005);
 inline constexpr auto E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000E);
 inline constexpr auto E_INVALIDARG = static_cast<HRESULT>(0x80070057);
 inline constexpr auto REGDB_E_CLASSNOTREG = static_cast<HRESULT>(0x80040154);
-constexpr bool Succeeded(HRESULT result) noexcept { return result >= 0; }
+constexpr bool Succeeded(HRESULT result) noexcept {
+    return result >= 0;
+}
 /// HRESULT_FROM_WIN32: numbers that are 0 or negative stay as they are.
 constexpr HRESULT HResultFromWin32(std::uint32_t number) noexcept {
     return static_cast<HRESULT>(number) <= 0 ? static_cast<HRESULT>(number)
@@ -100,20 +102,8 @@ class CComPtr {
     T* m_object = nullptr;
 };
 
-/// A COM text that a call returned: owned by the receiver. An empty one equals a null one.
-class CBstr {
- public:
-    CBstr() = default;
-    explicit CBstr(std::wstring text) : m_text(std::move(text)) {}
-    const std::wstring& Text() const noexcept { return m_text; }
-    std::wstring* Receive() noexcept { return &m_text; }
-
- private:
-    std::wstring m_text;
-};
-
-/// Reference counting and interface lookup for an object that implements `Interfaces`; each names its identifier
-/// as kId. Created with a count of 0: hand the object to a CComPtr at once.
+/// Reference counting and interface lookup for an object that implements `Interfaces`; each names its
+/// identifier as kId. Created with a count of 0: hand the object to a CComPtr at once.
 template <class... Interfaces>
 class CComObject : public Interfaces... {
  public:
@@ -142,8 +132,8 @@ class CComObject : public Interfaces... {
  private:
     template <class Interface>
     void Offer(const GUID& id, void** object) {
-        const bool isIts = id == Interface::kId ||
-                           (std::is_base_of_v<IDispatch, Interface> && id == IDispatch::kId);
+        const bool isIts =
+            id == Interface::kId || (std::is_base_of_v<IDispatch, Interface> && id == IDispatch::kId);
         if (!*object && isIts) *object = static_cast<Interface*>(this);
     }
     std::atomic<std::uint32_t> m_count{0};

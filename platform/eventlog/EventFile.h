@@ -15,8 +15,11 @@ namespace quorbel {
 inline constexpr const char* kEventFile = "events.jsonl";
 inline constexpr const char* kPreviousEventFile = "events.1.jsonl";
 
-/// A stopped process that holds the lock must not stop the others for longer.
-inline constexpr std::chrono::milliseconds kPatience{2000};
+/// Whoever can read the file can lock it: a writer, which may be answering a request, is held up no longer
+/// than this, and then drops its line.
+inline constexpr std::chrono::milliseconds kWriterPatience{50};
+/// A reader waits longer for the writers.
+inline constexpr std::chrono::milliseconds kReaderPatience{2000};
 
 /// Appends whole lines to a file that several processes and threads share, and lets the file begin anew when
 /// it would become too large. What fails is how it was: no part of a line ever stays.
@@ -24,7 +27,8 @@ class CEventFile {
  public:
     struct COptions {
         std::uint64_t limit = 16 << 20;  ///< a line that would make the file larger begins a new one
-        std::chrono::milliseconds patience = kPatience;  ///< how long to wait for others that lock the file
+        std::chrono::milliseconds patience =
+            kWriterPatience;  ///< how long to wait for others that lock the file
         std::function<ssize_t(int, const void*, std::size_t)> write = ::write;
     };
     explicit CEventFile(std::filesystem::path folder) : CEventFile(std::move(folder), COptions()) {}
@@ -44,6 +48,6 @@ class CEventFile {
 /// Opens the file (flags as for open) and locks it (operation as for flock) while it bears that name; Busy
 /// when that takes longer than `patience`.
 CResult<CFileDescriptor> OpenLocked(const std::filesystem::path& file, int flags, int operation,
-                                    std::chrono::milliseconds patience = kPatience);
+                                    std::chrono::milliseconds patience = kReaderPatience);
 
 }  // namespace quorbel

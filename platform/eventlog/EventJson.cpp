@@ -15,8 +15,6 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::array kSeverities{EventSeverity::Success, EventSeverity::Informational, EventSeverity::Warning,
                                  EventSeverity::Error};
-constexpr std::uint64_t kUnitsPerSecond = 10'000'000;
-constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
 
 /// Reads `count` decimal digits and then `end`, and moves `text` past both.
 std::optional<int> TakeField(std::string_view& text, std::size_t count, char end) {
@@ -44,24 +42,17 @@ std::optional<std::uint64_t> ParseTime(const std::string& whole) {
     tm parts{};
     parts.tm_year = fields[0] - 1900, parts.tm_mon = fields[1] - 1, parts.tm_mday = fields[2];
     parts.tm_hour = fields[3], parts.tm_min = fields[4], parts.tm_sec = fields[5];
-    const std::int64_t seconds = ::timegm(&parts) + kSecondsFrom1601To1970;
-    if (seconds < 0) return std::nullopt;
-    const std::uint64_t time =
-        static_cast<std::uint64_t>(seconds) * kUnitsPerSecond + static_cast<std::uint64_t>(fields[6]);
-    // A thirteenth month would have become the next year's first.
+    const std::uint64_t time = ToFileTime(CUnixTime{::timegm(&parts), static_cast<std::uint32_t>(fields[6])});
+    // A thirteenth month would have become the next year's first, and a time before 1601 one far ahead.
     if (TimeText(time) != whole) return std::nullopt;
     return time;
 }
 
 std::optional<std::uint32_t> ParseId(std::string_view text) {
     if (text.size() != 10 || !text.starts_with("0x")) return std::nullopt;
-    std::uint32_t id = 0;
-    for (char character : text.substr(2)) {
-        const int digit = HexDigit(static_cast<unsigned char>(character));
-        if (digit < 0) return std::nullopt;
-        id = id << 4 | static_cast<std::uint32_t>(digit);
-    }
-    return id;
+    const auto id = ParseHex(FromUtf8(text.substr(2)), 8);
+    if (!id) return std::nullopt;
+    return static_cast<std::uint32_t>(*id);
 }
 
 std::optional<EventSeverity> ParseSeverity(std::string_view text) {
@@ -153,14 +144,10 @@ std::string IdText(std::uint32_t id) {
 
 const char* SeverityName(EventSeverity severity) noexcept {
     switch (severity) {
-        case EventSeverity::Success:
-            return "success";
-        case EventSeverity::Informational:
-            return "informational";
-        case EventSeverity::Warning:
-            return "warning";
-        case EventSeverity::Error:
-            return "error";
+        case EventSeverity::Success: return "success";
+        case EventSeverity::Informational: return "informational";
+        case EventSeverity::Warning: return "warning";
+        case EventSeverity::Error: return "error";
     }
     return "error";
 }

@@ -3,8 +3,11 @@
 #include <poll.h>
 #include <sstream>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/Lock.h"
+#include "platform/Terminal.h"
 #include "platform/Text.h"
 #include "platform/VisibleText.h"
 #include "platform/eventlog/EventFile.h"
@@ -15,17 +18,42 @@ namespace quorbel {
 
 namespace {
 
-/// One line to standard error. It is cut to what a pipe takes at once, so that a poll tells whether the write
-/// would wait.
-void WriteEcho(std::string line) {
-    constexpr std::size_t kLongest = 4095;
-    if (line.size() > kLongest) line.resize(kLongest);
-    line += '\n';
-    pollfd entry{STDERR_FILENO, POLLOUT, 0};
-    if (::poll(&entry, 1, 0) != 1 || (entry.revents & POLLOUT) == 0) return;
-    // Nobody is left to tell of a failure here; the entry itself is in the file.
-    Ignore(::write(STDERR_FILENO, line.data(), line.size()));
-}
+/// Standard error as lines for people, any thread's; what it does not take at once is dropped.
+class CErrorEcho {
+ public:
+    CErrorEcho() {
+        struct stat status {};
+        // A file must not be opened anew, which would begin at its start.
+        if (::fstat(STDERR_FILENO, &status) != 0 || !(S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)))
+            return;
+        auto stop = CEvent::Create(EventReset::Manual);
+        auto writer = CTerminalWriter::Open(STDERR_FILENO);
+        if (!stop.IsOk() || !writer.IsOk()) return;
+        m_never = std::move(stop).Value();
+        m_never->Set();
+        m_writer = std::move(writer).Value();
+    }
+
+    void Write(std::string line) {
+        // What a pipe takes whole or not at all, and after a poll without waiting.
+        constexpr std::size_t kLongest = 4095;
+        if (line.size() > kLongest) line.resize(kLongest);
+        line += '\n';
+        const std::lock_guard guard(m_lock);
+        // Nobody is left to tell of a failure here; the entry itself is in the file.
+        if (m_writer) return Ignore(m_writer->Write(line, *m_never));
+        pollfd entry{STDERR_FILENO, POLLOUT, 0};
+        if (::poll(&entry, 1, 0) != 1 || (entry.revents & POLLOUT) == 0) return;
+        Ignore(::write(STDERR_FILENO, line.data(), line.size()));
+    }
+
+ private:
+    // Constant after construction.
+    std::unique_ptr<CTerminalWriter> m_writer;  ///< none for what is neither pipe nor terminal
+    std::shared_ptr<CEvent> m_never;            ///< set: the writer never waits
+
+    CMutex m_lock{LockRank::Innermost};  ///< one line at a time
+};
 
 std::string EchoText(const CEventEntry& entry) {
     std::string line = TimeText(entry.time) + " " + SeverityName(entry.severity) + " " + IdText(entry.id) +
@@ -36,19 +64,21 @@ std::string EchoText(const CEventEntry& entry) {
 
 class CFileSink final : public IEventSink {
  public:
-    CFileSink(const std::filesystem::path& folder, EventEcho echo) : m_file(folder), m_echo(echo) {}
+    CFileSink(const std::filesystem::path& folder, EventEcho echo) : m_file(folder) {
+        if (echo == EventEcho::StandardError) m_echo.emplace();
+    }
 
     void Write(const CEventEntry& entry) noexcept override try {
         // An entry that does not fit the disk is dropped; there is no second place to say so.
         Ignore(m_file.Append(ToJsonLine(entry)));
-        if (m_echo == EventEcho::StandardError) WriteEcho(EchoText(entry));
+        if (m_echo) m_echo->Write(EchoText(entry));
     } catch (const std::exception&) {
         return;  // out of memory: the entry is dropped
     }
 
  private:
     CEventFile m_file;
-    const EventEcho m_echo;
+    std::optional<CErrorEcho> m_echo;
 };
 
 std::string ReadWhole(const std::filesystem::path& path) {

@@ -13,12 +13,6 @@ using Names = std::map<std::wstring, std::uint32_t, CLessNoCase>;
 
 constexpr std::wstring_view kBlanks = L" \t";
 
-std::wstring_view Trim(std::wstring_view text) {
-    const std::size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::wstring_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
 /// A decimal number or one in hexadecimal after "0x", of at most `limit`; the text is nothing else.
 std::optional<std::uint32_t> ParseNumber(std::wstring_view text, std::uint32_t limit) {
     const int base = StartsWithNoCase(text, L"0x") ? 16 : 10;
@@ -85,12 +79,9 @@ class CParser {
         if (EqualNoCase(statement.keyword, L"MessageId")) return BeginEntry(statement.value);
         if (EqualNoCase(statement.keyword, L"Language")) return ReadText(statement.value);
         switch (m_state) {
-            case State::Header:
-                return HandleHeader(statement);
-            case State::Entry:
-                return HandleEntry(statement);
-            case State::Texts:
-                return false;
+            case State::Header: return HandleHeader(statement);
+            case State::Entry: return HandleEntry(statement);
+            case State::Texts: return false;
         }
         return false;
     }

@@ -29,25 +29,18 @@ ErrorCode Translate(int result, sqlite3* connection) noexcept {
     switch (result & 0xFF) {
         case SQLITE_OK:
         case SQLITE_ROW:
-        case SQLITE_DONE:
-            return ErrorCode::Success;
-        case SQLITE_FULL:
-            return ErrorCode::DiskFull;
+        case SQLITE_DONE: return ErrorCode::Success;
+        case SQLITE_FULL: return ErrorCode::DiskFull;
         case SQLITE_BUSY:
-        case SQLITE_LOCKED:
-            return ErrorCode::Busy;
+        case SQLITE_LOCKED: return ErrorCode::Busy;
         case SQLITE_NOTADB:
         case SQLITE_FORMAT:
-        case SQLITE_CORRUPT:
-            return ErrorCode::RegistryCorrupt;
+        case SQLITE_CORRUPT: return ErrorCode::RegistryCorrupt;
         case SQLITE_READONLY:
         case SQLITE_AUTH:
-        case SQLITE_PERM:
-            return ErrorCode::AccessDenied;
-        case SQLITE_NOMEM:
-            return ErrorCode::NotEnoughMemory;
-        case SQLITE_TOOBIG:
-            return ErrorCode::FileTooLarge;
+        case SQLITE_PERM: return ErrorCode::AccessDenied;
+        case SQLITE_NOMEM: return ErrorCode::NotEnoughMemory;
+        case SQLITE_TOOBIG: return ErrorCode::FileTooLarge;
         case SQLITE_CANTOPEN:
             if (systemError == EACCES || systemError == EPERM) return ErrorCode::AccessDenied;
             return ErrorCode::CannotOpenRegistry;
@@ -58,10 +51,8 @@ ErrorCode Translate(int result, sqlite3* connection) noexcept {
         case SQLITE_ERROR:
         case SQLITE_SCHEMA:
         case SQLITE_CONSTRAINT:
-        case SQLITE_MISMATCH:
-            return ErrorCode::RegistryCorrupt;
-        default:
-            return ErrorCode::RegistryIoFailed;
+        case SQLITE_MISMATCH: return ErrorCode::RegistryCorrupt;
+        default: return ErrorCode::RegistryIoFailed;
     }
 }
 
@@ -145,7 +136,8 @@ std::pair<sqlite3_stmt*, int> CDatabase::Prepare(std::string_view sql) {
     sqlite3_stmt* statement = nullptr;
     const int result = ::sqlite3_prepare_v3(m_connection.get(), sql.data(), static_cast<int>(sql.size()),
                                             SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
-    if (result == SQLITE_OK) m_statements.emplace(sql, statement);
+    std::unique_ptr<sqlite3_stmt, CFinalize> prepared(statement);
+    if (result == SQLITE_OK) m_statements.emplace(sql, std::move(prepared));
     return {statement, result};
 }
 

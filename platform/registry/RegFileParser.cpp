@@ -11,28 +11,10 @@ constexpr std::string_view kUtf16Mark = "\xFF\xFE";
 constexpr std::string_view kUtf16BigEndianMark = "\xFE\xFF";
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
-std::wstring_view Trim(std::wstring_view text) {
-    const std::size_t start = text.find_first_not_of(L" \t");
-    if (start == text.npos) return {};
-    return text.substr(start, text.find_last_not_of(L" \t") - start + 1);
-}
-
 bool TakeNoCase(std::wstring_view& text, std::wstring_view start) {
     if (!StartsWithNoCase(text, start)) return false;
     text.remove_prefix(start.size());
     return true;
-}
-
-/// The number that one to `most` hexadecimal digits and nothing else make.
-std::optional<std::uint32_t> ParseHex(std::wstring_view text, std::size_t most) {
-    if (text.empty() || text.size() > most) return std::nullopt;
-    std::uint32_t number = 0;
-    for (wchar_t character : text) {
-        const int digit = HexDigit(character);
-        if (digit < 0) return std::nullopt;
-        number = number << 4 | static_cast<std::uint32_t>(digit);
-    }
-    return number;
 }
 
 class CRegFileParser {
@@ -185,7 +167,8 @@ class CRegFileParser {
     }
 
     std::optional<CValue> ParseNumber(std::wstring_view digits) {
-        if (const auto number = ParseHex(Trim(digits), 8)) return CValue::FromNumber32(*number);
+        if (const auto number = ParseHex(Trim(digits), 8))
+            return CValue::FromNumber32(static_cast<std::uint32_t>(*number));
         Ignore(Fail(L"\"dword:\" takes one to eight hexadecimal digits."));
         return std::nullopt;
     }

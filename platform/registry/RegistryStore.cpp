@@ -68,20 +68,24 @@ void CRegistryStore::Announce() noexcept {
 
 ErrorCode CRegistryStore::BeginTransaction() {
     if (IsInTransaction()) return ErrorCode::InvalidFunction;
-    m_lock.lock();
+    std::unique_lock lock(m_lock);
     if (const ErrorCode error = BeginChanges(); error != ErrorCode::Success) {
         m_database->Rollback();
-        m_lock.unlock();
         return error;
     }
     m_transactionThread = std::this_thread::get_id();
+    Ignore(lock.release());  // EndTransaction unlocks it
     return ErrorCode::Success;
 }
 
 ErrorCode CRegistryStore::CommitTransaction() {
-    const ErrorCode error = CommitChanges();
-    EndTransaction();
-    return error;
+    struct CEnd {
+        CRegistryStore& store;
+        // After a commit there is nothing left to roll back.
+        ~CEnd() { store.AbandonTransaction(); }
+    };
+    const CEnd end{*this};
+    return CommitChanges();
 }
 
 void CRegistryStore::AbandonTransaction() noexcept {

@@ -13,7 +13,8 @@
 namespace quorbel {
 
 /// What the keys of an open registry share: its connection, behind one lock that a thread keeps for the
-/// length of its transaction, and its watches. Safe to use from any thread.
+/// length of its transaction, and its watches. Safe to use from any thread. Whatever throws (there is no
+/// memory left) leaves neither a transaction open nor the lock taken.
 class CRegistryStore {
  public:
     static CResult<std::shared_ptr<CRegistryStore>> Open(const std::filesystem::path& folder,
@@ -29,18 +30,17 @@ class CRegistryStore {
     }
 
     /// Runs `write`, which takes the key table and the journal and returns an ErrorCode, in the calling
-    /// thread's transaction or in one of its own. When it fails, a transaction of its own leaves no effect;
-    /// `write` itself fails with errors other than the database's before it changes anything.
+    /// thread's transaction or in one of its own. When it fails or throws, a transaction of its own leaves no
+    /// effect; `write` itself fails with errors other than the database's before it changes anything.
     template <class Write>
     ErrorCode Writing(Write write) {
         const CAccess access(*this);
         if (IsInTransaction()) return write(m_keys, m_journal);
         ErrorCode error = BeginChanges();
         if (error != ErrorCode::Success) return error;
+        const CRollback rollback(*m_database);
         error = write(m_keys, m_journal);
-        if (error == ErrorCode::Success) return CommitChanges();
-        m_database->Rollback();
-        return error;
+        return error == ErrorCode::Success ? CommitChanges() : error;
     }
 
     /// A transaction of the calling thread, up to Commit or Abandon on the same thread. InvalidFunction when
@@ -63,6 +63,18 @@ class CRegistryStore {
 
      private:
         std::unique_lock<CMutex> m_lock;
+    };
+
+    /// Rolls back what has not been committed when it ends.
+    class CRollback {
+     public:
+        explicit CRollback(CDatabase& database) noexcept : m_database(database) {}
+        ~CRollback() { m_database.Rollback(); }
+        CRollback(const CRollback&) = delete;
+        CRollback& operator=(const CRollback&) = delete;
+
+     private:
+        CDatabase& m_database;
     };
 
     bool IsInTransaction() const noexcept { return m_transactionThread.load() == std::this_thread::get_id(); }

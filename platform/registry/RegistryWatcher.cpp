@@ -2,7 +2,8 @@
 
 #include <poll.h>
 #include <sys/inotify.h>
-#include <system_error>
+
+#include "platform/Thread.h"
 
 namespace quorbel {
 
@@ -33,11 +34,9 @@ CResult<std::unique_ptr<CRegistryWatcher>> CRegistryWatcher::Start(std::unique_p
     if (!seen.IsOk()) return seen.Error();
     std::unique_ptr<CRegistryWatcher> watcher(new CRegistryWatcher(
         std::move(database), std::move(changes), std::move(stop).Value(), interval, seen.Value()));
-    try {
-        watcher->m_thread = std::thread([raw = watcher.get()] { raw->Run(); });
-    } catch (const std::system_error&) {
-        return ErrorCode::NoSystemResources;
-    }
+    CResult<std::thread> thread = StartThread("RegistryWatcher", [raw = watcher.get()] { raw->Run(); });
+    if (!thread.IsOk()) return thread.Error();
+    watcher->m_thread = std::move(thread).Value();
     return watcher;
 }
 
@@ -58,10 +57,15 @@ CRegistryWatcher::~CRegistryWatcher() {
 
 ErrorCode CRegistryWatcher::Arm(const void* owner, CWatch watch) {
     const std::lock_guard lock(m_lock);
-    Remove(owner, watch.key);
     if (const ErrorCode error = Look(); error != ErrorCode::Success) return error;
-    const KeyId key = watch.key;
-    m_armed[key].push_back({owner, std::move(watch)});
+    std::vector<CArmed>& watches = m_armed[watch.key];
+    const auto old = std::find_if(watches.begin(), watches.end(),
+                                  [owner](const CArmed& armed) { return armed.owner == owner; });
+    if (old != watches.end()) {
+        old->watch = std::move(watch);
+    } else {
+        watches.push_back({owner, std::move(watch)});
+    }
     return ErrorCode::Success;
 }
 
@@ -77,16 +81,23 @@ void CRegistryWatcher::Remove(const void* owner, KeyId key) noexcept {
     if (found->second.empty()) m_armed.erase(found);
 }
 
-void CRegistryWatcher::Run() {
+void CRegistryWatcher::Run() noexcept {
     while (!m_stop->Test()) {
         WaitForChange();
         const std::lock_guard lock(m_lock);
-        // A writer that holds the file too long will still be seen at the next look.
-        if (const ErrorCode error = Look(); error != ErrorCode::Success && error != ErrorCode::Busy) FireAll();
+        if (!TryToLook()) FireAll();
     }
 }
 
-void CRegistryWatcher::WaitForChange() {
+bool CRegistryWatcher::TryToLook() noexcept try {
+    const ErrorCode error = Look();
+    // A writer that holds the file too long will still be seen at the next look.
+    return error == ErrorCode::Success || error == ErrorCode::Busy;
+} catch (const std::exception&) {
+    return false;  // out of memory
+}
+
+void CRegistryWatcher::WaitForChange() noexcept {
     std::array entries{pollfd{m_stop->Descriptor(), POLLIN, 0}, pollfd{m_changes.Get(), POLLIN, 0}};
     ::poll(entries.data(), entries.size(), static_cast<int>(m_interval.count()));
     std::array<char, 4096> notices;
@@ -123,7 +134,7 @@ void CRegistryWatcher::Fire(const CChange& change, KeyId key) {
     if (found->second.empty()) m_armed.erase(found);
 }
 
-void CRegistryWatcher::FireAll() {
+void CRegistryWatcher::FireAll() noexcept {
     for (const auto& [key, watches] : m_armed) {
         for (const CArmed& armed : watches) armed.watch.event->Set();
     }

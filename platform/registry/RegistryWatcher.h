@@ -31,9 +31,9 @@ class CRegistryWatcher {
         std::shared_ptr<CEvent> event;
     };
 
-    /// Arms a watch for the handle `owner`, in place of the one it had. Every change committed before has set
-    /// the events of the watches armed for it when this returns: whoever arms a watch on a subtree and then
-    /// tests events of keys below it misses nothing.
+    /// Arms a watch for the handle `owner`, in place of the one it had, which stays when this fails. Every
+    /// change committed before has set the events of the watches armed for it when this returns: whoever arms
+    /// a watch on a subtree and then tests events of keys below it misses nothing.
     ErrorCode Arm(const void* owner, CWatch watch);
     void Disarm(const void* owner, KeyId key) noexcept;
 
@@ -45,13 +45,15 @@ class CRegistryWatcher {
 
     CRegistryWatcher(std::unique_ptr<CDatabase> database, CFileDescriptor changes,
                      std::shared_ptr<CEvent> stop, std::chrono::milliseconds interval, std::int64_t seen);
-    void Run();
-    void WaitForChange();
+    void Run() noexcept;
+    void WaitForChange() noexcept;
     /// Fires for the changes since the last look; m_lock is held.
     ErrorCode Look();
+    /// False when changes may have been missed; m_lock is held.
+    bool TryToLook() noexcept;
     void Match(const CChange& change);
     void Fire(const CChange& change, KeyId key);
-    void FireAll();
+    void FireAll() noexcept;
     void Remove(const void* owner, KeyId key) noexcept;
 
     // Constant after construction.

@@ -9,10 +9,13 @@ namespace {
 
 class CSqliteTransaction final : public ITransaction {
  public:
-    /// Takes over the transaction that the calling thread has begun.
-    explicit CSqliteTransaction(std::shared_ptr<CRegistryStore> store) noexcept : m_store(std::move(store)) {}
     ~CSqliteTransaction() override {
         if (m_store) m_store->AbandonTransaction();
+    }
+    ErrorCode Begin(std::shared_ptr<CRegistryStore> store) {
+        const ErrorCode error = store->BeginTransaction();
+        if (error == ErrorCode::Success) m_store = std::move(store);
+        return error;
     }
     ErrorCode Commit() override {
         if (!m_store) return ErrorCode::InvalidFunction;
@@ -20,7 +23,7 @@ class CSqliteTransaction final : public ITransaction {
     }
 
  private:
-    std::shared_ptr<CRegistryStore> m_store;  ///< none once committed
+    std::shared_ptr<CRegistryStore> m_store;  ///< none before the beginning and once committed
 };
 
 class CSqliteRegistry final : public IRegistry {
@@ -32,9 +35,10 @@ class CSqliteRegistry final : public IRegistry {
                                             KeyAccess::ReadWrite);
     }
     CResult<std::unique_ptr<ITransaction>> Begin() override {
-        const ErrorCode error = m_store->BeginTransaction();
+        auto transaction = std::make_unique<CSqliteTransaction>();
+        const ErrorCode error = transaction->Begin(m_store);
         if (error != ErrorCode::Success) return error;
-        return std::unique_ptr<ITransaction>(std::make_unique<CSqliteTransaction>(m_store));
+        return std::unique_ptr<ITransaction>(std::move(transaction));
     }
 
  private:

@@ -81,7 +81,7 @@ TEST(TraceTexts, TakeAsManyInsertsAsAreTraced) {
     std::vector<std::uint32_t> known;
     for (const auto& [id, count] : expected) {
         known.push_back(id);
-        const CTraceText& text = texts.Find(id);
+        const CTraceText& text = *texts.Find(id);
         EXPECT_FALSE(text.Render({}).empty() && count == 0) << std::hex << id;
         ASSERT_EQ(text.Inserts().size(), count) << std::hex << id;
         for (const CTraceInsert& insert : text.Inserts()) EXPECT_EQ(insert.kind, CTraceInsert::Kind::String);

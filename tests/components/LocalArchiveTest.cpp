@@ -1,8 +1,7 @@
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <cstring>
+#include <fcntl.h>
 #include <set>
+#include <sys/stat.h>
 
 #include "components/archive/LocalArchive.h"
 #include "platform/Error.h"
@@ -383,9 +382,9 @@ TEST_F(LocalArchiveTest, RefusesInputBlocksThatSayAnotherLengthThanTheyHave) {
 TEST_F(LocalArchiveTest, TellsItsVersion) {
     CComPtr<IArchiveSystem> system;
     ASSERT_EQ(archive->GetSystem(system.Receive()), S_OK);
-    CBstr version;
-    EXPECT_EQ(system->GetVersion(version.Receive()), S_OK);
-    EXPECT_EQ(version.Text(), L"Quorbel Archive 7.30");
+    std::wstring version;
+    EXPECT_EQ(system->GetVersion(&version), S_OK);
+    EXPECT_EQ(version, L"Quorbel Archive 7.30");
 }
 
 TEST_F(LocalArchiveTest, KeepsTheRulesOfObjectIdentity) {

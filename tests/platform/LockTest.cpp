@@ -45,7 +45,7 @@ TEST(Lock, KeepsNewReadersOutWhileAWriterWaits) {
 }
 
 TEST(Lock, CanBeTakenInTheOrderOfRanksAndGivenBackInAny) {
-    CMutex outer(LockRank::HandlerFactories);
+    CMutex outer(LockRank::NotFoundEvents);
     CReadWriteLock middle(LockRank::EventLog);
     CMutex inner(LockRank::Innermost);
     for (int i = 0; i < 2; ++i) {

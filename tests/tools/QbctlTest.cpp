@@ -1,13 +1,13 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <spawn.h>
 #include <sstream>
-#include <sys/wait.h>
+#include <unistd.h>
 
 #include "platform/Text.h"
+#include "platform/eventlog/EventSink.h"
 #include "platform/registry/SqliteRegistry.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/service/Subprocess.h"
 
 namespace quorbel {
 namespace {
@@ -21,32 +21,13 @@ class QbctlTest : public testing::Test {
         std::string errors;
     };
 
-    CRun Run(std::vector<std::string> arguments, const std::string& input = {}) {
-        arguments.insert(arguments.begin(), QUORBEL_PROGRAMS "/qbctl");
-        std::vector<char*> words;
-        for (std::string& argument : arguments) words.push_back(argument.data());
-        words.push_back(nullptr);
-        std::string root = "QUORBEL_ROOT=" + m_root.string();
-        // Leak and error reports of sanitizers go on as they are set for the tests.
-        std::vector<char*> environment{root.data()};
-        for (char** variable = environ; *variable; ++variable) environment.push_back(*variable);
-        environment.push_back(nullptr);
-
+    CRun Run(const std::vector<std::string>& arguments, const std::string& input = {},
+             std::optional<std::uint64_t> largestFile = std::nullopt) {
         WriteFile(m_folder / "input", input);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        const std::string names[] = {m_folder / "input", m_folder / "output", m_folder / "errors"};
-        for (int descriptor = 0; descriptor < 3; ++descriptor) {
-            const int flags = descriptor == 0 ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC;
-            posix_spawn_file_actions_addopen(&actions, descriptor, names[descriptor].c_str(), flags, 0600);
-        }
-        pid_t child = 0;
-        EXPECT_EQ(posix_spawn(&child, words[0], &actions, nullptr, words.data(), environment.data()), 0);
-        posix_spawn_file_actions_destroy(&actions);
-        int status = 0;
-        EXPECT_EQ(waitpid(child, &status, 0), child);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(m_folder / "output"),
-                ReadFile(m_folder / "errors")};
+        CSubprocess program("qbctl", arguments, {{"QUORBEL_ROOT", m_root.string()}}, m_folder / "output",
+                            m_folder / "errors", m_folder / "input", largestFile);
+        const int code = program.Wait();
+        return {code, ReadFile(m_folder / "output"), ReadFile(m_folder / "errors")};
     }
 
     std::shared_ptr<IRegistry> Registry() { return OpenSqliteRegistry(m_root / "registry").Value(); }
@@ -221,6 +202,66 @@ TEST_F(QbctlTest, TheRootIsPassableAndTheRegistryPrivate) {
     using std::filesystem::perms;
     EXPECT_EQ(std::filesystem::status(m_root).permissions(), perms(0711));
     EXPECT_EQ(std::filesystem::status(m_root / "registry").permissions(), perms(0700));
+}
+
+TEST_F(QbctlTest, ARegistryFolderThatOthersMayChangeIsRefused) {
+    ASSERT_EQ(Run({"host", "list"}).code, 0);
+    using std::filesystem::perms;
+    const std::pair<int, int> cases[] = {{0700, 0}, {0755, 0}, {0720, 1}, {0702, 1}};
+    for (const auto& [mode, code] : cases) {
+        std::filesystem::permissions(m_root / "registry", perms(mode));
+        const CRun run = Run({"host", "list"});
+        EXPECT_EQ(run.code, code) << std::oct << mode;
+        EXPECT_EQ(run.errors.find("Access is denied") != std::string::npos, code == 1) << run.errors;
+    }
+    std::filesystem::permissions(m_root / "registry", perms(0700));
+    // Only the superuser can give a folder away.
+    if (::chown((m_root / "registry").c_str(), 12345, 12345) != 0) return;
+    EXPECT_EQ(Run({"host", "list"}).code, ::geteuid() == 0 ? 1 : 0);
+}
+
+TEST_F(QbctlTest, TextsOfOthersAreShownWithoutPlayingTricksOnTheTerminal) {
+    const struct {
+        const char* raw;
+        const char* shown;
+    } cases[] = {
+        {"\x1B[2J", "\\x1B[2J"},        {"\x7F", "\\x7F"},           {"\xC2\x9B", "\\x9B"},
+        {"\r\nfake", "\\x0D\\x0Afake"}, {"\xE2\x80\xA8", "\\u2028"}, {"\xE2\x80\xA9", "\\u2029"},
+        {"\xE2\x80\x8E", "\\u200E"},    {"\xE2\x80\x8F", "\\u200F"}, {"\xE2\x80\xAA", "\\u202A"},
+        {"\xE2\x80\xAE", "\\u202E"},    {"\xE2\x81\xA6", "\\u2066"}, {"\xE2\x81\xA9", "\\u2069"},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.shown);
+        const std::string raw = std::string("a") + test.raw + "b";
+        const std::string shown = std::string("a") + test.shown + "b";
+        ASSERT_EQ(Run({"reg", "add", kKey, "/v", "v", "/d", raw, "/f"}).code, 0);
+        ASSERT_EQ(Run({"host", "add", "h", "--anon-root", raw}).code, 0);
+        CEventEntry event{};
+        event.text = FromUtf8(raw);
+        std::filesystem::remove(m_root / "events.jsonl");
+        CreateFileSink(m_root, EventEcho::None)->Write(event);
+
+        const CRun runs[] = {Run({"reg", "query", kKey}), Run({"host", "list"}), Run({"events"}),
+                             Run({"reg", "query", kKey + "\\" + raw})};
+        for (const CRun& run : runs) {
+            const std::string text = run.output + run.errors;
+            EXPECT_NE(text.find(shown), std::string::npos) << text;
+            EXPECT_EQ(text.find(test.raw), std::string::npos) << text;
+        }
+        const std::string json = Run({"reg", "query", kKey, "--json"}).output;
+        EXPECT_EQ(nlohmann::json::parse(json)["values"][0]["data"], raw);
+        ASSERT_EQ(Run({"host", "remove", "h", "/f"}).code, 0);
+    }
+}
+
+TEST_F(QbctlTest, ALimitOfFileSizeIsAFailureThatLeavesTheRegistryAsItWas) {
+    ASSERT_EQ(Run({"reg", "add", kKey, "/v", "v", "/d", "before", "/f"}).code, 0);
+    const std::string large(100'000, 'x');
+    const CRun run = Run({"reg", "add", kKey, "/v", "v", "/d", large, "/f"}, {}, 64 * 1024);
+    EXPECT_EQ(run.code, 1);
+    EXPECT_NE(run.errors.find("not enough space"), std::string::npos) << run.errors;
+    const auto key = Registry()->LocalMachine()->Open(L"Software\\Test", KeyAccess::Read);
+    EXPECT_EQ(key.Value()->Query(L"v").Value().AsText(), L"before");
 }
 
 }  // namespace

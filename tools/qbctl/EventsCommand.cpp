@@ -21,14 +21,10 @@ std::wstring FormatTime(std::uint64_t time) {
 
 std::wstring_view Name(EventSeverity severity) {
     switch (severity) {
-        case EventSeverity::Success:
-            return L"Success";
-        case EventSeverity::Informational:
-            return L"Information";
-        case EventSeverity::Warning:
-            return L"Warning";
-        case EventSeverity::Error:
-            return L"Error";
+        case EventSeverity::Success: return L"Success";
+        case EventSeverity::Informational: return L"Information";
+        case EventSeverity::Warning: return L"Warning";
+        case EventSeverity::Error: return L"Error";
     }
     return L"Error";
 }
@@ -50,7 +46,7 @@ ExitCode Events(const CArguments& arguments) {
     if (!root.IsOk()) return Fail(L"The root folder cannot be opened", root.Error());
     for (const CEventEntry& entry : ReadEventFiles(root.Value())) {
         if (arguments.Has(L"--json")) {
-            PrintLine(FromUtf8(ToJsonLine(entry)));
+            PrintData(ToJsonLine(entry));
         } else {
             ShowText(entry);
         }

@@ -42,7 +42,7 @@ void ShowJson(const std::wstring& name, const IKey& host) {
         const auto value = ReadValue(host, shown.name);
         object[shown.member] = value ? nlohmann::ordered_json(ToUtf8(*value)) : nlohmann::ordered_json();
     }
-    PrintLine(FromUtf8(object.dump()));
+    PrintData(object.dump());
 }
 
 void ShowText(const std::wstring& name, const IKey& host) {

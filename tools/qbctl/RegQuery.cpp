@@ -60,7 +60,7 @@ void ShowJson(const CContent& content, const CQuery& query) {
                                     {"data", DataToJson(value.value)}});
     }
     for (const std::wstring& name : content.subkeys) object["subkeys"].push_back(ToUtf8(name));
-    PrintLine(FromUtf8(object.dump()));
+    PrintData(object.dump());
 }
 
 /// Shows a key and, when asked for, all below; counts the values shown.

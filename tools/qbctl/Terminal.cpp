@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "platform/Text.h"
+#include "platform/VisibleText.h"
 
 namespace quorbel {
 
@@ -14,12 +15,16 @@ void Print(std::wstring_view text) {
 }
 
 void PrintLine(std::wstring_view text) {
-    Print(text);
+    PrintData(ToVisibleUtf8(text));
+}
+
+void PrintData(std::string_view line) {
+    std::fwrite(line.data(), 1, line.size(), stdout);
     std::fputc('\n', stdout);
 }
 
 ExitCode Fail(std::wstring_view reason) {
-    std::fprintf(stderr, "qbctl: %s\n", ToUtf8(reason).c_str());
+    std::fprintf(stderr, "qbctl: %s\n", ToVisibleUtf8(reason).c_str());
     return ExitCode::Failure;
 }
 
@@ -31,7 +36,7 @@ ExitCode Fail(std::wstring_view what, ErrorCode error) {
 
 ExitCode FailUsage(std::wstring_view reason, std::wstring_view command) {
     Ignore(Fail(reason));
-    std::fprintf(stderr, "Type \"%s --help\" for help.\n", ToUtf8(command).c_str());
+    std::fprintf(stderr, "Type \"%s --help\" for help.\n", ToVisibleUtf8(command).c_str());
     return ExitCode::Usage;
 }
 
@@ -41,7 +46,7 @@ bool Confirm(std::wstring_view question, std::wstring_view option) {
                     L" to go ahead."));
         return false;
     }
-    std::fprintf(stderr, "%s (yes/no) ", ToUtf8(question).c_str());
+    std::fprintf(stderr, "%s (yes/no) ", ToVisibleUtf8(question).c_str());
     std::string answer;
     std::getline(std::cin, answer);
     return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";

@@ -30,16 +30,12 @@ constexpr std::size_t kTypesToType = 7;
 std::optional<std::uint64_t> ParseNumber(std::wstring_view text, std::uint64_t largest) {
     std::optional<std::uint64_t> number;
     if (StartsWithNoCase(text, L"0x")) {
-        text.remove_prefix(2);
-        if (text.empty() || text.size() > 16) return std::nullopt;
-        number = 0;
-        for (; !text.empty() && HexDigit(text.front()) >= 0; text.remove_prefix(1)) {
-            number = *number << 4 | static_cast<std::uint64_t>(HexDigit(text.front()));
-        }
+        number = ParseHex(text.substr(2), 16);
     } else {
         number = TakeDecimal(text);
+        if (!text.empty()) return std::nullopt;
     }
-    if (!number || !text.empty() || *number > largest) return std::nullopt;
+    if (!number || *number > largest) return std::nullopt;
     return number;
 }
 

@@ -1,5 +1,6 @@
 #include <cstdio>
 
+#include "platform/StopSignals.h"
 #include "platform/Text.h"
 #include "tools/qbctl/Commands.h"
 
@@ -175,6 +176,8 @@ ExitCode Run(Words words) {
 
 int main(int count, char** words) {
     using namespace quorbel;
+    if (const ErrorCode error = IgnoreFileSizeSignal(); error != ErrorCode::Success)
+        return static_cast<int>(Fail(L"The signals cannot be set up", error));
     std::vector<std::wstring> decoded;
     for (int i = 1; i < count; ++i) {
         auto word = FromUtf8Strict(words[i]);

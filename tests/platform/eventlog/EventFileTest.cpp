@@ -103,7 +103,7 @@ TEST(EventFile, FailsWithoutItsFolderAndOnWhatIsNoFile) {
 
 /// Appends numbered lines and leaves the process.
 [[noreturn]] void AppendInChild(const std::filesystem::path& folder, int writer, int count) {
-    CEventFile file(folder, {.limit = 2000});
+    CEventFile file(folder, {.limit = 2000, .patience = std::chrono::minutes(1)});
     for (int i = 0; i < count; ++i) {
         if (file.Append(std::to_string(writer) + " " + std::to_string(i)) != ErrorCode::Success) ::_exit(1);
     }
@@ -156,16 +156,41 @@ TEST(EventFiles, AreReadOldestFirstWithoutTheirDamagedLines) {
 
 TEST(EventSink, EchoesOneLineThatCannotPlayTricksOnATerminal) {
     const CTemporaryFolder folder;
-    const auto sink = CreateFileSink(folder.Path(), EventEcho::StandardError);
     CEventEntry entry = NumberedEntry(0xC00000C9);
     entry.text = L"a\r\nb\x1B[2J\x9B\x202E";
     entry.source = "File.cpp";
     entry.line = 12;
     testing::internal::CaptureStderr();
-    sink->Write(entry);
+    CreateFileSink(folder.Path(), EventEcho::StandardError)->Write(entry);
     const std::string echo = testing::internal::GetCapturedStderr();
     EXPECT_THAT(echo,
                 testing::EndsWith(" error 0xC00000C9 a\\x0D\\x0Ab\\x1B[2J\\x9B\\u202E (File.cpp 12)\n"));
+}
+
+TEST(EventSink, DropsWhatStandardErrorDoesNotTakeAndKeepsItInTheFile) {
+    const CTemporaryFolder folder;
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    const CFileDescriptor reader(ends[0]);
+    const CFileDescriptor before(::dup(STDERR_FILENO));
+    {
+        const CFileDescriptor writer(ends[1]);
+        ASSERT_EQ(::dup2(writer.Get(), STDERR_FILENO), STDERR_FILENO);
+    }
+    constexpr std::uint32_t kEntries = 200;  // of 4 KiB: far more than a pipe takes
+    {
+        const auto sink = CreateFileSink(folder.Path(), EventEcho::StandardError);
+        std::vector<std::jthread> writers;
+        for (std::uint32_t writer = 0; writer < 2; ++writer) {
+            writers.emplace_back([&] {
+                CEventEntry entry = NumberedEntry(1);
+                entry.text = std::wstring(5000, L'x');
+                for (std::uint32_t i = 0; i < kEntries / 2; ++i) sink->Write(entry);
+            });
+        }
+    }
+    ASSERT_EQ(::dup2(before.Get(), STDERR_FILENO), STDERR_FILENO);
+    EXPECT_EQ(ReadEventFiles(folder.Path()).size(), kEntries);
 }
 
 TEST(Process, IsTheServiceManagersOnlyWhenItIsNamedExactly) {

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include "platform/Text.h"
+#include "platform/registry/RegistryStore.h"
 #include "tests/platform/registry/RegistryFixture.h"
 
 namespace quorbel {
@@ -144,6 +145,22 @@ TEST_F(SqliteRegistryTest, OnlyACommittedTransactionHasAnEffect) {
     EXPECT_EQ(transaction.Value()->Commit(), ErrorCode::Success);
     EXPECT_EQ(OpenRegistry()->LocalMachine()->Open(L"A\\B", KeyAccess::Read).Error(), ErrorCode::Success);
     EXPECT_EQ(transaction.Value()->Commit(), ErrorCode::InvalidFunction);
+}
+
+TEST_F(SqliteRegistryTest, AWriteThatThrowsLeavesNothingAndNobodyLockedOut) {
+    const auto store = CRegistryStore::Open(folder.Path(), options).Value();
+    EXPECT_THROW(Ignore(store->Writing([](CKeyTable& keys, CChangeJournal&) -> ErrorCode {
+                     EXPECT_TRUE(keys.Insert(kLocalMachineId, L"A").IsOk());
+                     throw std::bad_alloc();
+                 })),
+                 std::bad_alloc);
+    const auto root = OpenRegistry()->LocalMachine();
+    EXPECT_EQ(root->Set(L"v", {}), ErrorCode::Success) << "the file is still locked";
+    EXPECT_TRUE(root->Subkeys().Value().empty());
+    std::thread([&] {
+        EXPECT_EQ(store->BeginTransaction(), ErrorCode::Success);
+        store->AbandonTransaction();
+    }).join();
 }
 
 TEST_F(SqliteRegistryTest, ATransactionKeepsOtherThreadsOut) {

@@ -1,11 +1,10 @@
 #include "tests/support/service/Subprocess.h"
 
+#include <csignal>
 #include <fcntl.h>
 #include <spawn.h>
-#include <sys/wait.h>
-
-#include <csignal>
 #include <stdexcept>
+#include <sys/wait.h>
 
 extern char** environ;
 
@@ -24,8 +23,11 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
 
 CSubprocess::CSubprocess(const std::string& program, const std::vector<std::string>& arguments,
                          const Environment& environment, const std::filesystem::path& output,
-                         const std::filesystem::path& error) {
-    std::vector<std::string> words{std::string(QUORBEL_PROGRAMS) + "/" + program};
+                         const std::filesystem::path& error, const std::filesystem::path& input,
+                         std::optional<std::uint64_t> largestFile) {
+    std::vector<std::string> words;
+    if (largestFile) words = {"/usr/bin/prlimit", "--fsize=" + std::to_string(*largestFile)};
+    words.push_back(std::string(QUORBEL_PROGRAMS) + "/" + program);
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<std::string> variables;
     for (const auto& [name, value] : environment) variables.push_back(name + "=" + value);
@@ -33,7 +35,7 @@ CSubprocess::CSubprocess(const std::string& program, const std::vector<std::stri
 
     posix_spawn_file_actions_t files;
     ::posix_spawn_file_actions_init(&files);
-    ::posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
+    ::posix_spawn_file_actions_addopen(&files, 0, input.c_str(), O_RDONLY, 0);
     ::posix_spawn_file_actions_addopen(&files, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     ::posix_spawn_file_actions_addopen(&files, 2, error.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     const int result = ::posix_spawn(&m_process, words[0].c_str(), &files, nullptr, Pointers(words).data(),
@@ -48,7 +50,9 @@ CSubprocess::~CSubprocess() {
     Wait();
 }
 
-void CSubprocess::Signal(int number) const { ::kill(m_process, number); }
+void CSubprocess::Signal(int number) const {
+    ::kill(m_process, number);
+}
 
 int CSubprocess::Wait() {
     int status = 0;

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <sys/types.h>
-
+#include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <sys/types.h>
 #include <utility>
 #include <vector>
 
@@ -14,10 +15,13 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
 /// A program of ours, running. It is killed at the end if it still runs.
 class CSubprocess {
  public:
-    /// Starts build/…/bin/`program`; its standard output and error go to files when given.
+    /// Starts build/…/bin/`program`; its standard output and error go to files when given, and
+    /// its standard input comes from one. No file that it writes grows beyond `largestFile` bytes.
     CSubprocess(const std::string& program, const std::vector<std::string>& arguments,
                 const Environment& environment, const std::filesystem::path& output = "/dev/null",
-                const std::filesystem::path& error = "/dev/null");
+                const std::filesystem::path& error = "/dev/null",
+                const std::filesystem::path& input = "/dev/null",
+                std::optional<std::uint64_t> largestFile = std::nullopt);
     ~CSubprocess();
     CSubprocess(const CSubprocess&) = delete;
     CSubprocess& operator=(const CSubprocess&) = delete;
