@@ -20,12 +20,9 @@ EventSeverity SeverityOf(std::uint32_t messageId) {
 std::uint32_t FilterBit(EventSeverity severity) {
     switch (severity) {
         case EventSeverity::Success:
-        case EventSeverity::Informational:
-            return 1 << 3;
-        case EventSeverity::Warning:
-            return 1 << 2;
-        case EventSeverity::Error:
-            return 1 << 1;
+        case EventSeverity::Informational: return 1 << 3;
+        case EventSeverity::Warning: return 1 << 2;
+        case EventSeverity::Error: return 1 << 1;
     }
     return 0;
 }

@@ -43,7 +43,8 @@ class CError {
 /// A Win32 error number, with an extra text or without.
 class CErrorNumber final : public CError {
  public:
-    CErrorNumber(const std::source_location& where, ErrorCode number, std::wstring extra, std::uint32_t messageId);
+    CErrorNumber(const std::source_location& where, ErrorCode number, std::wstring extra,
+                 std::uint32_t messageId);
     std::uint32_t GetCode() const override { return m_number; }
     std::uint32_t GetMessageId() const override { return m_messageId; }
     std::size_t GetInsertCount() const override { return m_extra.empty() ? 2 : 3; }
@@ -76,7 +77,8 @@ class CErrorHRESULT final : public CError {
 /// A message of the service's own message table with its insertion strings.
 class CErrorMessage final : public CError {
  public:
-    CErrorMessage(const std::source_location& where, std::uint32_t messageId, std::vector<std::wstring> inserts)
+    CErrorMessage(const std::source_location& where, std::uint32_t messageId,
+                  std::vector<std::wstring> inserts)
         : CError(where), m_messageId(messageId), m_inserts(std::move(inserts)) {}
     std::uint32_t GetCode() const override { return 0; }
     std::uint32_t GetMessageId() const override { return m_messageId; }
@@ -91,8 +93,8 @@ class CErrorMessage final : public CError {
     const std::vector<std::wstring> m_inserts;
 };
 
-/// The outcome of an operation: success, or the one error that ended it. Copies are independent values; a later
-/// error assigned to a status replaces the earlier one.
+/// The outcome of an operation: success, or the one error that ended it. Copies are independent values; a
+/// later error assigned to a status replaces the earlier one.
 class [[nodiscard]] CStatus {
  public:
     CStatus() noexcept = default;
@@ -117,8 +119,8 @@ CStatus SystemError(ErrorCode number, std::source_location where = std::source_l
 CStatus SystemError(ErrorCode number, std::wstring extra,
                     std::source_location where = std::source_location::current());
 CStatus HResultError(HRESULT result, std::source_location where = std::source_location::current());
-/// Takes as many insertion strings as the identifier's text refers to: missing ones are empty, further ones are
-/// dropped, and without the message module there are none.
+/// Takes as many insertion strings as the identifier's text refers to: missing ones are empty, further ones
+/// are dropped, and without the message module there are none.
 CStatus MessageError(std::uint32_t messageId, std::initializer_list<std::wstring_view> inserts = {},
                      std::source_location where = std::source_location::current());
 /// With the exception's message, widened, as the one insertion string.
@@ -133,16 +135,16 @@ CStatus AllocationError(std::size_t bytes, std::source_location where = std::sou
 std::wstring TrimInsert(std::wstring text);
 
 /// Hands a failure on to the caller: the one way in which errors travel.
-#define RETURN_IF_FAILED(expression)                                                        \
-    do {                                                                                    \
-        if (::quorbel::CStatus status_ = (expression); !status_.IsOk()) return status_;     \
+#define RETURN_IF_FAILED(expression)                                                    \
+    do {                                                                                \
+        if (::quorbel::CStatus status_ = (expression); !status_.IsOk()) return status_; \
     } while (false)
 
 /// The same where the platform reports an error number: it becomes a system error raised here.
-#define RETURN_IF_SYSTEM_ERROR(expression)                                                  \
-    do {                                                                                    \
+#define RETURN_IF_SYSTEM_ERROR(expression)                                                           \
+    do {                                                                                             \
         if (const ::quorbel::ErrorCode code_ = (expression); code_ != ::quorbel::ErrorCode::Success) \
-            return ::quorbel::SystemError(code_);                                           \
+            return ::quorbel::SystemError(code_);                                                    \
     } while (false)
 
 }  // namespace quorbel

@@ -7,8 +7,8 @@
 
 namespace quorbel {
 
-/// A named value of a document, written as XML or as JSON. All text is narrow and is written unchanged: nothing is
-/// escaped.
+/// A named value of a document, written as XML or as JSON. All text is narrow and is written unchanged:
+/// nothing is escaped.
 class CHTTPObject {
  public:
     enum class Kind : std::uint32_t {

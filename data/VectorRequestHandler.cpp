@@ -14,7 +14,8 @@ class CVectorRequestHandler::Response : public CResponse {
     virtual std::string Render(const CHTTPObject& object) const = 0;
 
     void Fill(const std::string& name, const CHTTPObject& document) {
-        m_body = concurrency::streams::bytestream::open_istream(Prefix(name) + Render(document) + Suffix(name));
+        m_body =
+            concurrency::streams::bytestream::open_istream(Prefix(name) + Render(document) + Suffix(name));
     }
 };
 

@@ -21,8 +21,8 @@ class CVectorRequestHandler final : public CHTTPServer::CRequestHandler {
     CVectorRequestHandler(std::string name, Document document)
         : m_name(std::move(name)), m_document(std::move(document)) {}
 
-    std::shared_ptr<CResponse> CreateResponse(const web::http::http_request& request, const UserIdentity& user,
-                                              const TextMap& parameters) override;
+    std::shared_ptr<CResponse> CreateResponse(const web::http::http_request& request,
+                                              const UserIdentity& user, const TextMap& parameters) override;
 
  private:
     const std::string m_name;

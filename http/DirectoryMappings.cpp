@@ -17,8 +17,8 @@ constexpr std::size_t kLongestViewName = 63;  // characters
 
 /// What the archive answered for one path.
 struct COpenedFile {
-    std::wstring path;        ///< empty when there is nothing to serve
-    std::wstring tagSource;   ///< empty for no entity tag
+    std::wstring path;       ///< empty when there is nothing to serve
+    std::wstring tagSource;  ///< empty for no entity tag
     CacheClass cacheClass = CacheClass::Archive;
 };
 
@@ -114,7 +114,8 @@ COpenedFile OpenArchiveFile(IArchiveFileSystem& archive, const std::wstring& pat
     std::wstring servedPath;
     if (!Succeeded(file->GetPath(&servedPath))) return {path, L""};
     const auto view = query.find("view");
-    return view == query.end() ? OpenWhole(file, servedPath) : OpenView(file, servedPath, FromUtf8(view->second));
+    return view == query.end() ? OpenWhole(file, servedPath)
+                               : OpenView(file, servedPath, FromUtf8(view->second));
 }
 
 }  // namespace
@@ -147,8 +148,8 @@ CDirectoryMappings::Handler CDirectoryMappings::Find(const web::http::http_reque
     if (opened.path.empty()) return nullptr;
     const std::wstring tag = opened.tagSource.empty() ? std::wstring() : EntityTag(opened.tagSource);
     if (HasCopy(request, tag)) return std::make_shared<CNotModifiedHandler>();
-    return std::make_shared<CFileRequestHandler>(opened.path, CMIMEMap::Instance().GetContentType(extension), tag,
-                                                 opened.cacheClass, m_rangeCap);
+    return std::make_shared<CFileRequestHandler>(opened.path, CMIMEMap::Instance().GetContentType(extension),
+                                                 tag, opened.cacheClass, m_rangeCap);
 }
 
 }  // namespace quorbel

@@ -18,8 +18,8 @@ class CDirectoryMappings {
         : m_archive(archive), m_mappings(mappings), m_rangeCap(rangeCap) {}
 
     /// The handler of the archive file that `path` names below a mapping: not-modified when the request's
-    /// If-None-Match equals the file's entity tag, the file otherwise. None when no mapping matches or the archive
-    /// does not open the file or view.
+    /// If-None-Match equals the file's entity tag, the file otherwise. None when no mapping matches or the
+    /// archive does not open the file or view.
     Handler Find(const web::http::http_request& request, const std::wstring& path) const;
 
  private:
@@ -28,7 +28,8 @@ class CDirectoryMappings {
     const std::uint64_t m_rangeCap;
 };
 
-/// The entity tag of a source text: 8 bytes of FNV-1a over its UTF-16LE form, least significant first, in Base64.
+/// The entity tag of a source text: 8 bytes of FNV-1a over its UTF-16LE form, least significant first, in
+/// Base64.
 std::wstring EntityTag(std::wstring_view source);
 
 }  // namespace quorbel

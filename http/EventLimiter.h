@@ -9,15 +9,16 @@
 
 namespace quorbel {
 
-/// Keeps a flood of refused requests out of the event log: at most kPerSecond entries a second are written; the
-/// next one written says how many were not. Safe to use from any thread.
+/// Keeps a flood of refused requests out of the event log: at most kPerSecond entries a second are written;
+/// the next one written says how many were not. Safe to use from any thread.
 class CEventLimiter {
  public:
     static constexpr unsigned kPerSecond = 10;
 
     explicit CEventLimiter(IClock& clock) : m_clock(clock) {}
 
-    /// Calls `write` with `text`, to which the count of the entries left out before is added, or leaves it out.
+    /// Calls `write` with `text`, to which the count of the entries left out before is added, or leaves it
+    /// out.
     void Write(const std::wstring& text, const std::function<void(const std::wstring& text)>& write);
 
  private:

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <cpprest/astreambuf.h>
-
 #include <algorithm>
+#include <cpprest/astreambuf.h>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -11,9 +10,10 @@
 
 namespace Concurrency::streams::details {
 
-/// A read-only stream buffer over one byte range of a file: reads begin at the range's first byte and end after its
-/// last. Positions are those of the file, as in the library's own file buffer; size() is the range's. A file that
-/// turns out shorter than the range, or that cannot be read, fails the read: a body never ends early unnoticed.
+/// A read-only stream buffer over one byte range of a file: reads begin at the range's first byte and end
+/// after its last. Positions are those of the file, as in the library's own file buffer; size() is the
+/// range's. A file that turns out shorter than the range, or that cannot be read, fails the read: a body
+/// never ends early unnoticed.
 template <class CharType>
 class basic_file_range_buffer final : public streambuf_state_manager<CharType> {
     static_assert(sizeof(CharType) == 1, "ranges are counted in bytes");
@@ -26,7 +26,8 @@ class basic_file_range_buffer final : public streambuf_state_manager<CharType> {
     using typename Base::traits;
 
     /// Shows `length` bytes of the file from `offset` on. The file stays open until the buffer is closed.
-    basic_file_range_buffer(std::shared_ptr<const quorbel::CFile> file, std::uint64_t offset, std::uint64_t length)
+    basic_file_range_buffer(std::shared_ptr<const quorbel::CFile> file, std::uint64_t offset,
+                            std::uint64_t length)
         : Base(std::ios_base::in),
           m_file(std::move(file)),
           m_begin(offset),
@@ -43,7 +44,9 @@ class basic_file_range_buffer final : public streambuf_state_manager<CharType> {
     utility::size64_t size() const override { return Length(); }
     size_t buffer_size(std::ios_base::openmode) const override { return kBufferSize; }
     void set_buffer_size(size_t, std::ios_base::openmode) override {}
-    size_t in_avail() const override { return m_buffered.size() - std::min(m_buffered.size(), BufferOffset()); }
+    size_t in_avail() const override {
+        return m_buffered.size() - std::min(m_buffered.size(), BufferOffset());
+    }
 
     pos_type getpos(std::ios_base::openmode direction) const override {
         return direction & std::ios_base::in ? static_cast<pos_type>(m_position) : Eof();
@@ -54,7 +57,8 @@ class basic_file_range_buffer final : public streambuf_state_manager<CharType> {
         m_position = target;
         return position;
     }
-    pos_type seekoff(off_type offset, std::ios_base::seekdir way, std::ios_base::openmode direction) override {
+    pos_type seekoff(off_type offset, std::ios_base::seekdir way,
+                     std::ios_base::openmode direction) override {
         const std::uint64_t origin = way == std::ios_base::beg   ? m_begin
                                      : way == std::ios_base::cur ? m_position
                                                                  : m_end;

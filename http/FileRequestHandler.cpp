@@ -23,7 +23,8 @@ std::error_code ToErrorCode(ErrorCode code) {
 class CFileResponseHandler final : public CHTTPServer::CRequestHandler::CResponse {
  public:
     CFileResponseHandler(const std::wstring& file, std::wstring contentType, const std::wstring& etag,
-                         CacheClass cacheClass, std::uint64_t rangeCap, const web::http::http_headers& request)
+                         CacheClass cacheClass, std::uint64_t rangeCap,
+                         const web::http::http_headers& request)
         : CResponse(cacheClass), m_contentType(std::move(contentType)) {
         auto opened = CFile::Open(file);
         if (!opened.IsOk()) {

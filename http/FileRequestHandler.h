@@ -18,8 +18,8 @@ class CFileRequestHandler final : public CHTTPServer::CRequestHandler {
                         std::uint64_t rangeCap);
 
     /// Throws std::filesystem::filesystem_error ("file_size") when the file cannot be opened.
-    std::shared_ptr<CResponse> CreateResponse(const web::http::http_request& request, const UserIdentity& user,
-                                              const TextMap& parameters) override;
+    std::shared_ptr<CResponse> CreateResponse(const web::http::http_request& request,
+                                              const UserIdentity& user, const TextMap& parameters) override;
 
     const std::wstring& File() const noexcept { return m_file; }
 

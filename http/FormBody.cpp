@@ -1,8 +1,7 @@
 #include "http/FormBody.h"
 
-#include <cpprest/base_uri.h>
-
 #include <algorithm>
+#include <cpprest/base_uri.h>
 #include <cwctype>
 
 #include "platform/Text.h"

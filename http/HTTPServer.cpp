@@ -1,7 +1,6 @@
 #include "http/HTTPServer.h"
 
 #include <cpprest/uri_builder.h>
-
 #include <set>
 
 #include "LibService/MessageIds.h"
@@ -68,9 +67,8 @@ CStatus CHTTPServer::BuildAllHosts(CComPtr<IArchiveFileSystem> archive, const CR
 void CHTTPServer::SynchroniseHostSet() {
     std::set<std::wstring> vanished;
     for (const auto& [host, listener] : m_listeners) vanished.insert(host);
-    const CStatus status = EnumerateHosts([&](const std::wstring& host) {
-        return vanished.erase(host) != 0 ? CStatus() : BuildHost(host);
-    });
+    const CStatus status = EnumerateHosts(
+        [&](const std::wstring& host) { return vanished.erase(host) != 0 ? CStatus() : BuildHost(host); });
     status.Report();
     if (!status.IsOk()) return;
     for (const std::wstring& host : vanished) m_listeners.erase(host);

@@ -17,8 +17,9 @@
 
 namespace quorbel {
 
-/// The hosts' listeners: one per subkey of the hosts key, built from its merged configuration, kept across reloads
-/// while its address and access roots stay the same. Its operations run on the service's main thread only.
+/// The hosts' listeners: one per subkey of the hosts key, built from its merged configuration, kept across
+/// reloads while its address and access roots stay the same. Its operations run on the service's main thread
+/// only.
 class CHTTPServer : public CTraceLoggable {
  public:
     class CListener;
@@ -48,12 +49,12 @@ class CHTTPServer : public CTraceLoggable {
     };
     const Counters& GetCounters() const noexcept { return m_counters; }
 
-    /// Builds every host; stops at the first that fails. `applications` is not open when the tree has none. Both
-    /// keys are used until the server has been stopped.
+    /// Builds every host; stops at the first that fails. `applications` is not open when the tree has none.
+    /// Both keys are used until the server has been stopped.
     CStatus BuildAllHosts(CComPtr<IArchiveFileSystem> archive, const CRegistryKey& hosts,
                           const CRegistryKey& applications);
-    /// Builds the hosts that are new and then closes those that vanished. The pass stops at the first host that
-    /// fails, which is written to the event log; nothing is closed then.
+    /// Builds the hosts that are new and then closes those that vanished. The pass stops at the first host
+    /// that fails, which is written to the event log; nothing is closed then.
     void SynchroniseHostSet();
     /// Builds the host anew when its own key changed since its last build.
     CStatus RebuildHostIfChanged(const std::wstring& host);
@@ -62,9 +63,11 @@ class CHTTPServer : public CTraceLoggable {
 
  private:
     CStatus EnumerateHosts(const CRegistryKey::OnSubkey& onHost) const;
-    /// Builds one host: updates its listener in place when address and roots are unchanged, replaces it otherwise.
+    /// Builds one host: updates its listener in place when address and roots are unchanged, replaces it
+    /// otherwise.
     CStatus BuildHost(const std::wstring& host);
-    /// The work of BuildHost, which turns what the HTTP library throws into a status. `url` is set once known.
+    /// The work of BuildHost, which turns what the HTTP library throws into a status. `url` is set once
+    /// known.
     CStatus PlaceListener(const std::wstring& host, std::wstring& url);
     void TraceFailure(const std::wstring& text);
 

@@ -18,8 +18,8 @@ std::optional<std::wstring> ApplicationPrefix(const std::wstring& path) {
     return path.substr(0, end);
 }
 
-/// For a request of a stylesheet, the path that it belongs to: what stands before ".xslt", one character and "GET"
-/// at the key's end, without regard to case.
+/// For a request of a stylesheet, the path that it belongs to: what stands before ".xslt", one character and
+/// "GET" at the key's end, without regard to case.
 std::optional<std::wstring_view> StylesheetOwner(std::wstring_view key) {
     constexpr std::wstring_view kExtension = L".xslt";
     constexpr std::wstring_view kMethod = L"GET";
@@ -32,14 +32,14 @@ std::optional<std::wstring_view> StylesheetOwner(std::wstring_view key) {
     return key.substr(0, key.size() - kTail);
 }
 
-std::shared_ptr<CHTTPServer::CRequestHandler> CreateHandler(const std::wstring& folder, const std::wstring& file,
-                                                            CacheClass cacheClass) {
+std::shared_ptr<CHTTPServer::CRequestHandler> CreateHandler(const std::wstring& folder,
+                                                            const std::wstring& file, CacheClass cacheClass) {
     const std::size_t dot = file.rfind(L'.');
     if (dot == std::wstring::npos) return nullptr;
     const std::wstring kind = file.substr(dot + 1);
     if (const auto* create = CRequestHandlerFactory::Find(kind)) return (*create)(folder, file);
-    return std::make_shared<CFileRequestHandler>(file, CMIMEMap::Instance().GetContentType(kind), L"", cacheClass,
-                                                 CFileRequestHandler::kNoRangeCap);
+    return std::make_shared<CFileRequestHandler>(file, CMIMEMap::Instance().GetContentType(kind), L"",
+                                                 cacheClass, CFileRequestHandler::kNoRangeCap);
 }
 
 }  // namespace
@@ -76,7 +76,8 @@ CHandlerFileSearch::Handler CHandlerFileSearch::FindBelow(const Candidate& candi
     std::replace(pattern.begin(), pattern.end(), L'/', L'\\');
     const std::wstring folder = pattern.substr(0, pattern.rfind(L'\\') + 1);
     for (const std::wstring& name : Match(candidate, pattern, mayBeKept).names) {
-        if (auto handler = CreateHandler(candidate.folder, folder + name, candidate.cacheClass)) return handler;
+        if (auto handler = CreateHandler(candidate.folder, folder + name, candidate.cacheClass))
+            return handler;
     }
     return nullptr;
 }

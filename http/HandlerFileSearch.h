@@ -10,8 +10,9 @@
 
 namespace quorbel {
 
-/// Finds the file that answers a request below a host's access roots and web applications: its name begins with
-/// the path's last segment, "." and the method, and its kind (the text after its last ".") says how it answers.
+/// Finds the file that answers a request below a host's access roots and web applications: its name begins
+/// with the path's last segment, "." and the method, and its kind (the text after its last ".") says how it
+/// answers.
 class CHandlerFileSearch {
  public:
     using Handler = std::shared_ptr<CHTTPServer::CRequestHandler>;
@@ -23,8 +24,8 @@ class CHandlerFileSearch {
     CHandlerFileSearch(IFolderSearch& folders, std::shared_ptr<IFolderFollower> follower)
         : m_folders(folders), m_follower(std::move(follower)) {}
 
-    /// Tries the access roots of `level` and below, downwards, then the web applications likewise. `key` is the
-    /// path, "." and the method.
+    /// Tries the access roots of `level` and below, downwards, then the web applications likewise. `key` is
+    /// the path, "." and the method.
     Result Find(const std::map<AccessLevel, std::wstring>& accessRoots,
                 const std::map<AccessLevel, TextMap>& webApplications, AccessLevel level,
                 const std::wstring& path, const std::wstring& key) const;

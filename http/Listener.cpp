@@ -22,7 +22,9 @@ std::shared_ptr<const CListenerConfiguration> TakeConfiguration(HostConfiguratio
         std::move(configuration.namedValues), configuration.rangeCap});
 }
 
-bool IsTls(const web::uri& address) { return EqualNoCase(FromUtf8(address.scheme()), L"https"); }
+bool IsTls(const web::uri& address) {
+    return EqualNoCase(FromUtf8(address.scheme()), L"https");
+}
 
 bool IsForm(const http_request& request) {
     const auto field = request.headers().find(web::http::header_names::content_type);
@@ -39,8 +41,8 @@ std::wstring Describe(const http_request& request) {
         for (std::string_view part : parts) text.append(part.substr(0, kLongestDescription - text.size()));
     };
     const web::uri& target = request.request_uri();
-    append({std::to_string(request.http_version().major), ".", std::to_string(request.http_version().minor), " ",
-            request.method(), " ", target.path(), target.query(), " headers{"});
+    append({std::to_string(request.http_version().major), ".", std::to_string(request.http_version().minor),
+            " ", request.method(), " ", target.path(), target.query(), " headers{"});
     for (const auto& [name, value] : request.headers()) append({" ", name, "{", value, "}"});
     append({" }"});
     return FromUtf8(text);
@@ -48,8 +50,8 @@ std::wstring Describe(const http_request& request) {
 
 }  // namespace
 
-CHTTPServer::CListener::CListener(CHTTPServer& service, const web::uri& address, HostConfiguration configuration,
-                                  std::wstring host)
+CHTTPServer::CListener::CListener(CHTTPServer& service, const web::uri& address,
+                                  HostConfiguration configuration, std::wstring host)
     : m_service(service),
       m_environment(service.m_environment),
       m_endpoint(address),
@@ -156,7 +158,8 @@ void CHTTPServer::CListener::Close() {
     m_endpoint.close().wait();
 }
 
-bool CHTTPServer::CListener::HasSameAddress(const web::uri& address, const HostConfiguration& configuration) const {
+bool CHTTPServer::CListener::HasSameAddress(const web::uri& address,
+                                            const HostConfiguration& configuration) const {
     return m_endpoint.uri() == address && m_accessRoots == configuration.accessRoots;
 }
 
@@ -199,7 +202,8 @@ void CHTTPServer::CListener::Enter(const Request& request, EntryTrace trace, Ent
         const auto path = CUrlPath::Parse(request.relative_uri().path());
         if (const auto* refusal = std::get_if<CUrlPath::Refusal>(&path)) {
             const bool isTooLong = *refusal == CUrlPath::Refusal::TooLong;
-            m_reply.SendWithoutBody(request, isTooLong ? status_codes::RequestUriTooLarge : status_codes::BadRequest);
+            m_reply.SendWithoutBody(request,
+                                    isTooLong ? status_codes::RequestUriTooLarge : status_codes::BadRequest);
             return;
         }
         (this->*entry)(request, std::get<CUrlPath>(path));
@@ -280,8 +284,7 @@ void CHTTPServer::CListener::OnOptions(const Request& request, const CUrlPath& p
 }
 
 void CHTTPServer::CListener::OnOther(const Request& request, const CUrlPath& path) {
-    m_environment.trace.Trace(m_service, trace::kMethodRefused,
-                              {FromUtf8(request.method()), path.Text()});
+    m_environment.trace.Trace(m_service, trace::kMethodRefused, {FromUtf8(request.method()), path.Text()});
     SendOptions(request, path, status_codes::MethodNotAllowed);
 }
 

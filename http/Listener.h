@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cpprest/http_listener.h>
-
 #include <memory>
 #include <thread>
 
@@ -18,19 +17,20 @@
 
 namespace quorbel {
 
-/// One host: its endpoint, its configuration and what answers its requests. Built, updated and destroyed by the
-/// service's main thread; the request entries run on the HTTP library's threads, many at once.
+/// One host: its endpoint, its configuration and what answers its requests. Built, updated and destroyed by
+/// the service's main thread; the request entries run on the HTTP library's threads, many at once.
 class CHTTPServer::CListener {
  public:
-    CListener(CHTTPServer& service, const web::uri& address, HostConfiguration configuration, std::wstring host);
+    CListener(CHTTPServer& service, const web::uri& address, HostConfiguration configuration,
+              std::wstring host);
     /// Stops the watcher and closes the endpoint; no request entry runs afterwards.
     ~CListener();
     CListener(const CListener&) = delete;
     CListener& operator=(const CListener&) = delete;
 
-    /// Makes the listener ready to be opened: checks its roots, creates its locations, takes over the host's key,
-    /// on which a watch that sets `hostKeyChanged` is armed already, and starts the watcher. Errors: message
-    /// 0xC00000C9 (folder, host) for a root that cannot be opened, and those of the locations.
+    /// Makes the listener ready to be opened: checks its roots, creates its locations, takes over the host's
+    /// key, on which a watch that sets `hostKeyChanged` is armed already, and starts the watcher. Errors:
+    /// message 0xC00000C9 (folder, host) for a root that cannot be opened, and those of the locations.
     CStatus Initialise(CRegistryKey hostKey, std::shared_ptr<CEvent> hostKeyChanged);
     /// Opens the endpoint; throws what the HTTP library throws.
     void Open();

@@ -19,7 +19,8 @@ class CHTTPServer::CLocation {
 
     /// Creates and opens the instance that the location's "Handler" names. Errors: message 0xC00000CB (path)
     /// without a handler, 0xC00000CC (path, handler) for an unknown one, and those of its Open.
-    static std::pair<CStatus, std::shared_ptr<CInstance>> Create(CHTTPServer& service, const std::wstring& path,
+    static std::pair<CStatus, std::shared_ptr<CInstance>> Create(CHTTPServer& service,
+                                                                 const std::wstring& path,
                                                                  const CRegistryKey& hostKey,
                                                                  const TextMap& values, CListener& listener);
 };
@@ -32,7 +33,8 @@ class CHTTPServer::CLocation::CInstance {
         Ignore(service), Ignore(path), Ignore(hostKey);
         return {};
     }
-    /// The handler of this request, or none when the location does not answer it. Called by many threads at once.
+    /// The handler of this request, or none when the location does not answer it. Called by many threads at
+    /// once.
     virtual std::shared_ptr<CRequestHandler> CreateRequestHandler(const web::http::http_request& request) = 0;
 };
 

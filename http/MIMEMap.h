@@ -13,8 +13,8 @@ class CMIMEMap {
  public:
     static const CMIMEMap& Instance();
 
-    /// The media type of an extension, given with one leading full stop or without; "application/octet-stream" for
-    /// one that is not known. Valid for the life of the process.
+    /// The media type of an extension, given with one leading full stop or without;
+    /// "application/octet-stream" for one that is not known. Valid for the life of the process.
     const std::wstring& GetContentType(std::wstring_view extension) const;
 
  private:

@@ -52,7 +52,9 @@ void SetBody(http_response& reply, CHTTPServer::CRequestHandler::CResponse& resp
 }
 
 /// The library states the length of no body itself, and would join it to one that stands there already.
-void RemoveLength(http_response& reply) { reply.headers().remove(web::http::header_names::content_length); }
+void RemoveLength(http_response& reply) {
+    reply.headers().remove(web::http::header_names::content_length);
+}
 
 /// A body of known size goes out with its length instead of in chunks.
 void SetKnownLength(http_response& reply, CHTTPServer::CRequestHandler::CResponse& response) {
@@ -77,7 +79,8 @@ void CReply::SendWithBody(const http_request& request,
     SendWithCommonHeaders(request, reply);
 }
 
-void CReply::SendWithoutBody(const http_request& request, std::uint16_t status, const HeaderMap& headers) const {
+void CReply::SendWithoutBody(const http_request& request, std::uint16_t status,
+                             const HeaderMap& headers) const {
     http_response reply(status);
     AddAll(reply.headers(), headers);
     RemoveLength(reply);

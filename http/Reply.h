@@ -16,12 +16,14 @@ class CReply {
     explicit CReply(Transport transport) noexcept : m_transport(transport) {}
 
     /// A handler's response with its body, content type and the Cache-Control of its cache class.
-    void SendWithBody(const web::http::http_request& request, CHTTPServer::CRequestHandler::CResponse& response) const;
+    void SendWithBody(const web::http::http_request& request,
+                      CHTTPServer::CRequestHandler::CResponse& response) const;
     /// A status with headers and without body; no Cache-Control is chosen.
     void SendWithoutBody(const web::http::http_request& request, std::uint16_t status,
                          const HeaderMap& headers = {}) const;
     /// Status, Allow and Server alone.
-    void SendOptions(const web::http::http_request& request, std::uint16_t status, std::wstring_view allow) const;
+    void SendOptions(const web::http::http_request& request, std::uint16_t status,
+                     std::wstring_view allow) const;
 
  private:
     void SendWithCommonHeaders(const web::http::http_request& request, web::http::http_response& reply) const;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cpprest/http_msg.h>
-
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -35,10 +34,11 @@ class CHTTPServer::CRequestHandler {
     class CResponse;
 
     virtual ~CRequestHandler() = default;
-    /// `user` is empty for an anonymous caller; `parameters` are the named values of the listener and, for a form,
-    /// its fields. May throw a std::exception: the request is then answered 500.
+    /// `user` is empty for an anonymous caller; `parameters` are the named values of the listener and, for a
+    /// form, its fields. May throw a std::exception: the request is then answered 500.
     virtual std::shared_ptr<CResponse> CreateResponse(const web::http::http_request& request,
-                                                      const UserIdentity& user, const TextMap& parameters) = 0;
+                                                      const UserIdentity& user,
+                                                      const TextMap& parameters) = 0;
 };
 
 /// One request's answer.

@@ -7,8 +7,8 @@
 
 namespace quorbel {
 
-/// Creation of query handlers by the kind of a handler file (the text after its last "."). Filled by main() before
-/// the service starts, read-only afterwards.
+/// Creation of query handlers by the kind of a handler file (the text after its last "."). Filled by main()
+/// before the service starts, read-only afterwards.
 class CRequestHandlerFactory {
  public:
     using Creator = std::function<std::shared_ptr<CHTTPServer::CRequestHandler>(const std::wstring& folder,

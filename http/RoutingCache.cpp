@@ -25,7 +25,8 @@ CRoutingCache::Handler CRoutingCache::Insert(AccessLevel level, const std::wstri
     if (isNew) {
         m_order.push_back({level, &entry->first});
         m_characters += key.size();
-        while (m_order.size() > kMaximum || (m_characters > kMaximumCharacters && m_order.size() > 1)) DropOldest();
+        while (m_order.size() > kMaximum || (m_characters > kMaximumCharacters && m_order.size() > 1))
+            DropOldest();
     }
     return entry->second;
 }

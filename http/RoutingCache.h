@@ -14,9 +14,9 @@
 
 namespace quorbel {
 
-/// A listener's memory of who answers which request: handler, or none, by access level and routing key. It holds
-/// at most kMaximum entries with keys of kMaximumCharacters together, so that a scanner does not fill the memory,
-/// and drops the oldest first. Safe to use from any thread (it holds lock B).
+/// A listener's memory of who answers which request: handler, or none, by access level and routing key. It
+/// holds at most kMaximum entries with keys of kMaximumCharacters together, so that a scanner does not fill
+/// the memory, and drops the oldest first. Safe to use from any thread (it holds lock B).
 class CRoutingCache {
  public:
     using Handler = std::shared_ptr<CHTTPServer::CRequestHandler>;

@@ -13,9 +13,9 @@ namespace quorbel {
 struct CFileStamp {
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
-    std::uint64_t size = 0;      ///< bytes
-    std::int64_t modified = 0;   ///< nanoseconds since 1970
-    std::int64_t changed = 0;    ///< nanoseconds since 1970, attributes included
+    std::uint64_t size = 0;     ///< bytes
+    std::int64_t modified = 0;  ///< nanoseconds since 1970
+    std::int64_t changed = 0;   ///< nanoseconds since 1970, attributes included
     bool operator==(const CFileStamp&) const = default;
 };
 

@@ -8,8 +8,8 @@
 
 namespace quorbel {
 
-/// Counts the threads that are inside, so that an owner can shut out newcomers and wait until the last thread has
-/// left. Safe to use from any thread.
+/// Counts the threads that are inside, so that an owner can shut out newcomers and wait until the last thread
+/// has left. Safe to use from any thread.
 class CGate {
  public:
     /// False when the gate is closed.

@@ -11,8 +11,8 @@ namespace detail {
 
 namespace {
 
-/// The ranks that a thread holds, in the order taken. Without a destructor, as locks are also taken by what is
-/// destroyed after a thread's own objects.
+/// The ranks that a thread holds, in the order taken. Without a destructor, as locks are also taken by what
+/// is destroyed after a thread's own objects.
 struct CHeldRanks {
     std::array<LockRank, 32> ranks;
     std::size_t count;

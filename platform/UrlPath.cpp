@@ -13,7 +13,9 @@ bool IsControl(wchar_t character) noexcept {
     return character < 0x20 || (character >= 0x7F && character <= 0x9F);
 }
 
-bool IsDotSegment(std::wstring_view segment) noexcept { return segment == L"." || segment == L".."; }
+bool IsDotSegment(std::wstring_view segment) noexcept {
+    return segment == L"." || segment == L"..";
+}
 
 /// Resolves "." and ".." (RFC 3986, section 5.2.4); none when a ".." finds no segment to take back.
 std::optional<std::wstring> ResolveDotSegments(std::wstring_view path) {

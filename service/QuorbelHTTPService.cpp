@@ -88,7 +88,8 @@ CStatus CQuorbelHTTPService::Serve(Keys& keys, const Watches& watches) {
 CStatus CQuorbelHTTPService::RebuildChangedHosts(const CRegistryKey& hosts) {
     const auto copy = hosts.DuplicateKey();
     if (!copy.IsOk()) return SystemError(copy.Error());
-    return copy.Value().EnumerateSubkeys([this](const std::wstring& host) { return RebuildHostIfChanged(host); });
+    return copy.Value().EnumerateSubkeys(
+        [this](const std::wstring& host) { return RebuildHostIfChanged(host); });
 }
 
 }  // namespace quorbel

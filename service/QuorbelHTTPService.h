@@ -7,14 +7,15 @@
 
 namespace quorbel {
 
-/// The service: it builds every configured host, then applies changes of the configuration tree, host by host,
-/// until it is asked to stop.
+/// The service: it builds every configured host, then applies changes of the configuration tree, host by
+/// host, until it is asked to stop.
 class CQuorbelHTTPService final : public CHTTPServer {
  public:
     static constexpr const wchar_t* kServiceName = L"QBHTTPService";
     static constexpr const wchar_t* kDisplayName = L"Quorbel HTTP Service";
 
-    /// `localMachine` and what the environment refers to outlive the service. The service stops when `stop` is set.
+    /// `localMachine` and what the environment refers to outlive the service. The service stops when `stop`
+    /// is set.
     CQuorbelHTTPService(const Environment& environment, IKey& localMachine, std::shared_ptr<CEvent> stop)
         : CHTTPServer(environment),
           m_localMachine(localMachine),

@@ -1,6 +1,5 @@
-#include <pplx/threadpool.h>
-
 #include <iostream>
+#include <pplx/threadpool.h>
 
 #include "LibService/ConsoleEcho.h"
 #include "LibService/EventLog.h"
@@ -31,7 +30,8 @@ constexpr std::string_view kUsage =
     "The configuration is a registry tree: see 'qbctl reg --help' and docs/configuration.md.\n";
 
 bool IsFlag(std::wstring_view argument, std::wstring_view name) {
-    return (argument.starts_with(L'-') || argument.starts_with(L'/')) && EqualNoCase(argument.substr(1), name);
+    return (argument.starts_with(L'-') || argument.starts_with(L'/')) &&
+           EqualNoCase(argument.substr(1), name);
 }
 
 /// The logger with its message module, echoing to the terminal when there is one.

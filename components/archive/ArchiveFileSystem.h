@@ -7,7 +7,8 @@
 
 namespace quorbel {
 
-/// Information about an archive file, as QueryInformation fills it. The two words change whenever the file does.
+/// Information about an archive file, as QueryInformation fills it. The two words change whenever the file
+/// does.
 struct CArchiveFileInformation {
     std::uint64_t size;      ///< bytes
     std::uint64_t modified;  ///< 100 ns units since 1601-01-01 UTC
@@ -27,26 +28,26 @@ inline constexpr std::uint32_t kArchiveViewPath = 0x96190;
 class IArchiveFile : public IUnknown {
  public:
     static constexpr GUID kId{0x2F1D5C0A, 0x7B7E, 0x4C55, {0x9B, 0x0E, 0x61, 0x3C, 0x0A, 0x7D, 0x5E, 0x21}};
-    /// The path under which the component serves it: `0:/` and the local path for a file, `\\?\` and the local
-    /// path for a folder that was opened by its drive path.
+    /// The path under which the component serves it: `0:/` and the local path for a file, `\\?\` and the
+    /// local path for a folder that was opened by its drive path.
     virtual HRESULT GetPath(std::wstring* path) = 0;
 };
 
 class IArchiveFileInformation : public IUnknown {
  public:
     static constexpr GUID kId{0xFE5359F0, 0x946A, 0x44FC, {0x98, 0x4A, 0x8D, 0x28, 0x3A, 0xC1, 0xA0, 0xA0}};
-    /// Fills `buffer` (of `size` bytes) with the information of that number. E_INVALIDARG for another number or
-    /// size.
+    /// Fills `buffer` (of `size` bytes) with the information of that number. E_INVALIDARG for another number
+    /// or size.
     virtual HRESULT QueryInformation(std::uint32_t number, void* buffer, std::uint32_t size) = 0;
 };
 
 class IArchiveFileControl : public IUnknown {
  public:
     static constexpr GUID kId{0x9EF9DA64, 0x4DEB, 0x4490, {0xB9, 0x8F, 0x50, 0xBD, 0x75, 0x68, 0x61, 0xCE}};
-    /// Sends a control code with an input block. kArchiveViewPath: the block holds the two information words (4
-    /// bytes each, little-endian), the length of the view's name in bytes (2 bytes) and the name in UTF-16LE; the
-    /// output receives the view's path without drive, and `returned` its size counted in bytes of two-byte
-    /// characters. `outputSize` is counted in characters.
+    /// Sends a control code with an input block. kArchiveViewPath: the block holds the two information words
+    /// (4 bytes each, little-endian), the length of the view's name in bytes (2 bytes) and the name in
+    /// UTF-16LE; the output receives the view's path without drive, and `returned` its size counted in bytes
+    /// of two-byte characters. `outputSize` is counted in characters.
     virtual HRESULT Control(std::uint32_t code, const void* input, std::uint32_t inputSize, wchar_t* output,
                             std::uint32_t outputSize, std::uint32_t* returned) = 0;
 };
@@ -58,8 +59,8 @@ class IArchiveSystem : public IDispatch {
     virtual HRESULT GetVersion(std::wstring* version) = 0;
 };
 
-/// The archive's files: volume 0 is the local file system (paths `0/...`, `0\...` or `0:/...`), drive letters are
-/// translated. "\" and "/" both separate. Safe to use from any thread.
+/// The archive's files: volume 0 is the local file system (paths `0/...`, `0\...` or `0:/...`), drive letters
+/// are translated. "\" and "/" both separate. Safe to use from any thread.
 class IArchiveFileSystem : public IDispatch {
  public:
     static constexpr GUID kId{0x4946E6C4, 0xBDBE, 0x4757, {0x95, 0x31, 0xAF, 0x1E, 0xCD, 0xF3, 0x3C, 0x38}};

@@ -17,7 +17,9 @@ CComRegistration::CComRegistration(const GUID& classId, ComFactory factory) : m_
     Classes()[classId] = std::move(factory);
 }
 
-CComRegistration::~CComRegistration() { Classes().erase(m_classId); }
+CComRegistration::~CComRegistration() {
+    Classes().erase(m_classId);
+}
 
 HRESULT CreateComInstance(const GUID& classId, const GUID& interfaceId, void** object) {
     const auto found = Classes().find(classId);

@@ -16,12 +16,9 @@ namespace {
 int Priority(EventSeverity severity) {
     switch (severity) {
         case EventSeverity::Success:
-        case EventSeverity::Informational:
-            return LOG_INFO;
-        case EventSeverity::Warning:
-            return LOG_WARNING;
-        case EventSeverity::Error:
-            return LOG_ERR;
+        case EventSeverity::Informational: return LOG_INFO;
+        case EventSeverity::Warning: return LOG_WARNING;
+        case EventSeverity::Error: return LOG_ERR;
     }
     return LOG_ERR;
 }

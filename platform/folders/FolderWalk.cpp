@@ -48,12 +48,9 @@ WalkEnd CFolderWalk::Go(std::string_view path) {
         step = Take(name);
     }
     switch (step) {
-        case Step::Taken:
-            return WalkEnd::Folder;
-        case Step::Nothing:
-            return WalkEnd::Nothing;
-        case Step::NotFollowed:
-            return WalkEnd::NotFollowed;
+        case Step::Taken: return WalkEnd::Folder;
+        case Step::Nothing: return WalkEnd::Nothing;
+        case Step::NotFollowed: return WalkEnd::NotFollowed;
     }
     return WalkEnd::NotFollowed;
 }

@@ -17,12 +17,9 @@ ErrorCode Apply(const CRegFileChange& change, IKey& root, std::unique_ptr<IKey>&
             key = std::move(created).Value();
             return ErrorCode::Success;
         }
-        case CRegFileChange::Kind::DeleteKey:
-            return MissingIsFine(root.DeleteTree(change.name));
-        case CRegFileChange::Kind::SetValue:
-            return key->Set(change.name, change.value);
-        case CRegFileChange::Kind::DeleteValue:
-            return MissingIsFine(key->DeleteValue(change.name));
+        case CRegFileChange::Kind::DeleteKey: return MissingIsFine(root.DeleteTree(change.name));
+        case CRegFileChange::Kind::SetValue: return key->Set(change.name, change.value);
+        case CRegFileChange::Kind::DeleteValue: return MissingIsFine(key->DeleteValue(change.name));
     }
     return ErrorCode::InvalidFunction;
 }

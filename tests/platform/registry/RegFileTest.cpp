@@ -198,35 +198,22 @@ TEST_F(RegFileTest, AnExportHasTheCustomaryForm) {
 CValue GeneratedValue(int number) {
     const std::wstring text = L"Text \\\"" + std::to_wstring(number) + L"\" é\U0001F600\uFFFD";
     switch (number % 14) {
-        case 0:
-            return CValue::FromText(text);
-        case 1:
-            return CValue::FromText(text, ValueType::ExpandableText);
-        case 2:
-            return CValue::FromNumber32(static_cast<std::uint32_t>(number) * 0x9E3779B9u);
-        case 3:
-            return CValue::FromNumber64(static_cast<std::uint64_t>(number) * 0x9E3779B97F4A7C15u);
+        case 0: return CValue::FromText(text);
+        case 1: return CValue::FromText(text, ValueType::ExpandableText);
+        case 2: return CValue::FromNumber32(static_cast<std::uint32_t>(number) * 0x9E3779B9u);
+        case 3: return CValue::FromNumber64(static_cast<std::uint64_t>(number) * 0x9E3779B97F4A7C15u);
         case 4:
             return {ValueType::Binary,
                     std::string(static_cast<std::size_t>(number % 100), static_cast<char>(number))};
-        case 5:
-            return CValue::FromTexts({text, L"", L"x"});
-        case 6:
-            return {ValueType::None, {}};
-        case 7:
-            return {ValueType::Text, "odd"};
-        case 8:
-            return {ValueType::Text, std::string("\x00\xD8\x00\x00", 4)};
-        case 9:
-            return CValue::FromText(L"line\r\nend");
-        case 10:
-            return {ValueType::Number32, "five!"};
-        case 11:
-            return {ValueType::Number32BigEndian, std::string("\0\0\0\1", 4)};
-        case 12:
-            return {static_cast<ValueType>(0x80000000u + static_cast<std::uint32_t>(number)), "x"};
-        default:
-            return {ValueType::Text, {}};
+        case 5: return CValue::FromTexts({text, L"", L"x"});
+        case 6: return {ValueType::None, {}};
+        case 7: return {ValueType::Text, "odd"};
+        case 8: return {ValueType::Text, std::string("\x00\xD8\x00\x00", 4)};
+        case 9: return CValue::FromText(L"line\r\nend");
+        case 10: return {ValueType::Number32, "five!"};
+        case 11: return {ValueType::Number32BigEndian, std::string("\0\0\0\1", 4)};
+        case 12: return {static_cast<ValueType>(0x80000000u + static_cast<std::uint32_t>(number)), "x"};
+        default: return {ValueType::Text, {}};
     }
 }
 
