@@ -12,6 +12,7 @@
 #include "platform/Root.h"
 #include "platform/StopSignals.h"
 #include "platform/Terminal.h"
+#include "platform/VisibleText.h"
 #include "service/QuorbelHTTPService.h"
 
 namespace quorbel {
@@ -109,6 +110,6 @@ int main(int count, char** arguments) {
     }
     const CStatus status = RunInForeground();
     if (status.IsOk()) return 0;
-    std::cerr << "QBHTTPService: " << ToUtf8(status.Text()) << "\n";
+    std::cerr << "QBHTTPService: " << ToVisibleUtf8(status.Text()) << "\n";
     return 1;
 }
