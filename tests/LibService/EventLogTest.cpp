@@ -1,8 +1,9 @@
 #include "LibService/EventLog.h"
 #include "LibService/MessageIds.h"
 #include "platform/Text.h"
+#include "platform/registry/SqliteRegistry.h"
 #include "tests/support/EventRecorder.h"
-#include "tests/support/FakeKey.h"
+#include "tests/support/FaultyRegistry.h"
 
 namespace quorbel {
 namespace {
@@ -15,11 +16,18 @@ std::wstring ModuleText() {
     return FromUtf8(std::string(QUORBEL_PROGRAMS) + "/EvtQBHTTPService.dll");
 }
 
-std::unique_ptr<IKey> SourceKey(const CFakeKey& root) {
-    auto key = root.Open(kSourceKey, KeyAccess::ReadWrite);
-    EXPECT_TRUE(key.IsOk());
-    return key.IsOk() ? std::move(key).Value() : nullptr;
-}
+/// An event log whose source is not registered yet, and a registry of its own that fails on demand.
+class EventLogRegistration : public testing::Test {
+ protected:
+    CStatus Register() { return CEventLog::Instance().Register(kName, *root); }
+    std::unique_ptr<IKey> SourceKey() { return root->Create(kSourceKey).Value(); }
+    int Writes() { return registry.Faults().Calls(RegistryOperation::Set); }
+
+    const CRecordedEventLog log;
+    const CTemporaryFolder folder;
+    CFaultyRegistry registry{OpenSqliteRegistry(folder.Path()).Value()};
+    const std::unique_ptr<IKey> root = registry.LocalMachine();
+};
 
 TEST(EventLog, FindsTheModuleBesideTheProgram) {
     const std::pair<const char*, const char*> cases[] = {
@@ -32,21 +40,18 @@ TEST(EventLog, FindsTheModuleBesideTheProgram) {
     for (const auto& [program, module] : cases) EXPECT_EQ(CEventLog::ModulePath(program), module);
 }
 
-TEST(EventLog, RegistersItsSourceOnce) {
-    const CRecordedEventLog log;
-    CFakeKey root;
-    ASSERT_TRUE(CEventLog::Instance().Register(kName, root).IsOk());
-    const auto key = SourceKey(root);
-    EXPECT_EQ(key->Query(L"EventMessageFile").Value(),
-              CValue::FromText(ModuleText(), ValueType::ExpandableText));
-    EXPECT_EQ(key->Query(L"TypesSupported").Value(), CValue::FromNumber32(0x1F));
-    EXPECT_EQ(root.Faults().writes, 2U);
-    ASSERT_TRUE(CEventLog::Instance().Register(kName, root).IsOk());
-    EXPECT_EQ(root.Faults().writes, 2U);
+TEST_F(EventLogRegistration, IsWrittenOnce) {
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_TRUE(Register().IsOk());
+        const auto key = SourceKey();
+        EXPECT_EQ(key->Query(L"EventMessageFile").Value(),
+                  CValue::FromText(ModuleText(), ValueType::ExpandableText));
+        EXPECT_EQ(key->Query(L"TypesSupported").Value(), CValue::FromNumber32(0x1F));
+        EXPECT_EQ(Writes(), 2);
+    }
 }
 
-TEST(EventLog, RewritesWhatIsWrongInItsRegistration) {
-    const CRecordedEventLog log;
+TEST_F(EventLogRegistration, IsRewrittenWhereItIsWrong) {
     const std::pair<const wchar_t*, CValue> wrong[] = {
         {L"EventMessageFile", CValue::FromText(ModuleText())},
         {L"EventMessageFile", CValue::FromText(ModuleText() + L"x", ValueType::ExpandableText)},
@@ -57,51 +62,43 @@ TEST(EventLog, RewritesWhatIsWrongInItsRegistration) {
         {L"TypesSupported", {ValueType::Binary, CValue::FromNumber32(31).data}},
         {L"TypesSupported", {ValueType::Number32, "\x1F"}},
     };
-    CFakeKey root;
-    ASSERT_TRUE(CEventLog::Instance().Register(kName, root).IsOk());
-    const auto key = SourceKey(root);
+    ASSERT_TRUE(Register().IsOk());
+    const auto key = SourceKey();
     for (const auto& [name, value] : wrong) {
         const CValue right = key->Query(name).Value();
         ASSERT_EQ(key->Set(name, value), ErrorCode::Success);
-        const std::size_t before = root.Faults().writes;
-        ASSERT_TRUE(CEventLog::Instance().Register(kName, root).IsOk());
+        const int before = Writes();
+        ASSERT_TRUE(Register().IsOk());
         EXPECT_EQ(key->Query(name).Value(), right);
-        EXPECT_EQ(root.Faults().writes, before + 1);
+        EXPECT_EQ(Writes(), before + 1);
     }
 }
 
-TEST(EventLog, ReturnsTheFirstStepOfRegistrationThatFails) {
-    const auto fails = [](const char* type, CFakeKey& root) {
-        const CStatus status = CEventLog::Instance().Register(kName, root);
+TEST_F(EventLogRegistration, EndsAtItsFirstStepThatFails) {
+    // A failed write is told as the registry's own number, kept as it is in an HRESULT.
+    const std::tuple<RegistryOperation, int, const char*, HRESULT> cases[] = {
+        {RegistryOperation::Create, 1, "HRESULT", 5},
+        {RegistryOperation::Query, 1, "System", static_cast<HRESULT>(0x80070005)},
+        {RegistryOperation::Query, 2, "System", static_cast<HRESULT>(0x80070005)},
+        {RegistryOperation::Set, 1, "HRESULT", 5},
+        {RegistryOperation::Set, 2, "HRESULT", 5},
+    };
+    for (const auto& [operation, call, type, result] : cases) {
+        Ignore(root->DeleteTree(L"SYSTEM"));
+        registry.Faults().Fail(operation, ErrorCode::AccessDenied, call);
+        const CStatus status = Register();
+        registry.Faults().FailNothing();
         ASSERT_FALSE(status.IsOk());
         EXPECT_STREQ(status.Error()->GetTypeName(), type);
         EXPECT_EQ(status.Error()->GetCode(), 5U);
-        // A registry status is kept as it is in an HRESULT.
-        const bool isKept = std::string_view(type) == "HRESULT";
-        EXPECT_EQ(status.Error()->GetHRESULT(), isKept ? 5 : static_cast<HRESULT>(0x80070005));
-    };
-    const CRecordedEventLog log;
-    CFakeKey create;
-    create.Faults().create = ErrorCode::AccessDenied;
-    fails("HRESULT", create);
-    for (const wchar_t* name : {L"EventMessageFile", L"TypesSupported"}) {
-        CFakeKey query;
-        query.Faults().query[name] = ErrorCode::AccessDenied;
-        fails("System", query);
-        CFakeKey set;
-        set.Faults().set[name] = ErrorCode::AccessDenied;
-        fails("HRESULT", set);
+        EXPECT_EQ(status.Error()->GetHRESULT(), result);
+        const bool isHalf = SourceKey()->Query(L"EventMessageFile").IsOk();
+        EXPECT_EQ(isHalf, call == 2) << "the first value is written when the second fails";
     }
-    CFakeKey half;
-    half.Faults().set[L"TypesSupported"] = ErrorCode::AccessDenied;
-    fails("HRESULT", half);
-    EXPECT_TRUE(SourceKey(half)->Query(L"EventMessageFile").IsOk());
-
+    ASSERT_EQ(root->DeleteTree(L"SYSTEM"), ErrorCode::Success);
     CEventLog::Instance().SetModulePath("/nowhere/module");
-    CFakeKey root;
-    const CStatus status = CEventLog::Instance().Register(kName, root);
-    EXPECT_EQ(status.Error()->GetCode(), 2U);
-    EXPECT_EQ(root.Subkeys().Value().size(), 0U);
+    EXPECT_EQ(Register().Error()->GetCode(), 2U);
+    EXPECT_EQ(root->Subkeys().Value().size(), 0U);
 }
 
 TEST(EventLog, WritesAnErrorWithItsTrimmedInsertsAndItsSource) {

@@ -31,13 +31,7 @@ std::shared_ptr<const CMessageModule> Messages() {
 constexpr std::uint32_t kId = 0xC0010001;
 
 TEST(TraceLevelMask, SelectsByCategoryAndSeverity) {
-    struct CCase {
-        std::uint32_t mask;
-        std::uint32_t id;
-        bool keeps;
-        bool saves;
-    };
-    const CCase cases[] = {
+    const std::tuple<std::uint32_t, std::uint32_t, bool, bool> cases[] = {
         {CTraceLevelMask::kDefault, 0x40010000, false, false},
         {CTraceLevelMask::kDefault, 0xC0010001, true, true},
         {CTraceLevelMask::kDefault, 0x00010000, true, false},
@@ -53,11 +47,9 @@ TEST(TraceLevelMask, SelectsByCategoryAndSeverity) {
         {0x80000000, 0xC0080001, false, true},
         {0x00001000, 0xC0080001, false, false},
     };
-    for (const CCase& testCase : cases) {
-        const CTraceLevelMask mask(testCase.mask);
-        EXPECT_EQ(mask.Keeps(testCase.id), testCase.keeps) << std::hex << testCase.mask << ' ' << testCase.id;
-        EXPECT_EQ(mask.ForcesSaving(testCase.id), testCase.saves)
-            << std::hex << testCase.mask << ' ' << testCase.id;
+    for (const auto& [mask, id, keeps, saves] : cases) {
+        EXPECT_EQ(CTraceLevelMask(mask).Keeps(id), keeps) << std::hex << mask << ' ' << id;
+        EXPECT_EQ(CTraceLevelMask(mask).ForcesSaving(id), saves) << std::hex << mask << ' ' << id;
     }
 }
 

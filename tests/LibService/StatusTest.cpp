@@ -28,16 +28,14 @@ TEST(Status, KeepsItsErrorWhenACopyTakesAnother) {
 }
 
 TEST(Status, TrimsLineEndsAndOneFullStopOffAnInsert) {
-    const std::pair<const wchar_t*, const wchar_t*> cases[] = {
-        {L"", L""},
-        {L".", L""},
-        {L"...", L".."},
-        {L"text.\r\n", L"text"},
-        {L"\r\n", L""},
-        {L"a\r\nb\n.\r", L"ab"},
-        {L"text. ", L"text. "},
-        {L"\n.\n.\n", L"."},
-    };
+    const std::pair<const wchar_t*, const wchar_t*> cases[] = {{L"", L""},
+                                                               {L".", L""},
+                                                               {L"...", L".."},
+                                                               {L"text.\r\n", L"text"},
+                                                               {L"\r\n", L""},
+                                                               {L"a\r\nb\n.\r", L"ab"},
+                                                               {L"text. ", L"text. "},
+                                                               {L"\n.\n.\n", L"."}};
     for (const auto& [text, trimmed] : cases) EXPECT_EQ(TrimInsert(text), trimmed);
 }
 

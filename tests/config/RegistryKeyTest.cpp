@@ -17,22 +17,17 @@ struct CCollector {
         found.push_back(entry);
         return {};
     }
-    CRegistryKey::OnText Text() {
-        return [this](const std::wstring& name, const std::wstring& text) {
+    auto Text() {
+        return [this](const std::wstring& name, const auto& text) {
             return Take(L"text " + name + L"=" + text);
         };
     }
-    CRegistryKey::OnNumber32 Number32() {
-        return [this](const std::wstring& name, std::uint32_t number) {
-            return Take(L"32 " + name + L"=" + std::to_wstring(number));
+    auto Number(const std::wstring& bits) {
+        return [this, bits](const std::wstring& name, auto number) {
+            return Take(bits + L" " + name + L"=" + std::to_wstring(number));
         };
     }
-    CRegistryKey::OnNumber64 Number64() {
-        return [this](const std::wstring& name, std::uint64_t number) {
-            return Take(L"64 " + name + L"=" + std::to_wstring(number));
-        };
-    }
-    CRegistryKey::OnSubkey Subkey() {
+    auto Subkey() {
         return [this](const std::wstring& name) { return Take(name); };
     }
 };
@@ -64,7 +59,8 @@ TEST_F(RegistryKeyTest, DeliversTextsAndNumbersAndSkipsAllElse) {
     for (const auto& [name, value] : values) Set(L"Key", name, value);
     const CRegistryKey key = OpenForReading(L"Key");
     CCollector collector;
-    EXPECT_TRUE(key.EnumerateValues(collector.Text(), collector.Number32(), collector.Number64()).IsOk());
+    EXPECT_TRUE(
+        key.EnumerateValues(collector.Text(), collector.Number(L"32"), collector.Number(L"64")).IsOk());
     EXPECT_THAT(collector.found,
                 testing::ElementsAre(L"text =default", L"text bare=", L"text byte=", L"text cut=A",
                                      L"text empty=", L"text expand=aexpanded%QUORBEL_TEST_NONE%",
@@ -75,7 +71,7 @@ TEST_F(RegistryKeyTest, DeliversTextsAndNumbersAndSkipsAllElse) {
     EXPECT_TRUE(key.EnumerateValues(texts.Text(), nullptr, nullptr).IsOk());
     EXPECT_EQ(texts.found.size(), 8U);
     CCollector numbers;
-    EXPECT_TRUE(key.EnumerateValues(nullptr, numbers.Number32(), numbers.Number64()).IsOk());
+    EXPECT_TRUE(key.EnumerateValues(nullptr, numbers.Number(L"32"), numbers.Number(L"64")).IsOk());
     EXPECT_EQ(numbers.found.size(), 2U);
     EXPECT_TRUE(key.EnumerateValues(nullptr, nullptr, nullptr).IsOk());
 }

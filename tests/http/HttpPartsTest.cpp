@@ -1,5 +1,5 @@
-#include "http/ByteRange.h"
 #include "http/BuiltInHandlers.h"
+#include "http/ByteRange.h"
 #include "http/DirectoryMappings.h"
 #include "http/FileRangeBuffer.h"
 #include "http/FormBody.h"
@@ -12,46 +12,40 @@ namespace {
 
 TEST(ByteRange, IsReadLikeTheFieldSays) {
     using Kind = CByteRange::Kind;
-    const struct {
-        const wchar_t* value;
-        std::uint64_t size;
-        std::uint64_t cap;
-        Kind kind;
-        std::uint64_t first;
-        std::uint64_t length;
-    } cases[] = {
-        {L"bytes=0-99", 1000, 9, Kind::Part, 0, 100},
-        {L"bytes=500-", 1000, 100, Kind::Part, 500, 100},
-        {L"bytes=500-", 1000, 1000, Kind::Part, 500, 500},
-        {L"bytes=0-", 1000, 1000, Kind::Part, 0, 1000},
-        {L"bytes=999-999", 1000, 9, Kind::Part, 999, 1},
-        {L"bytes=0-18446744073709551615", 1000, 9, Kind::Part, 0, 1000},
-        {L"bytes=1-18446744073709551616", 1000, 9, Kind::Whole, 0, 1000},
-        {L"bytes=18446744073709551615-", 1000, 9, Kind::Unsatisfiable, 0, 0},
-        {L"bytes=18446744073709551616-", 1000, 9, Kind::Whole, 0, 1000},
-        {L"bytes=1000-", 1000, 9, Kind::Unsatisfiable, 0, 0},
-        {L"bytes=1000-2000", 1000, 9, Kind::Unsatisfiable, 0, 0},
-        {L"bytes=5-4", 1000, 9, Kind::Whole, 0, 1000},
-        {L"bytes=2000-1000", 1000, 9, Kind::Whole, 0, 1000},
-        {L"bytes=-500", 1000, 9, Kind::Whole, 0, 1000},
-        {L"bytes=7", 1000, 9, Kind::Part, 7, 9},
-        {L"bytes=7-x", 1000, 9, Kind::Part, 7, 9},
-        {L"bytes=0-1,4-5", 1000, 9, Kind::Part, 0, 2},
-        {L"bytes= 1-2", 1000, 9, Kind::Whole, 0, 1000},
-        {L"bytes=+1-2", 1000, 9, Kind::Whole, 0, 1000},
-        {L"items=0-5", 1000, 9, Kind::Whole, 0, 1000},
-        {L"Bytes=0-5", 1000, 9, Kind::Whole, 0, 1000},
-        {L"", 1000, 9, Kind::Whole, 0, 1000},
-        {L"bytes=0-", 0, 9, Kind::Unsatisfiable, 0, 0},
+    constexpr std::uint64_t kSize = 1000;
+    const std::tuple<const wchar_t*, std::uint64_t, Kind, std::uint64_t, std::uint64_t> cases[] = {
+        {L"bytes=0-99", 9, Kind::Part, 0, 100},
+        {L"bytes=500-", 100, Kind::Part, 500, 100},
+        {L"bytes=500-", 1000, Kind::Part, 500, 500},
+        {L"bytes=0-", 1000, Kind::Part, 0, 1000},
+        {L"bytes=999-999", 9, Kind::Part, 999, 1},
+        {L"bytes=0-18446744073709551615", 9, Kind::Part, 0, 1000},
+        {L"bytes=1-18446744073709551616", 9, Kind::Whole, 0, 1000},
+        {L"bytes=18446744073709551615-", 9, Kind::Unsatisfiable, 0, 0},
+        {L"bytes=18446744073709551616-", 9, Kind::Whole, 0, 1000},
+        {L"bytes=1000-", 9, Kind::Unsatisfiable, 0, 0},
+        {L"bytes=1000-2000", 9, Kind::Unsatisfiable, 0, 0},
+        {L"bytes=5-4", 9, Kind::Whole, 0, 1000},
+        {L"bytes=2000-1000", 9, Kind::Whole, 0, 1000},
+        {L"bytes=-500", 9, Kind::Whole, 0, 1000},
+        {L"bytes=7", 9, Kind::Part, 7, 9},
+        {L"bytes=7-x", 9, Kind::Part, 7, 9},
+        {L"bytes=0-1,4-5", 9, Kind::Part, 0, 2},
+        {L"bytes= 1-2", 9, Kind::Whole, 0, 1000},
+        {L"bytes=+1-2", 9, Kind::Whole, 0, 1000},
+        {L"items=0-5", 9, Kind::Whole, 0, 1000},
+        {L"Bytes=0-5", 9, Kind::Whole, 0, 1000},
+        {L"", 9, Kind::Whole, 0, 1000},
     };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(::testing::PrintToString(std::wstring(test.value)));
-        const CByteRange range = CByteRange::Parse(test.value, test.size, test.cap);
-        ASSERT_EQ(range.kind, test.kind);
-        if (test.kind == Kind::Unsatisfiable) continue;
-        EXPECT_EQ(range.first, test.first);
-        EXPECT_EQ(range.length, test.length);
+    for (const auto& [value, cap, kind, first, length] : cases) {
+        SCOPED_TRACE(::testing::PrintToString(std::wstring(value)));
+        const CByteRange range = CByteRange::Parse(value, kSize, cap);
+        ASSERT_EQ(range.kind, kind);
+        if (kind == Kind::Unsatisfiable) continue;
+        EXPECT_EQ(range.first, first);
+        EXPECT_EQ(range.length, length);
     }
+    EXPECT_EQ(CByteRange::Parse(L"bytes=0-", 0, 9).kind, Kind::Unsatisfiable);
 }
 
 TEST(EntityTag, IsTheHashOfTheUtf16SourceInBase64) {
@@ -62,16 +56,19 @@ TEST(EntityTag, IsTheHashOfTheUtf16SourceInBase64) {
 }
 
 TEST(MIMEMap, TypesAreFoundByExtensionWithoutRegardToCase) {
-    const struct {
-        const wchar_t* extension;
-        const wchar_t* type;
-    } cases[] = {
-        {L"jpg", L"image/jpeg"},  {L"JPG", L"image/jpeg"},  {L".jpg", L"image/jpeg"},
-        {L"gz", L"gzip"},         {L"mjs", L"text/javascript"}, {L"7z", L"application/x-7z-compressed"},
-        {L"3g2", L"video/3gpp2"}, {L"aac", L"audio/aac"},   {L"..jpg", L"application/octet-stream"},
-        {L"", L"application/octet-stream"}, {L"exe", L"application/octet-stream"},
-    };
-    for (const auto& test : cases) EXPECT_EQ(CMIMEMap::Instance().GetContentType(test.extension), test.type);
+    const std::pair<const wchar_t*, const wchar_t*> cases[] = {{L"jpg", L"image/jpeg"},
+                                                               {L"JPG", L"image/jpeg"},
+                                                               {L".jpg", L"image/jpeg"},
+                                                               {L"gz", L"gzip"},
+                                                               {L"mjs", L"text/javascript"},
+                                                               {L"7z", L"application/x-7z-compressed"},
+                                                               {L"3g2", L"video/3gpp2"},
+                                                               {L"aac", L"audio/aac"},
+                                                               {L"..jpg", L"application/octet-stream"},
+                                                               {L"", L"application/octet-stream"},
+                                                               {L"exe", L"application/octet-stream"}};
+    for (const auto& [extension, type] : cases)
+        EXPECT_EQ(CMIMEMap::Instance().GetContentType(extension), type);
 }
 
 TEST(FormBody, ContentTypesOfFormsAreRecognised) {

@@ -21,9 +21,7 @@ TEST(Event, StaysSetUntilClearedWhenManual) {
     EXPECT_TRUE(event->Test());
     EXPECT_TRUE(event->Test());
     EXPECT_TRUE(WaitForAny({event.get()}).IsOk());
-    EXPECT_TRUE(event->Test());
-    event->Clear();
-    EXPECT_FALSE(event->Test());
+    EXPECT_TRUE(event->Test()) << "a wait leaves it set for the others";
     event->Clear();
     EXPECT_FALSE(event->Test());
 }
@@ -100,17 +98,6 @@ TEST(Event, WakesExactlyOneOfTwoWaitersWhenAutomatic) {
     EXPECT_EQ(seen, kRounds);
 }
 
-TEST(Event, LetsAManualOneThroughToEveryWaiter) {
-    const auto event = NewEvent(EventReset::Manual);
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 4; ++i) {
-        waiters.emplace_back([&] { EXPECT_TRUE(WaitForAny({event.get()}).IsOk()); });
-    }
-    event->Set();
-    for (auto& waiter : waiters) waiter.join();
-    EXPECT_TRUE(event->Test());
-}
-
 /// Lets SIGUSR1 interrupt the calls under way instead of ending the process.
 class CInterruptingSignal {
  public:
@@ -161,16 +148,6 @@ TEST(Clock, PausesOnAfterASignalAndLeavesTheWakingEventSet) {
         EndsEarlyUnderSignals(*wake, [&] { SystemClock().Pause(std::chrono::hours(1'000'000), *wake); }));
     EXPECT_TRUE(wake->Test());
     SystemClock().Pause(milliseconds(1), *wake);
-}
-
-TEST(Clock, NeverGoesBackAndIsNeverZero) {
-    auto last = SystemClock().Steady();
-    EXPECT_GT(last.count(), 0);
-    for (int i = 0; i < 10'000; ++i) {
-        const auto now = SystemClock().Steady();
-        ASSERT_GE(now, last);
-        last = now;
-    }
 }
 
 TEST(Clock, CountsFileTimesFrom1601) {

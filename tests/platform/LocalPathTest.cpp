@@ -4,13 +4,8 @@ namespace quorbel {
 
 namespace {
 
-struct CGoodPath {
-    std::wstring_view written;
-    std::string_view local;
-};
-
 TEST(LocalPath, TurnsWhatTheServiceWritesIntoWhatTheFileSystemTakes) {
-    const CGoodPath cases[] = {
+    const std::pair<std::wstring_view, std::string_view> cases[] = {
         {L"/srv/docs", "/srv/docs"},
         {LR"(\srv\docs\a.txt)", "/srv/docs/a.txt"},
         {LR"(\\?\/srv/docs)", "/srv/docs"},

@@ -25,55 +25,50 @@ class CFaultyKey final : public IKey {
 
     CResult<std::unique_ptr<IKey>> Open(std::wstring_view path, KeyAccess access) const override {
         const std::wstring full = Join(m_path, path);
-        const ErrorCode error = m_faults->Note(RegistryOperation::Open, full);
-        if (error != ErrorCode::Success) return error;
-        return Wrap(m_target->Open(path, access), full);
+        return Unless(RegistryOperation::Open, full,
+                      [&] { return Wrap(m_target->Open(path, access), full); });
     }
     CResult<std::unique_ptr<IKey>> Create(std::wstring_view path) override {
         const std::wstring full = Join(m_path, path);
-        const ErrorCode error = m_faults->Note(RegistryOperation::Create, full);
-        if (error != ErrorCode::Success) return error;
-        return Wrap(m_target->Create(path), full);
+        return Unless(RegistryOperation::Create, full, [&] { return Wrap(m_target->Create(path), full); });
     }
     CResult<std::unique_ptr<IKey>> Duplicate() const override {
-        const ErrorCode error = Note(RegistryOperation::Duplicate);
-        if (error != ErrorCode::Success) return error;
-        return Wrap(m_target->Duplicate(), m_path);
+        return Unless(RegistryOperation::Duplicate, m_path,
+                      [&] { return Wrap(m_target->Duplicate(), m_path); });
     }
     CResult<std::vector<std::wstring>> Subkeys() const override {
-        const ErrorCode error = Note(RegistryOperation::Subkeys);
-        if (error != ErrorCode::Success) return error;
-        return m_target->Subkeys();
+        return Unless(RegistryOperation::Subkeys, m_path, [&] { return m_target->Subkeys(); });
     }
     CResult<std::vector<CNamedValue>> Values() const override {
-        const ErrorCode error = Note(RegistryOperation::Values);
-        if (error != ErrorCode::Success) return error;
-        return m_target->Values();
+        return Unless(RegistryOperation::Values, m_path, [&] { return m_target->Values(); });
     }
     CResult<CValue> Query(std::wstring_view name) const override {
-        const ErrorCode error = Note(RegistryOperation::Query);
-        if (error != ErrorCode::Success) return error;
-        return m_target->Query(name);
+        return Unless(RegistryOperation::Query, m_path, [&] { return m_target->Query(name); });
     }
     ErrorCode Set(std::wstring_view name, const CValue& value) override {
-        const ErrorCode error = Note(RegistryOperation::Set);
-        return error == ErrorCode::Success ? m_target->Set(name, value) : error;
+        return Unless(RegistryOperation::Set, m_path, [&] { return m_target->Set(name, value); });
     }
     ErrorCode DeleteValue(std::wstring_view name) override {
-        const ErrorCode error = Note(RegistryOperation::DeleteValue);
-        return error == ErrorCode::Success ? m_target->DeleteValue(name) : error;
+        return Unless(RegistryOperation::DeleteValue, m_path, [&] { return m_target->DeleteValue(name); });
     }
     ErrorCode DeleteTree(std::wstring_view path) override {
-        const ErrorCode error = m_faults->Note(RegistryOperation::DeleteTree, Join(m_path, path));
-        return error == ErrorCode::Success ? m_target->DeleteTree(path) : error;
+        return Unless(RegistryOperation::DeleteTree, Join(m_path, path),
+                      [&] { return m_target->DeleteTree(path); });
     }
     ErrorCode Watch(WatchScope scope, WatchFilter filter, std::shared_ptr<CEvent> event) override {
-        const ErrorCode error = Note(RegistryOperation::Watch);
-        return error == ErrorCode::Success ? m_target->Watch(scope, filter, std::move(event)) : error;
+        return Unless(RegistryOperation::Watch, m_path,
+                      [&] { return m_target->Watch(scope, filter, std::move(event)); });
     }
 
  private:
-    ErrorCode Note(RegistryOperation operation) const { return m_faults->Note(operation, m_path); }
+    /// What the target's operation gives, unless this call is to fail.
+    template <typename Operation>
+    auto Unless(RegistryOperation operation, const std::wstring& path, const Operation& target) const
+        -> decltype(target()) {
+        const ErrorCode error = m_faults->Note(operation, path);
+        if (error != ErrorCode::Success) return error;
+        return target();
+    }
     CResult<std::unique_ptr<IKey>> Wrap(CResult<std::unique_ptr<IKey>> key, const std::wstring& path) const {
         if (!key.IsOk()) return key;
         return std::unique_ptr<IKey>(std::make_unique<CFaultyKey>(std::move(key).Value(), m_faults, path));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 
 #include "platform/Clock.h"
@@ -23,7 +24,8 @@ class CHandClock final : public IClock {
         const auto end = m_now + duration;
         m_turned.notify_all();
         // The wake event is looked at now and then, as it cannot notify this condition.
-        while (m_now < end && !m_runsFreely && !wake.Test()) m_turned.wait_for(lock, std::chrono::milliseconds(5));
+        while (m_now < end && !m_runsFreely && !wake.Test())
+            m_turned.wait_for(lock, std::chrono::milliseconds(5));
     }
 
     void Turn(std::chrono::nanoseconds by) {
@@ -37,14 +39,14 @@ class CHandClock final : public IClock {
         m_runsFreely = freely;
         m_turned.notify_all();
     }
-    std::size_t Pauses() const {
-        const std::lock_guard lock(m_lock);
-        return m_pauses;
-    }
-    /// Waits until that many pauses have begun; false when it took unreasonably long.
-    bool WaitForPauses(std::size_t count) {
+    /// Does `change`, then waits until a pause has begun since; false when it took unreasonably long.
+    bool PausesAfter(const std::function<void()>& change) {
         std::unique_lock lock(m_lock);
-        return m_turned.wait_for(lock, std::chrono::seconds(60), [&] { return m_pauses >= count; });
+        const std::size_t before = m_pauses;
+        lock.unlock();
+        change();
+        lock.lock();
+        return m_turned.wait_for(lock, std::chrono::seconds(60), [&] { return m_pauses > before; });
     }
 
  private:

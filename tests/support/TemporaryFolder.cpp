@@ -1,10 +1,9 @@
 #include "tests/support/TemporaryFolder.h"
 
-#include <gtest/gtest.h>
-#include <stdlib.h>
-
 #include <fstream>
+#include <gtest/gtest.h>
 #include <sstream>
+#include <stdlib.h>
 
 namespace quorbel {
 

@@ -110,12 +110,7 @@ TEST(MessageModule, SurvivesEveryCutAndEveryChangedByte) {
 
 TEST(MessageModule, ReplacesInsertsAndEscapes) {
     const std::vector<std::wstring> inserts{L"A", L"", L"%1"};
-    struct CCase {
-        const char* text;
-        const wchar_t* formatted;
-        std::size_t inserts;
-    };
-    const CCase cases[] = {
+    const std::tuple<std::string, const wchar_t*, std::size_t> cases[] = {
         {"%1", L"A\r\n", 1},
         {"%3%1%3", L"%1A%1\r\n", 3},
         {"%2|", L"|\r\n", 2},
@@ -130,14 +125,14 @@ TEST(MessageModule, ReplacesInsertsAndEscapes) {
         {"%x%", L"x\r\n", 0},
         {"", L"\r\n", 0},
     };
-    for (const CCase& testCase : cases) {
-        const auto module = Parsed(Entry("MessageId=5\n", std::string(testCase.text) + "\n"));
+    for (const auto& [text, formatted, count] : cases) {
+        const auto module = Parsed(Entry("MessageId=5\n", text + "\n"));
         ASSERT_NE(module, nullptr);
-        EXPECT_EQ(module->Format(5, inserts), testCase.formatted) << testCase.text;
-        EXPECT_EQ(module->InsertCount(5), testCase.inserts) << testCase.text;
+        EXPECT_EQ(module->Format(5, inserts), formatted) << text;
+        EXPECT_EQ(module->InsertCount(5), count) << text;
+        EXPECT_EQ(module->Format(6, inserts), std::nullopt);
+        EXPECT_EQ(module->InsertCount(6), 0U);
     }
-    EXPECT_EQ(Parsed(Entry("MessageId=5\n", "x\n"))->InsertCount(6), 0U);
-    EXPECT_EQ(Parsed(Entry("MessageId=5\n", "x\n"))->Format(6, {}), std::nullopt);
 }
 
 TEST(MessageModule, SaysWhyAFileCannotBeLoaded) {

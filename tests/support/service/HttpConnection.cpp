@@ -1,11 +1,10 @@
 #include "tests/support/service/HttpConnection.h"
 
 #include <arpa/inet.h>
+#include <array>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-
-#include <array>
 
 namespace quorbel {
 
@@ -116,7 +115,11 @@ std::optional<CHttpReply> CHttpConnection::Receive() {
 std::optional<CHttpReply> CHttpConnection::Request(std::string_view method, std::string_view target,
                                                    std::string_view headerLines, std::string_view body) {
     std::string bytes;
-    bytes.append(method).append(" ").append(target).append(" HTTP/1.1\r\nHost: localhost\r\n").append(headerLines);
+    bytes.append(method)
+        .append(" ")
+        .append(target)
+        .append(" HTTP/1.1\r\nHost: localhost\r\n")
+        .append(headerLines);
     if (!body.empty()) bytes.append("Content-Length: ").append(std::to_string(body.size())).append("\r\n");
     bytes.append("\r\n").append(body);
     if (!Send(bytes)) return std::nullopt;

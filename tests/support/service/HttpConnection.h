@@ -31,7 +31,8 @@ class CHttpConnection {
     /// The next reply; none when the connection ended before it was complete.
     std::optional<CHttpReply> Receive();
 
-    /// Sends a request with a Host field, Connection: keep-alive and further header lines, and receives the reply.
+    /// Sends a request with a Host field, Connection: keep-alive and further header lines, and receives the
+    /// reply.
     std::optional<CHttpReply> Request(std::string_view method, std::string_view target,
                                       std::string_view headerLines = "", std::string_view body = "");
 

@@ -22,8 +22,8 @@ CServiceFixture::CServiceFixture() {
     m_stop = CEvent::Create(EventReset::Manual).Value();
     SystemInfoHandler::Register();
     EXPECT_TRUE(m_localMachine->Create(kHosts).IsOk());
-    m_service = std::make_unique<CQuorbelHTTPService>(
-        CHTTPServer::Environment{*m_folders, m_trace, m_clock}, *m_localMachine, m_stop);
+    m_service = std::make_unique<CQuorbelHTTPService>(CHTTPServer::Environment{*m_folders, m_trace, m_clock},
+                                                      *m_localMachine, m_stop);
 }
 
 CServiceFixture::~CServiceFixture() {
@@ -65,7 +65,8 @@ int CServiceFixture::AddDefaultHost(const Values& values) {
     return port;
 }
 
-void CServiceFixture::AddLocation(const std::wstring& host, const std::wstring& path, const std::wstring& handler) {
+void CServiceFixture::AddLocation(const std::wstring& host, const std::wstring& path,
+                                  const std::wstring& handler) {
     const auto key = HostKey(host)->Create(L"Locations\\" + path).Value();
     ASSERT_EQ(key->Set(L"Handler", CValue::FromText(handler)), ErrorCode::Success);
 }

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <functional>
+#include <gtest/gtest.h>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,8 +20,8 @@
 
 namespace quorbel {
 
-/// A service in this process, over a registry, folders and a clock of its own, with real listeners on free ports.
-/// Hosts are named by loopback addresses, so that many can be open at once.
+/// A service in this process, over a registry, folders and a clock of its own, with real listeners on free
+/// ports. Hosts are named by loopback addresses, so that many can be open at once.
 class CServiceFixture : public ::testing::Test {
  protected:
     using Values = std::vector<std::pair<std::wstring, CValue>>;
@@ -54,7 +53,8 @@ class CServiceFixture : public ::testing::Test {
     /// One request on a connection of its own.
     CHttpReply Get(int port, std::string_view target, std::string_view headerLines = "");
     /// Asks again until the reply fulfils the condition; fails the test when it never does.
-    CHttpReply GetUntil(int port, std::string_view target, const std::function<bool(const CHttpReply&)>& condition);
+    CHttpReply GetUntil(int port, std::string_view target,
+                        const std::function<bool(const CHttpReply&)>& condition);
     /// Waits for a condition that other threads bring about; fails the test when it never comes.
     static void WaitUntil(const std::function<bool()>& condition, const char* what);
 

@@ -29,7 +29,8 @@ class CEchoHandler final : public CHTTPServer::CRequestHandler {
     std::shared_ptr<CResponse> CreateResponse(const http_request&, const UserIdentity& user,
                                               const TextMap& parameters) override {
         std::wstring text = m_text + L"user " + user.Text() + L"\n";
-        for (const auto& [name, value] : parameters) text.append(name).append(L"=").append(value).append(L"\n");
+        for (const auto& [name, value] : parameters)
+            text.append(name).append(L"=").append(value).append(L"\n");
         return std::make_shared<CTextResponse>(
             text, HeaderMap{{L"Server", L"Own/1"}, {L"Content-Security-Policy", L"default-src 'none'"}});
     }
@@ -40,7 +41,8 @@ class CEchoHandler final : public CHTTPServer::CRequestHandler {
 
 class CFailingHandler final : public CHTTPServer::CRequestHandler {
  public:
-    std::shared_ptr<CResponse> CreateResponse(const http_request&, const UserIdentity&, const TextMap&) override {
+    std::shared_ptr<CResponse> CreateResponse(const http_request&, const UserIdentity&,
+                                              const TextMap&) override {
         throw std::runtime_error("the handler failed");
     }
 };
@@ -54,10 +56,9 @@ class CTestAuthenticator final : public CHTTPServer::CAuthenticator {
  public:
     Identity Identify(const http_request& request) override {
         const std::wstring level = HeaderOf(request, "X-Level");
-        return {UserIdentity(HeaderOf(request, "X-User")),
-                level == L"3"   ? AccessLevel::Admin
-                : level == L"2" ? AccessLevel::User
-                                : AccessLevel::Anon};
+        return {UserIdentity(HeaderOf(request, "X-User")), level == L"3"   ? AccessLevel::Admin
+                                                           : level == L"2" ? AccessLevel::User
+                                                                           : AccessLevel::Anon};
     }
     std::wstring ReadCookie(const http_request& request) override { return HeaderOf(request, "Cookie"); }
 };
@@ -81,8 +82,9 @@ void RegisterKind(const std::wstring& kind) {
 void RegisterTestHandlers() {
     RegisterKind(L"SQL");
     RegisterKind(L"SEARCH");
-    CRequestHandlerFactory::Register(
-        L"FAIL", [](const std::wstring&, const std::wstring&) { return std::make_shared<CFailingHandler>(); });
+    CRequestHandlerFactory::Register(L"FAIL", [](const std::wstring&, const std::wstring&) {
+        return std::make_shared<CFailingHandler>();
+    });
     CHTTPServer::CLocation::RegisterHandler(
         L"TestAuthenticate", [](const TextMap&, CHTTPServer::CListener& listener) {
             listener.SetAuthenticator(std::make_shared<CTestAuthenticator>());
