@@ -353,8 +353,9 @@ TEST_F(CListenerTest, AFileThatShrinksWhileItIsSentEndsTheConnectionEarly) {
     Start();
     CHttpConnection connection(port);
     ASSERT_TRUE(connection.Send("GET /large HTTP/1.1\r\nHost: localhost\r\n\r\n"));
-    // The sockets' buffers hold far less than the file: most of it is not read yet.
-    WaitUntil([&] { return m_trace.Count(trace::kRequest) == 1; }, "the request");
+    // The file is open once the reply begins, and the sockets' buffers hold far less than it: most is not
+    // read yet.
+    ASSERT_TRUE(connection.WaitForBytes());
     std::filesystem::resize_file(Path("root/large.GET.bin"), 1);
     EXPECT_FALSE(connection.Receive().has_value());
     EXPECT_EQ(Get(port, "/large").body, "x");

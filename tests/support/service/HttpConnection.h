@@ -28,6 +28,8 @@ class CHttpConnection {
     bool IsConnected() const noexcept { return m_socket.IsOpen(); }
 
     bool Send(std::string_view bytes);
+    /// Waits until more of a reply has arrived; false at the end of the connection.
+    bool WaitForBytes() { return Fill(); }
     /// The next reply; none when the connection ended before it was complete.
     std::optional<CHttpReply> Receive();
 
