@@ -42,7 +42,7 @@ class CHTTPServer::CListener {
     /// Takes over everything that may change while the listener stays open, and forgets what it had routed.
     void Update(HostConfiguration configuration);
 
-    /// True when the host's key changed since the last call; its watch is armed again then.
+    /// True when the host's key changed since the last call, or its watch was lost; it is armed again then.
     bool TakeHostKeyChange();
     /// True when the host's key was deleted under the listener: its watch is lost.
     bool HasLostHostKey() const noexcept { return m_hasLostHostKey; }
