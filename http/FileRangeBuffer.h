@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "platform/File.h"
+#include "platform/FileRange.h"
 
 namespace Concurrency::streams::details {
 
@@ -15,7 +15,7 @@ namespace Concurrency::streams::details {
 /// range's. A file that turns out shorter than the range, or that cannot be read, fails the read: a body
 /// never ends early unnoticed.
 template <class CharType>
-class basic_file_range_buffer final : public streambuf_state_manager<CharType> {
+class basic_file_range_buffer final : public streambuf_state_manager<CharType>, public quorbel::IFileRange {
     static_assert(sizeof(CharType) == 1, "ranges are counted in bytes");
     using Base = streambuf_state_manager<CharType>;
 
@@ -34,10 +34,9 @@ class basic_file_range_buffer final : public streambuf_state_manager<CharType> {
           m_end(offset + length),
           m_position(offset) {}
 
-    /// For a transport that sends files without reading them.
-    int Descriptor() const noexcept { return m_file ? m_file->Descriptor() : -1; }
-    std::uint64_t Offset() const noexcept { return m_begin; }
-    std::uint64_t Length() const noexcept { return m_end - m_begin; }
+    std::shared_ptr<const quorbel::CFile> File() const override { return m_file; }
+    std::uint64_t Offset() const noexcept override { return m_begin; }
+    std::uint64_t Length() const noexcept override { return m_end - m_begin; }
 
     bool can_seek() const override { return this->is_open(); }
     bool has_size() const override { return this->is_open(); }

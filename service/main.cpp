@@ -6,6 +6,7 @@
 #include "LibService/MessageIds.h"
 #include "LibService/ServiceLogger.h"
 #include "components/archive/LocalArchive.h"
+#include "components/http_server/HttpServer.h"
 #include "data/SystemInfoHandler.h"
 #include "platform/File.h"
 #include "platform/Program.h"
@@ -19,8 +20,8 @@ namespace quorbel {
 
 namespace {
 
-/// Threads of the HTTP library. Handlers may wait for the disk, so there are more of them than processors.
-constexpr std::size_t kHttpThreads = 16;
+/// Threads of the HTTP library's own pool, which only its file streams use.
+constexpr std::size_t kLibraryThreads = 2;
 
 constexpr std::string_view kUsage =
     "Usage: QBHTTPService -debug\n"
@@ -52,13 +53,19 @@ void SetUpEventSink(const std::filesystem::path& root) {
                                       : CreateFileSink(root, EventEcho::StandardError));
 }
 
+void ReportHttpServer(const std::wstring& sentence) {
+    MessageError(message::kStandardException, {sentence}).Report();
+}
+
 CStatus Serve(IRegistry& registry, CServiceLogger& trace, std::shared_ptr<CEvent> stop) {
     auto folders = CreateFolderSearch();
     if (!folders.IsOk()) return SystemError(folders.Error());
     const std::shared_ptr<IKey> localMachine = registry.LocalMachine();
     const CComRegistration archive = RegisterLocalArchive(localMachine);
     SystemInfoHandler::Register();
-    crossplat::threadpool::initialize_with_threads(kHttpThreads);
+    crossplat::threadpool::initialize_with_threads(kLibraryThreads);
+    const auto server = IHttpServer::Start({localMachine, SystemClock(), ReportHttpServer});
+    if (!server.IsOk()) return SystemError(server.Error());
     CQuorbelHTTPService service({*folders.Value(), trace, SystemClock()}, *localMachine, std::move(stop));
     return service.Run();
 }

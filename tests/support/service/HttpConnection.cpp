@@ -25,7 +25,7 @@ std::string CHttpReply::Header(std::wstring_view name) const {
     return found == headers.end() ? "(none)" : found->second;
 }
 
-CHttpConnection::CHttpConnection(int port, const char* address) {
+CHttpConnection::CHttpConnection(int port, const char* address) : m_host(address) {
     CFileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_in target = Address(address, port);
     const timeval patience{30, 0};
@@ -118,7 +118,9 @@ std::optional<CHttpReply> CHttpConnection::Request(std::string_view method, std:
     bytes.append(method)
         .append(" ")
         .append(target)
-        .append(" HTTP/1.1\r\nHost: localhost\r\n")
+        .append(" HTTP/1.1\r\nHost: ")
+        .append(m_host)
+        .append("\r\n")
         .append(headerLines);
     if (!body.empty()) bytes.append("Content-Length: ").append(std::to_string(body.size())).append("\r\n");
     bytes.append("\r\n").append(body);

@@ -33,7 +33,7 @@ class CHttpConnection {
     /// The next reply; none when the connection ended before it was complete.
     std::optional<CHttpReply> Receive();
 
-    /// Sends a request with a Host field, Connection: keep-alive and further header lines, and receives the
+    /// Sends a request with the address as its Host, Connection: keep-alive and further header lines, and receives the
     /// reply.
     std::optional<CHttpReply> Request(std::string_view method, std::string_view target,
                                       std::string_view headerLines = "", std::string_view body = "");
@@ -44,6 +44,7 @@ class CHttpConnection {
     std::optional<std::string> Take(std::size_t count);
     std::optional<std::string> TakeChunks();
 
+    const std::string m_host;
     CFileDescriptor m_socket;
     std::string m_received;
 };

@@ -9,6 +9,9 @@ namespace quorbel {
 
 namespace {
 
+// Before any test makes a task.
+const bool kRunsInPlace = (IHttpServer::RunContinuationsInPlace(), true);
+
 constexpr wchar_t kHosts[] = L"Software\\Quorbel\\Quorbel HTTP Service\\Hosts";
 
 }  // namespace
@@ -22,6 +25,7 @@ CServiceFixture::CServiceFixture() {
     m_stop = CEvent::Create(EventReset::Manual).Value();
     SystemInfoHandler::Register();
     EXPECT_TRUE(m_localMachine->Create(kHosts).IsOk());
+    StartHttpServer();
     m_service = std::make_unique<CQuorbelHTTPService>(CHTTPServer::Environment{*m_folders, m_trace, m_clock},
                                                       *m_localMachine, m_stop);
 }
@@ -29,6 +33,13 @@ CServiceFixture::CServiceFixture() {
 CServiceFixture::~CServiceFixture() {
     m_registry->Faults().FailNothing();
     if (m_thread.joinable()) Ignore(Stop());
+}
+
+void CServiceFixture::StartHttpServer() {
+    m_httpServer.reset();
+    m_httpServer = IHttpServer::Start({m_localMachine, m_clock, [this](const std::wstring& sentence) {
+                                           m_httpReports.Add(sentence);
+                                       }}).Value();
 }
 
 std::wstring CServiceFixture::Folder(std::string_view name) {

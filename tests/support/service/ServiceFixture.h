@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "components/http_server/HttpServer.h"
 #include "http/Authenticator.h"
 #include "platform/com/ClassRegistry.h"
 #include "service/QuorbelHTTPService.h"
@@ -19,6 +20,23 @@
 #include "tests/support/service/TraceRecorder.h"
 
 namespace quorbel {
+
+/// Sentences that threads hand over.
+class CSentences {
+ public:
+    void Add(const std::wstring& sentence) {
+        const std::lock_guard lock(m_lock);
+        m_sentences.push_back(sentence);
+    }
+    std::vector<std::wstring> All() const {
+        const std::lock_guard lock(m_lock);
+        return m_sentences;
+    }
+
+ private:
+    mutable std::mutex m_lock;
+    std::vector<std::wstring> m_sentences;
+};
 
 /// A service in this process, over a registry, folders and a clock of its own, with real listeners on free
 /// ports. Hosts are named by loopback addresses, so that many can be open at once.
@@ -43,6 +61,8 @@ class CServiceFixture : public ::testing::Test {
     int AddDefaultHost(const Values& values = {});
     void AddLocation(const std::wstring& host, const std::wstring& path, const std::wstring& handler);
 
+    /// Starts the HTTP engine again, for settings that it reads at its start. Before Start.
+    void StartHttpServer();
     /// Runs the service until `opened` endpoints are open, or, on a failure, to its end.
     void Start(std::size_t opened = 1);
     /// Stops the service and returns what its run routine returned.
@@ -67,6 +87,8 @@ class CServiceFixture : public ::testing::Test {
     std::unique_ptr<CComRegistration> m_archive;
     std::shared_ptr<IFolderSearch> m_folders;
     std::shared_ptr<CEvent> m_stop;
+    CSentences m_httpReports;
+    std::unique_ptr<IHttpServer> m_httpServer;
     std::unique_ptr<CQuorbelHTTPService> m_service;
 
  private:

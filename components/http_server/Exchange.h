@@ -1,0 +1,53 @@
+#pragma once
+
+#include <atomic>
+#include <cpprest/http_msg.h>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "components/http_server/RequestHead.h"
+#include "platform/UrlPath.h"
+
+namespace quorbel {
+
+/// Waits for the answer to an exchange.
+class IAnswerWaiter {
+ public:
+    virtual ~IAnswerWaiter() = default;
+    /// The answer is there, after the handler had returned without one. Called from any thread.
+    virtual void OnLateAnswer() = 0;
+};
+
+/// One request on its way through the HTTP library, and the answer to it. Answered exactly once, by the library or
+/// by the request's end without a reply. Independent of the protocol that carries it.
+class CExchange : public std::enable_shared_from_this<CExchange> {
+ public:
+    using Answer = std::optional<web::http::http_response>;  ///< none: the request was dropped
+
+    explicit CExchange(std::shared_ptr<IAnswerWaiter> waiter) noexcept : m_waiter(std::move(waiter)) {}
+
+    /// The library's request of a head, without its body; throws web::uri_exception when the library knows no such
+    /// target. `path` is the head's.
+    web::http::http_request MakeRequest(const CRequestHead& head, const CUrlPath& path,
+                                        const std::string& peerAddress);
+    /// The body is there.
+    static void Complete(web::http::http_request& request, std::string body);
+    /// Answers the request to which `response` belongs.
+    static void Respond(web::http::http_response response);
+
+    void SetAnswer(Answer answer);
+    /// The handler has returned: true when the answer is there. Otherwise OnLateAnswer follows.
+    bool HandlerReturned() noexcept;
+    /// The answer that is there.
+    Answer TakeAnswer() { return std::move(m_answer); }
+
+ private:
+    enum class State { Running, Waiting, Answered };
+
+    std::shared_ptr<IAnswerWaiter> m_waiter;
+    std::atomic<State> m_state{State::Running};
+    Answer m_answer;  // written before m_state becomes Answered
+};
+
+}  // namespace quorbel

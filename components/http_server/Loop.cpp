@@ -1,0 +1,100 @@
+#include "components/http_server/Loop.h"
+
+#include <array>
+#include <ctime>
+
+namespace quorbel {
+
+namespace {
+
+/// Set when the loop that this thread ran was taken over.
+thread_local bool t_isReplaced = false;
+/// The work that this thread has begun.
+thread_local std::uint64_t t_work = 0;
+
+}  // namespace
+
+CLoop::CLoop(CLoopThreads& threads, CLoopWatch& watch, IClock& clock)
+    : m_threads(threads), m_watch(watch), m_clock(clock), m_guard(m_context.get_executor()) {
+    m_watch.Add(*this);
+}
+
+CLoop::~CLoop() {
+    m_watch.Remove(*this);
+}
+
+void CLoop::Run() {
+    t_isReplaced = false;
+    const CWaitingObserverScope observe(*this);
+    while (!t_isReplaced && !m_context.stopped()) m_context.run_one();
+}
+
+void CLoop::MayWait() noexcept {
+    t_work = m_work.fetch_add(1) + 1;
+    m_watch.OnWork();
+}
+
+bool CLoop::Resume() noexcept {
+    std::uint64_t expected = t_work;
+    if (m_work.compare_exchange_strong(expected, expected + 1)) return true;
+    t_isReplaced = true;
+    return false;
+}
+
+void CLoop::HandOver(std::uint64_t work) noexcept {
+    if ((work & 1) != 0 && m_work.compare_exchange_strong(work, work + 1)) m_threads.Run(*this);
+}
+
+void CLoop::OnAboutToWait() noexcept {
+    if (!t_isReplaced) HandOver(t_work);
+}
+
+void CLoop::AddTicking(ITicking& ticking) {
+    ticking.m_place = m_ticking.size();
+    m_ticking.push_back(&ticking);
+    if (!m_isTimerRunning) StartTimer();
+}
+
+void CLoop::RemoveTicking(ITicking& ticking) noexcept {
+    m_ticking.back()->m_place = ticking.m_place;
+    m_ticking[ticking.m_place] = m_ticking.back();
+    m_ticking.pop_back();
+}
+
+void CLoop::StartTimer() {
+    m_isTimerRunning = true;
+    m_timer.expires_after(kTick);
+    m_timer.async_wait([this](const boost::system::error_code&) {
+        m_isTimerRunning = false;
+        CallTicking();
+        if (!m_ticking.empty()) StartTimer();
+    });
+}
+
+void CLoop::CallTicking() {
+    const auto now = m_clock.Steady();
+    // From the back: whoever goes gives its place to one that was called already.
+    for (std::size_t place = m_ticking.size(); place-- > 0;) m_ticking[place]->OnTick(now);
+}
+
+void CLoop::TickNow() {
+    Post([this] { CallTicking(); });
+}
+
+std::string_view CLoop::DateField() {
+    const std::int64_t second = ToUnixTime(m_clock.System()).seconds;
+    if (second != m_dateSecond) {
+        const std::time_t time = second;
+        std::tm parts{};
+        ::gmtime_r(&time, &parts);
+        std::array<char, 48> text{};
+        // The service keeps the C locale, whose names of days and months are those of the standard.
+        const std::size_t length =
+            std::strftime(text.data(), text.size(), "Date: %a, %d %b %Y %H:%M:%S GMT\r\n", &parts);
+        m_date.assign(text.data(), length);
+        m_dateSecond = second;
+    }
+    return m_date;
+}
+
+}  // namespace quorbel
