@@ -17,6 +17,7 @@ enum class LockRank : std::uint8_t {
     FolderFollowers = 43,  ///< who follows one searched path
     FolderFilling = 46,    ///< one thread at a time reads a folder into its listing
     FolderListing = 50,    ///< the names in one folder
+    Certificates = 60,     ///< the followed certificates and what is known of their files
     EventLog = 70,
     TraceLogger = 80,
     ConsoleEcho = 85,
