@@ -18,7 +18,8 @@ enum class LockRank : std::uint8_t {
     FolderFilling = 46,    ///< one thread at a time reads a folder into its listing
     FolderListing = 50,    ///< the names in one folder
     HttpServer = 55,  ///< the hosts of the HTTP engine, their ports and sockets
-    HttpLoops = 60,  ///< the loops that are watched for work that waits
+    HttpLoops = 57,  ///< the loops that are watched for work that waits
+    Certificates = 60,     ///< the followed certificates and what is known of their files
     EventLog = 70,
     TraceLogger = 80,
     ConsoleEcho = 85,

@@ -1,5 +1,6 @@
 #include "components/http_server/Acceptor.h"
 
+#include <boost/asio/ip/v6_only.hpp>
 #include <fcntl.h>
 #include <future>
 #include <sys/socket.h>

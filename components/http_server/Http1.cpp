@@ -1,5 +1,7 @@
 #include "components/http_server/Http1.h"
 
+#include "components/http_server/HostName.h"
+
 namespace quorbel {
 
 namespace {
