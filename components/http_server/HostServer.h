@@ -9,6 +9,7 @@
 #include "components/http_server/Admission.h"
 #include "components/http_server/HttpServer.h"
 #include "components/http_server/Port.h"
+#include "components/http_server/Tls.h"
 
 namespace quorbel {
 

@@ -5,6 +5,7 @@
 
 #include "components/http_server/Exchange.h"
 #include "components/http_server/HostServer.h"
+#include "platform/Text.h"
 
 namespace quorbel {
 
@@ -78,11 +79,17 @@ void IHttpServer::RunContinuationsInPlace() {
 }
 
 CResult<std::unique_ptr<IHttpServer>> IHttpServer::Start(CEnvironment environment) {
-    RunContinuationsInPlace();
-    ErrorCode error = ErrorCode::Success;
-    auto server = std::make_unique<CHttpServer>(std::move(environment), error);
-    if (error != ErrorCode::Success) return error;
-    return std::unique_ptr<IHttpServer>(std::move(server));
+    const auto report = environment.report;
+    try {
+        RunContinuationsInPlace();
+        ErrorCode error = ErrorCode::Success;
+        auto server = std::make_unique<CHttpServer>(std::move(environment), error);
+        if (error != ErrorCode::Success) return error;
+        return std::unique_ptr<IHttpServer>(std::move(server));
+    } catch (const std::exception& exception) {
+        report(FromUtf8(exception.what()));
+        return ErrorCode::NoSystemResources;
+    }
 }
 
 }  // namespace quorbel

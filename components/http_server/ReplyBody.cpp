@@ -29,7 +29,8 @@ CReplyBody& CReplyBody::operator=(CReplyBody&& other) noexcept {
     m_remaining = other.m_remaining;
     m_file = std::move(other.m_file);
     m_offset = other.m_offset;
-    m_stream = std::move(other.m_stream);
+    // The library's stream buffers know no move.
+    m_stream = std::exchange(other.m_stream, {});
     m_piece = std::move(other.m_piece);
     return *this;
 }

@@ -19,7 +19,7 @@ class CReplyBody {
     /// The body of a response that may have one. `canChunk` is false for clients that do not know chunks.
     CReplyBody(const web::http::http_response& response, bool canChunk);
     ~CReplyBody() { Close(); }
-    CReplyBody(CReplyBody&&) noexcept = default;
+    CReplyBody(CReplyBody&& other) noexcept { *this = std::move(other); }
     CReplyBody& operator=(CReplyBody&& other) noexcept;
 
     Framing GetFraming() const noexcept { return m_framing; }

@@ -352,7 +352,7 @@ TEST_F(CListenerTest, AFileThatShrinksWhileItIsSentEndsTheConnectionEarly) {
     const int port = AddDefaultHost();
     Start();
     CHttpConnection connection(port);
-    ASSERT_TRUE(connection.Send("GET /large HTTP/1.1\r\nHost: localhost\r\n\r\n"));
+    ASSERT_TRUE(connection.Send("GET /large HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"));
     // The file is open once the reply begins, and the sockets' buffers hold far less than it: most is not
     // read yet.
     ASSERT_TRUE(connection.WaitForBytes());

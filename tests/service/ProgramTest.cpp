@@ -44,7 +44,7 @@ class CProgramTest : public ::testing::Test {
 
 TEST_F(CProgramTest, ServesUntilASignalAsksItToStop) {
     const int port = FreePort();
-    AddHost("localhost", port);
+    AddHost("127.0.0.1", port);
     for (int number : {SIGINT, SIGTERM}) {
         auto service = StartService();
         WaitUntilServing(port);

@@ -158,7 +158,7 @@ TEST_F(CReloadTest, APortMovesOneHostThoughAClientHasSentHalfAForm) {
     Start(2);
     CHttpConnection silent(port);
     ASSERT_TRUE(
-        silent.Send("POST /values HTTP/1.1\r\nHost: localhost\r\nContent-Length: 100\r\n"
+        silent.Send("POST /values HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 100\r\n"
                     "Content-Type: application/x-www-form-urlencoded\r\n\r\na="));
     ASSERT_TRUE(m_trace.WaitFor(trace::kRequest, 1));
     const int other = FreePort();
