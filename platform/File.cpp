@@ -23,6 +23,15 @@ CResult<CFileStamp> ToStamp(const struct stat& status) {
                       Nanoseconds(status.st_mtim), Nanoseconds(status.st_ctim)};
 }
 
+ErrorCode WriteAll(int descriptor, std::string_view content) {
+    while (!content.empty()) {
+        const ssize_t count = ::write(descriptor, content.data(), content.size());
+        if (count < 0 && errno != EINTR) return ErrorFromErrno(errno);
+        if (count > 0) content.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return ErrorCode::Success;
+}
+
 CResult<CFileStamp> StampOfLocal(const std::string& path) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0) return ErrorFromErrno(errno);
@@ -59,6 +68,19 @@ CResult<CFileStamp> StampOf(std::wstring_view path) {
     const auto local = ToLocalPath(path);
     if (!local.IsOk()) return local.Error();
     return StampOfLocal(local.Value());
+}
+
+ErrorCode CreateNewFile(std::wstring_view path, std::string_view content, FileReaders readers) {
+    const auto local = ToLocalPath(path);
+    if (!local.IsOk()) return local.Error();
+    const mode_t mode = readers == FileReaders::Owner ? 0600 : 0644;
+    const CFileDescriptor file(
+        ::open(local.Value().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
+    if (!file.IsOpen()) return ErrorFromErrno(errno);
+    ErrorCode error = WriteAll(file.Get(), content);
+    if (error == ErrorCode::Success && ::fsync(file.Get()) != 0) error = ErrorFromErrno(errno);
+    if (error != ErrorCode::Success) ::unlink(local.Value().c_str());
+    return error;
 }
 
 CResult<CFileDescriptor> OpenFolder(std::wstring_view path) {

@@ -41,6 +41,13 @@ class CFile {
 /// The stamp of a regular file, without opening it; FileNotFound for anything else.
 CResult<CFileStamp> StampOf(std::wstring_view path);
 
+/// Who may read a file; its owner alone may write to it.
+enum class FileReaders { Owner, Everyone };
+
+/// Creates a file with this content, on disk when this returns. AlreadyExists when the name is taken, also by
+/// a symbolic link; after any other failure there is no such file.
+ErrorCode CreateNewFile(std::wstring_view path, std::string_view content, FileReaders readers);
+
 /// Opens a folder for following its changes; Directory when the path is no folder.
 CResult<CFileDescriptor> OpenFolder(std::wstring_view path);
 

@@ -63,6 +63,15 @@ CResult<std::filesystem::path> OpenRootFolder() {
     return path;
 }
 
+CResult<std::filesystem::path> OpenCertificatesFolder() {
+    const CResult<std::filesystem::path> root = OpenRootFolder();
+    if (!root.IsOk()) return root.Error();
+    const std::filesystem::path folder = root.Value() / "certificates";
+    const ErrorCode error = EnsureFolder(folder, kPrivate);
+    if (error != ErrorCode::Success) return error;
+    return folder;
+}
+
 CResult<std::shared_ptr<IRegistry>> OpenRootRegistry() {
     const CResult<std::filesystem::path> root = OpenRootFolder();
     if (!root.IsOk()) return root.Error();

@@ -18,4 +18,8 @@ CResult<std::filesystem::path> OpenRootFolder();
 /// another user than the superuser or this process's, or others may write to it.
 CResult<std::shared_ptr<IRegistry>> OpenRootRegistry();
 
+/// "certificates" under the root folder (mode 0700, created when it is missing), for the files of
+/// certificates and their keys.
+CResult<std::filesystem::path> OpenCertificatesFolder();
+
 }  // namespace quorbel

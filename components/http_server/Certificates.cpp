@@ -15,16 +15,6 @@ std::shared_ptr<CEvent> CreateEvent() {
     return event.IsOk() ? std::move(event).Value() : nullptr;
 }
 
-/// The text of that value, or an empty one.
-std::wstring TextOf(const std::vector<CNamedValue>& values, std::wstring_view name) {
-    for (const CNamedValue& named : values) {
-        if (!EqualNoCase(named.name, name)) continue;
-        if (named.value.type == ValueType::Text) return named.value.AsText();
-        if (named.value.type == ValueType::ExpandableText) return ExpandEnvironment(named.value.AsText());
-    }
-    return {};
-}
-
 /// One file's state: its stamp, or why there is none.
 struct CFileState {
     explicit CFileState(const std::wstring& path) {
@@ -41,10 +31,10 @@ struct CFileState {
 
 /// What a certificate is read from: while this is the same, so is the certificate.
 struct CCertificates::CSource {
-    explicit CSource(const CPaths& from)
-        : paths(from), certificate(from.certificate), privateKey(from.privateKey) {}
+    explicit CSource(const CCertificateFiles& from)
+        : files(from), certificate(from.certificate), privateKey(from.privateKey) {}
     bool operator==(const CSource&) const = default;
-    CPaths paths;
+    CCertificateFiles files;
     CFileState certificate;
     CFileState privateKey;
 };
@@ -63,12 +53,12 @@ class CCertificates::CBinding {
     /// Reads the certificate when its files have changed or could not be read; what is wrong with it, when
     /// that is new.
     std::optional<std::wstring> Load() {
-        CSource source(m_paths);
+        CSource source(m_files);
         const bool isChanged = !m_source || source != *m_source;
         if (!isChanged && !m_isBad) return std::nullopt;
         std::wstring reason;
         const auto loaded =
-            CTlsCertificate::Load(ToUtf8(m_paths.certificate), ToUtf8(m_paths.privateKey), reason);
+            CTlsCertificate::Load(ToUtf8(m_files.certificate), ToUtf8(m_files.privateKey), reason);
         m_source = std::move(source);
         m_isBad = !loaded;
         if (!loaded) return isChanged ? std::optional(reason) : std::nullopt;
@@ -77,7 +67,7 @@ class CCertificates::CBinding {
     }
 
     // The lock of CCertificates guards what follows.
-    CPaths m_paths;
+    CCertificateFiles m_files;
     bool m_hasOldValues = false;     ///< the registry is to be read again
     std::wstring m_problemOfValues;  ///< as reported
 
@@ -104,39 +94,14 @@ std::shared_ptr<const CTlsCertificate> CCertificates::Current(const CBinding& bi
     return binding.Current();
 }
 
-CResult<CCertificates::CPaths> CCertificates::ReadPaths(const std::wstring& name,
-                                                        std::wstring& reason) const {
-    const auto key =
-        m_localMachine->Open(std::wstring(kCertificateBindingsKey) + L'\\' + name, KeyAccess::Read);
-    if (key.Error() == ErrorCode::FileNotFound) {
-        reason = L"No certificate is bound to " + name + L". Bind one with: qbctl cert bind " + name +
-                 L" --certificate FILE --key FILE";
-        return key.Error();
-    }
-    const auto values = key.IsOk() ? key.Value()->Values() : key.Error();
-    if (!values.IsOk()) {
-        reason = L"The certificate bound to " + name + L" cannot be looked up: " +
-                 SystemMessage(ToNumber(values.Error())).value_or(L"the registry failed.");
-        return values.Error();
-    }
-    const CPaths paths{TextOf(values.Value(), kCertificateFileValue),
-                       TextOf(values.Value(), kPrivateKeyFileValue)};
-    if (paths.certificate.starts_with(L'/') && paths.privateKey.starts_with(L'/')) return paths;
-    reason =
-        L"The binding of " + name + L" names no file by an absolute path in the value \"" +
-        std::wstring(paths.certificate.starts_with(L'/') ? kPrivateKeyFileValue : kCertificateFileValue) +
-        L"\".";
-    return ErrorCode::BadPathname;
-}
-
 std::shared_ptr<CCertificates::CBinding> CCertificates::FollowLocked(const std::wstring& name,
                                                                      Reports& reports, std::wstring& reason) {
-    const auto paths = ReadPaths(name, reason);
-    if (!paths.IsOk()) return nullptr;
+    const auto files = ReadCertificateBinding(*m_localMachine, name, reason);
+    if (!files.IsOk()) return nullptr;
     const auto known = m_bindings.find(name);
     auto binding = known == m_bindings.end() ? nullptr : known->second.lock();
     if (!binding) binding = std::make_shared<CBinding>(name);
-    binding->m_paths = paths.Value();
+    binding->m_files = files.Value();
     const auto problem = binding->Load();
     if (!binding->Current()) {
         reason = problem.value_or(L"");
@@ -178,12 +143,12 @@ bool CCertificates::HaveValuesChanged() {
 
 void CCertificates::ReadValuesAgain(CBinding& binding, Reports& reports) const {
     std::wstring reason;
-    const auto paths = ReadPaths(binding.Name(), reason);
-    const bool isBad = paths.Error() == ErrorCode::BadPathname;
+    const auto files = ReadCertificateBinding(*m_localMachine, binding.Name(), reason);
+    const bool isBad = files.Error() == ErrorCode::BadPathname;
     // Of a deleted binding the files go on being followed.
-    binding.m_hasOldValues = !paths.IsOk() && !isBad && paths.Error() != ErrorCode::FileNotFound;
+    binding.m_hasOldValues = !files.IsOk() && !isBad && files.Error() != ErrorCode::FileNotFound;
     if (isBad && reason != binding.m_problemOfValues) reports.push_back(reason);
-    if (paths.IsOk()) binding.m_paths = paths.Value();
+    if (files.IsOk()) binding.m_files = files.Value();
     binding.m_problemOfValues = isBad ? reason : std::wstring();
 }
 

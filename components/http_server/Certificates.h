@@ -7,19 +7,13 @@
 #include <string_view>
 #include <vector>
 
-#include "components/http_server/TlsCertificate.h"
+#include "components/certificates/CertificateBinding.h"
+#include "components/certificates/TlsCertificate.h"
 #include "platform/Event.h"
 #include "platform/Lock.h"
 #include "platform/registry/Key.h"
 
 namespace quorbel {
-
-/// The key below HKEY_LOCAL_MACHINE that holds a subkey <host>:<port> for each host with a certificate, and
-/// the text values that name its PEM files by absolute paths. An IPv6 address stands in brackets.
-inline constexpr std::wstring_view kCertificateBindingsKey =
-    L"SYSTEM\\CurrentControlSet\\Services\\HTTP\\Parameters\\SslBindingInfo";
-inline constexpr std::wstring_view kCertificateFileValue = L"CertificateFile";
-inline constexpr std::wstring_view kPrivateKeyFileValue = L"PrivateKeyFile";
 
 /// The certificates that are bound to hosts (see kCertificateBindingsKey). Host names compare without regard
 /// to case. Safe to use from any thread.
@@ -49,16 +43,8 @@ class CCertificates {
 
  private:
     using Reports = std::vector<std::wstring>;
-    struct CPaths {
-        std::wstring certificate;
-        std::wstring privateKey;
-        bool operator==(const CPaths&) const = default;
-    };
     struct CSource;
 
-    /// FileNotFound when there is no such binding, BadPathname when its values name no files; other errors
-    /// may pass. `reason` says it in a sentence.
-    CResult<CPaths> ReadPaths(const std::wstring& name, std::wstring& reason) const;
     std::shared_ptr<CBinding> FollowLocked(const std::wstring& name, Reports& reports, std::wstring& reason);
     /// Whether values below the key may have changed since this was last asked.
     bool HaveValuesChanged();

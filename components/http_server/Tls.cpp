@@ -5,6 +5,7 @@
 #include <openssl/tls1.h>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 namespace quorbel {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "components/http_server/TlsCertificate.h"
+#include "components/certificates/TlsCertificate.h"
 
 namespace quorbel {
 

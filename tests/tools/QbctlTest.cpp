@@ -5,36 +5,10 @@
 
 #include "platform/Text.h"
 #include "platform/eventlog/EventSink.h"
-#include "platform/registry/SqliteRegistry.h"
-#include "tests/support/TemporaryFolder.h"
-#include "tests/support/service/Subprocess.h"
+#include "tests/tools/QbctlFixture.h"
 
 namespace quorbel {
 namespace {
-
-/// The built program, with a root folder of its own and a standard input that is no terminal.
-class QbctlTest : public testing::Test {
- protected:
-    struct CRun {
-        int code = -1;
-        std::string output;
-        std::string errors;
-    };
-
-    CRun Run(const std::vector<std::string>& arguments, const std::string& input = {},
-             std::optional<std::uint64_t> largestFile = std::nullopt) {
-        WriteFile(m_folder / "input", input);
-        CSubprocess program("qbctl", arguments, {{"QUORBEL_ROOT", m_root.string()}}, m_folder / "output",
-                            m_folder / "errors", m_folder / "input", largestFile);
-        const int code = program.Wait();
-        return {code, ReadFile(m_folder / "output"), ReadFile(m_folder / "errors")};
-    }
-
-    std::shared_ptr<IRegistry> Registry() { return OpenSqliteRegistry(m_root / "registry").Value(); }
-
-    CTemporaryFolder m_folder;
-    const std::filesystem::path m_root = m_folder / "state/root";
-};
 
 const std::string kKey = "HKLM\\Software\\Test";
 
@@ -147,6 +121,23 @@ TEST_F(QbctlTest, ExitCodesTellFailuresFromMistakesInUse) {
         {{"reg", "--help"}, 0},
         {{"reg", "add", "--help"}, 0},
         {{"host", "list", "--help"}, 0},
+        {{"cert", "bind", "a.test", "--certificate", "c", "--key", "k"}, 2},
+        {{"cert", "bind", "a.test:0", "--certificate", "c", "--key", "k"}, 2},
+        {{"cert", "bind", "::1:443", "--certificate", "c", "--key", "k"}, 2},
+        {{"cert", "bind", "a.test:443", "--certificate", "c"}, 2},
+        {{"cert", "bind", "a.test:443", "--certificate", "/missing", "--key", "/missing"}, 1},
+        {{"cert", "remove", "a\\b:443"}, 2},
+        {{"cert", "remove", "a.test:443"}, 1},
+        {{"cert", "create", "a b"}, 2},
+        {{"cert", "create", "*:443"}, 2},
+        {{"cert", "create", "[::zz]"}, 2},
+        {{"cert", "create", "[:::]"}, 2},
+        {{"cert", "create", "a.test", "--name", "a.*.test"}, 2},
+        {{"cert", "create", "a.test", "--days", "0"}, 2},
+        {{"cert", "create", "a.test", "--days", "3651"}, 2},
+        {{"cert", "create", "a.test", "--out", "/missing"}, 1},
+        {{"cert", "create", "--help"}, 0},
+        {{"cert", "list"}, 0},
         {{"events"}, 0},
         {{"host", "list"}, 0},
     };

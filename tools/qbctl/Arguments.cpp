@@ -16,17 +16,23 @@ std::variant<CArguments, std::wstring> CArguments::Parse(std::span<const std::ws
             arguments.m_operands.push_back(word);
             continue;
         }
-        if (arguments.Has(word)) return L"Option given twice: " + word;
-        if (option->kind == OptionKind::Value && i + 1 == words.size())
-            return L"Option without value: " + word;
-        arguments.m_options[word] = option->kind == OptionKind::Value ? words[++i] : std::wstring();
+        if (option->kind != OptionKind::Values && arguments.Has(word)) return L"Option given twice: " + word;
+        std::vector<std::wstring>& values = arguments.m_options[word];
+        if (option->kind == OptionKind::Flag) continue;
+        if (i + 1 == words.size()) return L"Option without value: " + word;
+        values.push_back(words[++i]);
     }
     return arguments;
 }
 
 const std::wstring* CArguments::Value(std::wstring_view option) const {
     const auto found = m_options.find(option);
-    return found == m_options.end() ? nullptr : &found->second;
+    return found == m_options.end() || found->second.empty() ? nullptr : &found->second.front();
+}
+
+std::vector<std::wstring> CArguments::Values(std::wstring_view option) const {
+    const auto found = m_options.find(option);
+    return found == m_options.end() ? std::vector<std::wstring>() : found->second;
 }
 
 }  // namespace quorbel

@@ -13,7 +13,8 @@ namespace quorbel {
 
 enum class OptionKind {
     Flag,
-    Value  ///< the next word is its value, whatever that looks like
+    Value,  ///< the next word is its value, whatever that looks like
+    Values  ///< the same, and it may be given several times
 };
 
 struct COption {
@@ -32,10 +33,12 @@ class CArguments {
     bool Has(std::wstring_view option) const { return m_options.find(option) != m_options.end(); }
     /// The option's value; null when it was not given.
     const std::wstring* Value(std::wstring_view option) const;
+    /// The option's values, in the order given.
+    std::vector<std::wstring> Values(std::wstring_view option) const;
     const std::vector<std::wstring>& Operands() const noexcept { return m_operands; }
 
  private:
-    std::map<std::wstring, std::wstring, CLessNoCase> m_options;
+    std::map<std::wstring, std::vector<std::wstring>, CLessNoCase> m_options;  ///< a flag has none
     std::vector<std::wstring> m_operands;
 };
 

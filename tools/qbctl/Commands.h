@@ -26,6 +26,10 @@ ExitCode RegExport(const CArguments& arguments);
 ExitCode HostList(const CArguments& arguments);
 ExitCode HostAdd(const CArguments& arguments);
 ExitCode HostRemove(const CArguments& arguments);
+ExitCode CertBind(const CArguments& arguments);
+ExitCode CertList(const CArguments& arguments);
+ExitCode CertRemove(const CArguments& arguments);
+ExitCode CertCreate(const CArguments& arguments);
 ExitCode Events(const CArguments& arguments);
 
 }  // namespace quorbel

@@ -2,6 +2,7 @@
 
 #include "platform/Text.h"
 #include "tools/qbctl/Commands.h"
+#include "tools/qbctl/HostArgument.h"
 #include "tools/qbctl/KeyArgument.h"
 
 namespace quorbel {
@@ -57,34 +58,12 @@ void ShowText(const std::wstring& name, const IKey& host) {
 /// What is wrong with the options, if anything.
 std::optional<std::wstring> CheckOptions(const CArguments& arguments) {
     if (const std::wstring* port = arguments.Value(L"--port")) {
-        std::wstring_view rest = *port;
-        const auto number = TakeDecimal(rest);
-        if (!number || !rest.empty() || *number == 0 || *number > 65535) return L"This is no port: " + *port;
+        if (!ParseNumber(*port, 1, 65535)) return L"This is no port: " + *port;
     }
     const std::wstring* protocol = arguments.Value(L"--protocol");
     if (protocol && *protocol != L"http" && *protocol != L"https")
         return L"This is no protocol: " + *protocol;
     return std::nullopt;
-}
-
-bool IsNameCharacter(wchar_t character) {
-    return (character < 0x80 && FoldCase(character) >= L'a' && FoldCase(character) <= L'z') ||
-           (character >= L'0' && character <= L'9') || character == L'.' || character == L'-' ||
-           character == L'_';
-}
-
-bool IsAddressCharacter(wchar_t character) {
-    return HexDigit(character) >= 0 || character == L':' || character == L'.';
-}
-
-/// A DNS name or IPv4 address, an IPv6 address in brackets, or a name that takes every host ("*", "+").
-bool IsHostName(std::wstring_view name) {
-    if (name == L"*" || name == L"+") return true;
-    if (name.size() > 2 && name.front() == L'[' && name.back() == L']') {
-        name = name.substr(1, name.size() - 2);
-        return std::all_of(name.begin(), name.end(), IsAddressCharacter);
-    }
-    return !name.empty() && std::all_of(name.begin(), name.end(), IsNameCharacter);
 }
 
 ExitCode AddHost(IKey& root, const std::wstring& name, const CArguments& arguments) {

@@ -108,6 +108,47 @@ Removes a host with everything below its key, its users included.
   --force   without asking (so does /f)
 )",
      HostRemove},
+    {L"cert bind",
+     {{L"--certificate", kValue}, {L"--key", kValue}},
+     1,
+     1,
+     LR"(Usage: qbctl cert bind HOST:PORT --certificate FILE --key FILE
+Binds a certificate to a host, in place of the one that it has. A service that shows it takes up the new one, and
+later changes of its files, within a second. An IPv6 address stands in brackets: [::1]:443.
+  --certificate FILE   PEM: the host's certificate, then those that lead to its issuer
+  --key FILE           PEM: its private key, without a passphrase
+)",
+     CertBind},
+    {L"cert list",
+     {{L"--json", kFlag}},
+     0,
+     0,
+     LR"(Usage: qbctl cert list [--json]
+Lists the certificates that are bound to hosts, and what is wrong with them. A column is "-" where there is nothing.
+  --json    one object a binding and line: "name", "subject", "names", "validFrom", "validUntil", "certificateFile",
+            "privateKeyFile", "problem"
+)",
+     CertList},
+    {L"cert remove",
+     {},
+     1,
+     1,
+     LR"(Usage: qbctl cert remove HOST:PORT
+Removes the binding of a host's certificate. The files stay, and so does what a running service shows.
+)",
+     CertRemove},
+    {L"cert create",
+     {{L"--out", kValue}, {L"--days", kValue}, {L"--name", OptionKind::Values}},
+     1,
+     1,
+     LR"(Usage: qbctl cert create HOST[:PORT] [OPTION VALUE]...
+Makes a self-signed certificate (ECDSA, P-256) and its key, HOST.crt and HOST.key, and binds it when a port is given.
+No file is ever replaced.
+  --out FOLDER    where to; the folder "certificates" under the root folder when not given
+  --days NUMBER   how long it is valid: 1 to 3650, 365 when not given
+  --name NAME     one more DNS name (also *.example.org) or address that it is for; any number of times
+)",
+     CertCreate},
     {L"events",
      {{L"--json", kFlag}},
      0,
@@ -124,6 +165,7 @@ ExitCode ShowCommands(std::FILE* stream) {
         "Usage: qbctl COMMAND ...\n"
         "  reg query|add|delete|import|export   the registry\n"
         "  host list|add|remove                 the hosts that are served\n"
+        "  cert bind|list|remove|create         their certificates\n"
         "  events                               the service's events\n"
         "Type \"qbctl COMMAND --help\" for a command's help.\n"
         "Everything is kept in $QUORBEL_ROOT, else in /var/lib/quorbel for root, else in the user's state "

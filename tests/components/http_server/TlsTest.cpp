@@ -358,11 +358,11 @@ TEST_F(TlsTest, OtherErrorsOfTheThreadDoNotCount) {
     EXPECT_EQ(pair.status, Status::Open);
 }
 
-TEST_F(TlsTest, TheWholeChainIsSent) {
-    WriteFile(m_folder / "chain.crt",
-              ReadFile(m_files.certificate) +
-                  ReadFile(WriteTestCertificate(m_folder.Path(), "i", {"i"}).certificate));
-    CPair pair(m_server, Always(Load({m_folder / "chain.crt", m_files.privateKey})));
+TEST_F(TlsTest, TheWholeChainIsSentOfAFileThatMayHoldTheKeyToo) {
+    const std::string file = m_folder / "all.pem";
+    WriteFile(file, ReadFile(m_files.certificate) + ReadFile(m_files.privateKey) +
+                        ReadFile(WriteTestCertificate(m_folder.Path(), "i", {"i"}).certificate));
+    CPair pair(m_server, Always(Load({file, file})));
     ASSERT_TRUE(pair.Exchange());
     EXPECT_EQ(sk_X509_num(SSL_get_peer_cert_chain(pair.client.Connection())), 2);
 }

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "components/http_server/SelfSignedCertificate.h"
+#include "components/certificates/SelfSignedCertificate.h"
 #include "platform/Text.h"
 #include "tests/support/TemporaryFolder.h"
 

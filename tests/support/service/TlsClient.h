@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "components/http_server/OpenSsl.h"
+#include "components/certificates/OpenSsl.h"
 #include "platform/Error.h"
 
 namespace quorbel {

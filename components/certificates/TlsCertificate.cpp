@@ -1,4 +1,4 @@
-#include "components/http_server/TlsCertificate.h"
+#include "components/certificates/TlsCertificate.h"
 
 #include <openssl/crypto.h>
 #include <openssl/pem.h>

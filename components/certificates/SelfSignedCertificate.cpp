@@ -1,11 +1,11 @@
-#include "components/http_server/SelfSignedCertificate.h"
+#include "components/certificates/SelfSignedCertificate.h"
 
 #include <openssl/bn.h>
 #include <openssl/ec.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
-#include "components/http_server/OpenSsl.h"
+#include "components/certificates/OpenSsl.h"
 #include "platform/Error.h"
 
 namespace quorbel {

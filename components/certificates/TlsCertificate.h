@@ -4,7 +4,7 @@
 #include <openssl/ssl.h>
 #include <string>
 
-#include "components/http_server/OpenSsl.h"
+#include "components/certificates/OpenSsl.h"
 
 namespace quorbel {
 
