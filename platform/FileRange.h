@@ -7,8 +7,8 @@
 
 namespace quorbel {
 
-/// A part of an open file, shown by a stream buffer whose bytes are just these, so that a transport can send them
-/// without reading them through the stream.
+/// A part of an open file, shown by a stream buffer whose bytes are just these, so that a transport can send
+/// them without reading them through the stream.
 class IFileRange {
  public:
     virtual ~IFileRange() = default;

@@ -17,8 +17,8 @@ enum class LockRank : std::uint8_t {
     FolderFollowers = 43,  ///< who follows one searched path
     FolderFilling = 46,    ///< one thread at a time reads a folder into its listing
     FolderListing = 50,    ///< the names in one folder
-    HttpServer = 55,  ///< the hosts of the HTTP engine, their ports and sockets
-    HttpLoops = 57,  ///< the loops that are watched for work that waits
+    HttpServer = 55,       ///< the hosts of the HTTP engine, their ports and sockets
+    HttpLoops = 57,        ///< the loops that are watched for work that waits
     Certificates = 60,     ///< the followed certificates and what is known of their files
     EventLog = 70,
     TraceLogger = 80,

@@ -3,7 +3,8 @@
 namespace quorbel {
 
 /// Says that the calling thread is about to wait for something slow: a query, a lock held for long, a long
-/// computation. Whoever runs the thread may let another one go on in its place. Costs next to nothing otherwise.
+/// computation. Whoever runs the thread may let another one go on in its place. Costs next to nothing
+/// otherwise.
 void AboutToWait() noexcept;
 
 /// Wants to know when the thread that it runs is about to wait.

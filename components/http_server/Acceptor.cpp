@@ -57,7 +57,8 @@ void CAcceptor::Listen() {
     } else {
         m_acceptor.open(m_endpoint.protocol());
         ::fcntl(m_acceptor.native_handle(), F_SETFD, FD_CLOEXEC);
-        // Connections of a predecessor may still linger on the port; two listeners exclude each other even so.
+        // Connections of a predecessor may still linger on the port; two listeners exclude each other even
+        // so.
         m_acceptor.set_option(tcp::acceptor::reuse_address(true));
         if (isIpv6) m_acceptor.set_option(asio::ip::v6_only(true));
         m_acceptor.bind(m_endpoint);

@@ -19,8 +19,8 @@ class CAcceptor : public std::enable_shared_from_this<CAcceptor> {
     /// Called on the acceptor's loop for each new connection, whose socket belongs to `loop`.
     using OnAccept = std::function<void(CLoop& loop, Socket socket)>;
 
-    /// Listens on exactly this address, with a socket of its own or with one that the service manager passed to
-    /// the process (sd_listen_fds(3)). Throws boost::system::system_error.
+    /// Listens on exactly this address, with a socket of its own or with one that the service manager passed
+    /// to the process (sd_listen_fds(3)). Throws boost::system::system_error.
     static std::shared_ptr<CAcceptor> Open(const Endpoint& endpoint, const Loops& loops, OnAccept onAccept);
 
     const Endpoint& LocalEndpoint() const noexcept { return m_endpoint; }

@@ -13,16 +13,16 @@
 
 namespace quorbel {
 
-/// Counts the open connections, in all and by address: an IPv4 address, or the /64 of an IPv6 address, is one.
-/// Loopback addresses are counted in the total only. Safe to use from any thread.
+/// Counts the open connections, in all and by address: an IPv4 address, or the /64 of an IPv6 address, is
+/// one. Loopback addresses are counted in the total only. Safe to use from any thread.
 class CAdmissions {
  public:
     struct CBounds {
         std::size_t total;
         std::size_t perAddress;
     };
-    /// Counts a further connection from the address when it is admitted: the key by which to release it, which is
-    /// empty for a loopback address. None otherwise.
+    /// Counts a further connection from the address when it is admitted: the key by which to release it,
+    /// which is empty for a loopback address. None otherwise.
     std::optional<std::string> Admit(const boost::asio::ip::address& address, const CBounds& bounds);
     void Release(const std::string& key) noexcept;
     /// Waits until no connection is open, but no longer.

@@ -78,7 +78,8 @@ CBodyDecoder::Progress CBodyDecoder::Take(std::string_view& input, std::string& 
     for (;;) {
         switch (m_phase) {
             case Phase::Content: {
-                const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(m_remaining, input.size()));
+                const auto count =
+                    static_cast<std::size_t>(std::min<std::uint64_t>(m_remaining, input.size()));
                 body.append(input.substr(0, count));
                 input.remove_prefix(count);
                 m_remaining -= count;

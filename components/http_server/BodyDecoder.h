@@ -8,8 +8,8 @@
 
 namespace quorbel {
 
-/// Takes a request's body (RFC 9112, sections 6 and 7.1) out of the bytes that follow its head, of known length or
-/// chunked. Trailers are checked and dropped.
+/// Takes a request's body (RFC 9112, sections 6 and 7.1) out of the bytes that follow its head, of known
+/// length or chunked. Trailers are checked and dropped.
 class CBodyDecoder {
  public:
     enum class Progress { Incomplete, Complete, Refused };
@@ -33,8 +33,8 @@ class CBodyDecoder {
 
     Phase m_phase = Phase::Done;
     bool m_isChunked = false;
-    std::uint64_t m_remaining = 0;      // bytes of the body, or of the current chunk
-    std::size_t m_extensionBytes = 0;   // of all chunks
+    std::uint64_t m_remaining = 0;     // bytes of the body, or of the current chunk
+    std::size_t m_extensionBytes = 0;  // of all chunks
     std::size_t m_trailerBytes = 0;
     std::string m_line;
     std::uint16_t m_refusal = 0;

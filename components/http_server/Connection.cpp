@@ -39,7 +39,8 @@ CConnection::CConnection(CLoop& loop, Socket socket, std::shared_ptr<CPort> port
     m_isLocal = local.is_loopback();
     m_socket.non_blocking(true, ignored);
     m_socket.set_option(tcp::no_delay(true), ignored);
-    ::setsockopt(m_socket.native_handle(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, &kUnsentBytes, sizeof kUnsentBytes);
+    ::setsockopt(m_socket.native_handle(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, &kUnsentBytes,
+                 sizeof kUnsentBytes);
 }
 
 CConnection::~CConnection() = default;
@@ -74,9 +75,10 @@ void CConnection::Settle() {
 void CConnection::StartRead() {
     m_wantsRead = false;
     m_isReading = true;
-    m_socket.async_read_some(
-        boost::asio::buffer(m_buffer),
-        [self = shared_from_this()](const ErrorCondition& error, std::size_t count) { self->OnRead(error, count); });
+    m_socket.async_read_some(boost::asio::buffer(m_buffer),
+                             [self = shared_from_this()](const ErrorCondition& error, std::size_t count) {
+                                 self->OnRead(error, count);
+                             });
 }
 
 void CConnection::OnRead(const ErrorCondition& error, std::size_t count) {
@@ -136,8 +138,8 @@ CConnection::Sent CConnection::Flush(More more) {
 CConnection::Sent CConnection::SendWire(More more) {
     const int flags = MSG_NOSIGNAL | MSG_DONTWAIT | (more == More::Follows ? MSG_MORE : 0);
     while (m_wireSent < m_wire.size()) {
-        const ssize_t count = ::send(m_socket.native_handle(), m_wire.data() + m_wireSent,
-                                     m_wire.size() - m_wireSent, flags);
+        const ssize_t count =
+            ::send(m_socket.native_handle(), m_wire.data() + m_wireSent, m_wire.size() - m_wireSent, flags);
         if (count < 0 && errno == EINTR) continue;
         if (count < 0 && (errno == EAGAIN || errno == ENOBUFS)) {
             WaitUntilWritable();
@@ -169,8 +171,9 @@ CConnection::Sent CConnection::SendFile(int file, std::uint64_t& offset, std::ui
 void CConnection::WaitUntilWritable() {
     if (m_isWaitingWritable) return;
     m_isWaitingWritable = true;
-    m_socket.async_wait(Socket::wait_write,
-                        [self = shared_from_this()](const ErrorCondition& error) { self->OnWritable(error); });
+    m_socket.async_wait(Socket::wait_write, [self = shared_from_this()](const ErrorCondition& error) {
+        self->OnWritable(error);
+    });
 }
 
 void CConnection::OnWritable(const ErrorCondition& error) {

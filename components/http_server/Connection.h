@@ -15,8 +15,9 @@ namespace quorbel {
 
 class CConnection;
 
-/// What is spoken over a connection. Everything runs on the connection's loop. An operation that returns false has
-/// lost the loop to another thread (CLoop::Resume): its caller returns at once and touches nothing any more.
+/// What is spoken over a connection. Everything runs on the connection's loop. An operation that returns
+/// false has lost the loop to another thread (CLoop::Resume): its caller returns at once and touches nothing
+/// any more.
 class IProtocol {
  public:
     virtual ~IProtocol() = default;
@@ -29,8 +30,8 @@ class IProtocol {
     virtual void OnTick(std::chrono::nanoseconds now) = 0;
 };
 
-/// One client's connection: owns the socket and its TLS, and carries bytes for a protocol. Lives until it is closed
-/// and nothing is under way any more. Used on its loop.
+/// One client's connection: owns the socket and its TLS, and carries bytes for a protocol. Lives until it is
+/// closed and nothing is under way any more. Used on its loop.
 class CConnection final : public std::enable_shared_from_this<CConnection>, private CLoop::ITicking {
  public:
     using Socket = boost::asio::ip::tcp::socket;
@@ -74,8 +75,8 @@ class CConnection final : public std::enable_shared_from_this<CConnection>, priv
     std::string& Output() noexcept { return m_tls ? m_plain : m_wire; }
     enum class More { No, Follows };
     Sent Flush(More more = More::No);
-    /// Sends from a file, over a plain connection whose output has been flushed; moves `offset` on. May wait for
-    /// the disk. All: a part of it, or up to `end`. Failed also when the file ends before.
+    /// Sends from a file, over a plain connection whose output has been flushed; moves `offset` on. May wait
+    /// for the disk. All: a part of it, or up to `end`. Failed also when the file ends before.
     Sent SendFile(int file, std::uint64_t& offset, std::uint64_t end);
     /// After SendFile was blocked: OnWritable follows.
     void AwaitFile() {

@@ -25,8 +25,8 @@ void AppendQuery(std::string& target, std::string_view query) {
     constexpr std::string_view kMarks = "-._~!$&'()*+,;=:@/?%";
     for (char byte : query) {
         const auto value = static_cast<unsigned char>(byte);
-        const bool isAlphanumeric = (byte >= '0' && byte <= '9') || (byte >= 'a' && byte <= 'z') ||
-                                    (byte >= 'A' && byte <= 'Z');
+        const bool isAlphanumeric =
+            (byte >= '0' && byte <= '9') || (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
         if (isAlphanumeric || kMarks.find(byte) != std::string_view::npos) {
             target.push_back(byte);
         } else {

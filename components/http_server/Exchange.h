@@ -19,16 +19,16 @@ class IAnswerWaiter {
     virtual void OnLateAnswer() = 0;
 };
 
-/// One request on its way through the HTTP library, and the answer to it. Answered exactly once, by the library or
-/// by the request's end without a reply. Independent of the protocol that carries it.
+/// One request on its way through the HTTP library, and the answer to it. Answered exactly once, by the
+/// library or by the request's end without a reply. Independent of the protocol that carries it.
 class CExchange : public std::enable_shared_from_this<CExchange> {
  public:
     using Answer = std::optional<web::http::http_response>;  ///< none: the request was dropped
 
     explicit CExchange(std::shared_ptr<IAnswerWaiter> waiter) noexcept : m_waiter(std::move(waiter)) {}
 
-    /// The library's request of a head, without its body; throws web::uri_exception when the library knows no such
-    /// target. `path` is the head's.
+    /// The library's request of a head, without its body; throws web::uri_exception when the library knows no
+    /// such target. `path` is the head's.
     web::http::http_request MakeRequest(const CRequestHead& head, const CUrlPath& path,
                                         const std::string& peerAddress);
     /// The body is there.

@@ -13,7 +13,8 @@ bool IsDigit(char character) noexcept {
 }
 
 bool IsHexDigit(char character) noexcept {
-    return IsDigit(character) || (character >= 'a' && character <= 'f') || (character >= 'A' && character <= 'F');
+    return IsDigit(character) || (character >= 'a' && character <= 'f') ||
+           (character >= 'A' && character <= 'F');
 }
 
 bool IsNameCharacter(char character) noexcept {

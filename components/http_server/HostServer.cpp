@@ -49,10 +49,12 @@ Endpoints AddressesOf(const CHost& host, std::uint16_t port) {
 /// All of them, or those on all addresses alone where there are such: they take in the others.
 Endpoints AddressesOf(const CPort& port) {
     Endpoints all;
-    for (const auto& host : port.Hosts()) all.merge(AddressesOf(*host, static_cast<std::uint16_t>(port.Number())));
-    const bool takesAll =
-        std::any_of(all.begin(), all.end(), [](const auto& endpoint) { return endpoint.address().is_unspecified(); });
-    if (takesAll) std::erase_if(all, [](const auto& endpoint) { return !endpoint.address().is_unspecified(); });
+    for (const auto& host : port.Hosts())
+        all.merge(AddressesOf(*host, static_cast<std::uint16_t>(port.Number())));
+    const bool takesAll = std::any_of(
+        all.begin(), all.end(), [](const auto& endpoint) { return endpoint.address().is_unspecified(); });
+    if (takesAll)
+        std::erase_if(all, [](const auto& endpoint) { return !endpoint.address().is_unspecified(); });
     return all;
 }
 
@@ -64,7 +66,8 @@ bool IsWithoutFamily(const boost::system::error_code& error) {
 
 std::string TextOf(const tcp::endpoint& endpoint) {
     const std::string address = endpoint.address().to_string();
-    return (endpoint.address().is_v6() ? "[" + address + "]" : address) + ":" + std::to_string(endpoint.port());
+    return (endpoint.address().is_v6() ? "[" + address + "]" : address) + ":" +
+           std::to_string(endpoint.port());
 }
 
 }  // namespace
@@ -128,7 +131,8 @@ void CHostServer::Follow() {
             if (!opened.IsOk()) return false;
             key = std::move(opened).Value();
         }
-        if (key->Watch(WatchScope::Key, WatchFilter::Values, event.Value()) == ErrorCode::Success) return true;
+        if (key->Watch(WatchScope::Key, WatchFilter::Values, event.Value()) == ErrorCode::Success)
+            return true;
         key.reset();
         return false;
     };
@@ -237,9 +241,9 @@ void CHostServer::OpenSockets(COpenPort& open) {
     try {
         // IPv6 first: see CAcceptor::Covers.
         for (const Endpoint& endpoint : std::ranges::reverse_view(missing)) {
-            const bool isCovered = std::any_of(opened.begin(), opened.end(), [&endpoint](const auto& acceptor) {
-                return acceptor->Covers(endpoint);
-            });
+            const bool isCovered =
+                std::any_of(opened.begin(), opened.end(),
+                            [&endpoint](const auto& acceptor) { return acceptor->Covers(endpoint); });
             if (isCovered) continue;
             if (auto acceptor = OpenSocket(endpoint, open.port)) opened.push_back(std::move(acceptor));
         }
@@ -250,7 +254,8 @@ void CHostServer::OpenSockets(COpenPort& open) {
     } catch (...) {
         for (const auto& acceptor : opened) acceptor->CloseAndWait();
         for (const auto& acceptor : surplus) {
-            if (auto again = OpenSocket(acceptor->LocalEndpoint(), open.port)) kept.push_back(std::move(again));
+            if (auto again = OpenSocket(acceptor->LocalEndpoint(), open.port))
+                kept.push_back(std::move(again));
         }
         open.acceptors = std::move(kept);
         throw;

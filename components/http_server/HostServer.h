@@ -41,7 +41,8 @@ class CHostServer {
     };
 
     std::shared_ptr<CHost> MakeHost(CHost::Listener& listener, CPort::Scheme scheme, int port);
-    /// Listens on the addresses that the port's hosts need, and on no others; the state of before when that fails.
+    /// Listens on the addresses that the port's hosts need, and on no others; the state of before when that
+    /// fails.
     void OpenSockets(COpenPort& open);
     std::shared_ptr<CAcceptor> OpenSocket(const Endpoint& endpoint, std::shared_ptr<CPort> port);
     void Accept(CLoop& loop, CAcceptor::Socket socket, const std::shared_ptr<CPort>& port);

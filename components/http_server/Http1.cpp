@@ -192,7 +192,8 @@ std::shared_ptr<CHost> CHttp1::FindHost(const CRequestHead& head, std::uint16_t&
         m_lastGeneration = generation;
     }
     const bool isTls = port.GetScheme() == CPort::Scheme::Https;
-    const bool isOtherScheme = head.scheme == (isTls ? CRequestHead::Scheme::Http : CRequestHead::Scheme::Https);
+    const bool isOtherScheme =
+        head.scheme == (isTls ? CRequestHead::Scheme::Http : CRequestHead::Scheme::Https);
     if (!m_lastIsMisdirected && !isOtherScheme && m_lastHost) return m_lastHost;
     status = m_lastIsMisdirected || isOtherScheme ? kMisdirected : kNotFound;
     return nullptr;
@@ -221,19 +222,20 @@ bool CHttp1::Handle() {
     }
     Enter(State::Handling);
     return RunThatMayWait(
-        [this] {
-            try {
-                if (!m_host->Handle(*m_request)) m_exchange->SetAnswer(web::http::http_response(kNotFound));
-            } catch (...) {
-                // The request ends unanswered, which is a failure.
-            }
-            m_request.reset();
-            m_host.reset();
-        },
-        [this] {
-            if (m_exchange->HandlerReturned()) OnAnswer();
-            return Step::Done;
-        }) != Step::Lost;
+               [this] {
+                   try {
+                       if (!m_host->Handle(*m_request))
+                           m_exchange->SetAnswer(web::http::http_response(kNotFound));
+                   } catch (...) {
+                       // The request ends unanswered, which is a failure.
+                   }
+                   m_request.reset();
+                   m_host.reset();
+               },
+               [this] {
+                   if (m_exchange->HandlerReturned()) OnAnswer();
+                   return Step::Done;
+               }) != Step::Lost;
 }
 
 template <class Work, class Then>
@@ -289,8 +291,7 @@ void CHttp1::BeginReply(const CExchange::Answer& answer) {
     if (m_reply.GetFraming() == Framing::Close || m_connection.Port().IsClosed()) m_keepsAlive = false;
     head.keepsAlive = m_keepsAlive;
     head.isOldClient = m_isOldClient;
-    head.AppendTo(m_connection.Output(), isValid ? answer->headers() : none,
-                  m_connection.Loop().DateField());
+    head.AppendTo(m_connection.Output(), isValid ? answer->headers() : none, m_connection.Loop().DateField());
     m_hasPiece = m_isBlocked = false;
     m_windowStart = {};
     m_state = State::Sending;
@@ -330,9 +331,7 @@ CHttp1::Step CHttp1::SendFilePart() {
     m_sent = CConnection::Sent::Failed;
     m_offset = m_reply.Offset();
     return RunThatMayWait(
-        [this] {
-            m_sent = m_connection.SendFile(m_reply.File()->Descriptor(), m_offset, m_reply.End());
-        },
+        [this] { m_sent = m_connection.SendFile(m_reply.File()->Descriptor(), m_offset, m_reply.End()); },
         [this] {
             if (m_state == State::Closed) return Step::Waits;
             m_reply.Advance(m_offset - m_reply.Offset());

@@ -14,8 +14,8 @@
 
 namespace quorbel {
 
-/// HTTP/1.1 and HTTP/1.0 on a connection (RFC 9112): one request after the other, each complete before its handler
-/// runs, each reply sent before the next request is looked at.
+/// HTTP/1.1 and HTTP/1.0 on a connection (RFC 9112): one request after the other, each complete before its
+/// handler runs, each reply sent before the next request is looked at.
 class CHttp1 final : public IProtocol, private IAnswerWaiter {
  public:
     /// The connection owns the protocol.
@@ -116,8 +116,8 @@ class CHttp1 final : public IProtocol, private IAnswerWaiter {
 
     // The reply.
     CReplyBody m_reply;
-    bool m_hasPiece = false;   // of the body, ready to be sent
-    bool m_isBlocked = false;  // until the client has read
+    bool m_hasPiece = false;     // of the body, ready to be sent
+    bool m_isBlocked = false;    // until the client has read
     std::uint64_t m_offset = 0;  // of the part that is read or sent
     CConnection::Sent m_sent = CConnection::Sent::All;
     std::chrono::nanoseconds m_windowStart{};

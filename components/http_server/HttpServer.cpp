@@ -14,7 +14,8 @@ namespace {
 using web::http::experimental::details::http_server_api;
 using web::http::experimental::listener::details::http_listener_impl;
 
-/// Runs continuations where the task before them ended. (The library's own scheduler wakes a thread for each.)
+/// Runs continuations where the task before them ended. (The library's own scheduler wakes a thread for
+/// each.)
 class CInPlaceScheduler final : public pplx::scheduler_interface {
  public:
     void schedule(pplx::TaskProc_t work, void* argument) override { work(argument); }
@@ -51,8 +52,8 @@ class CLibraryServer final : public web::http::experimental::details::http_serve
     const pplx::task<void> m_sent = pplx::task_from_result();
 };
 
-/// The server, registered with the library. When its last listener closes, the library drops a registered server
-/// and goes back to its own: so one listener that serves nothing stays open as long as this lives.
+/// The server, registered with the library. When its last listener closes, the library drops a registered
+/// server and goes back to its own: so one listener that serves nothing stays open as long as this lives.
 class CHttpServer final : public IHttpServer {
  public:
     CHttpServer(CEnvironment environment, ErrorCode& error)

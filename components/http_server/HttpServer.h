@@ -9,14 +9,15 @@
 
 namespace quorbel {
 
-/// The HTTP engine under the HTTP library's listeners: while it lives, every listener that is opened is a host of
-/// this server, http or https. At most one exists at a time. Hosts of a port share its sockets and are told apart
-/// by the Host field, and for TLS by the server name as well (RFC 6066, section 3); "*" and "+" take what no other
-/// host does. An open fails, with a sentence that says why, when the address is in use, the name does not parse, the
-/// port serves the other scheme, the name is taken, or an https host has no certificate.
+/// The HTTP engine under the HTTP library's listeners: while it lives, every listener that is opened is a
+/// host of this server, http or https. At most one exists at a time. Hosts of a port share its sockets and
+/// are told apart by the Host field, and for TLS by the server name as well (RFC 6066, section 3); "*" and
+/// "+" take what no other host does. An open fails, with a sentence that says why, when the address is in
+/// use, the name does not parse, the port serves the other scheme, the name is taken, or an https host has no
+/// certificate.
 ///
-/// From its creation on, continuations of the library's tasks run in place: what takes long says so (Waiting.h) or
-/// runs on a scheduler of its own.
+/// From its creation on, continuations of the library's tasks run in place: what takes long says so
+/// (Waiting.h) or runs on a scheduler of its own.
 class IHttpServer {
  public:
     struct CEnvironment {
@@ -28,8 +29,8 @@ class IHttpServer {
     /// Starts the server; fails when threads or descriptors are lacking.
     static CResult<std::unique_ptr<IHttpServer>> Start(CEnvironment environment);
 
-    /// Has continuations run in place already now. Start does so too, but not after the library's first task was
-    /// made: it throws then.
+    /// Has continuations run in place already now. Start does so too, but not after the library's first task
+    /// was made: it throws then.
     static void RunContinuationsInPlace();
 
     /// Closes what is open: replies under way may end within a documented time.

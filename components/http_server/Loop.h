@@ -16,8 +16,8 @@
 
 namespace quorbel {
 
-/// One event loop: what it runs, runs one at a time. Work that may wait runs between MayWait and Resume: when it
-/// does wait, another thread takes the loop over, so that nothing else has to wait with it.
+/// One event loop: what it runs, runs one at a time. Work that may wait runs between MayWait and Resume: when
+/// it does wait, another thread takes the loop over, so that nothing else has to wait with it.
 class CLoop : private IWaitingObserver {
  public:
     /// Looks at the time now and then.
@@ -52,8 +52,8 @@ class CLoop : private IWaitingObserver {
 
     /// What the loop's thread does from here on may take long.
     void MayWait() noexcept;
-    /// The work is done. False when another thread has taken the loop over: the caller then touches nothing of
-    /// the loop any more, posts what is left to do, and returns.
+    /// The work is done. False when another thread has taken the loop over: the caller then touches nothing
+    /// of the loop any more, posts what is left to do, and returns.
     [[nodiscard]] bool Resume() noexcept;
 
     /// A number that is odd while work is under way that may wait, and another one for each such work.

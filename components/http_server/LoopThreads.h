@@ -14,8 +14,8 @@ namespace quorbel {
 
 class CLoop;
 
-/// The threads that run loops. A thread whose work waits leaves its loop to another one; those that have nothing to
-/// run stand by, and end after some seconds. Safe to use from any thread.
+/// The threads that run loops. A thread whose work waits leaves its loop to another one; those that have
+/// nothing to run stand by, and end after some seconds. Safe to use from any thread.
 class CLoopThreads {
  public:
     /// `most` threads may exist at a time.
@@ -25,8 +25,8 @@ class CLoopThreads {
     CLoopThreads(const CLoopThreads&) = delete;
     CLoopThreads& operator=(const CLoopThreads&) = delete;
 
-    /// Has a thread run the loop: one that stands by, else a new one, else the first that comes free. False when
-    /// there is no thread at all.
+    /// Has a thread run the loop: one that stands by, else a new one, else the first that comes free. False
+    /// when there is no thread at all.
     bool Run(CLoop& loop) noexcept;
     void SetMost(std::size_t most);
 

@@ -63,9 +63,9 @@ class CPort {
 
     /// How a connection reached the port.
     enum class Reached { FromHere, FromOutside };
-    /// The host of that canonical name, else the one that takes all names; none when there is neither. Hosts on
-    /// the loopback are not found from outside. An empty name means that none was given: the only host then
-    /// serves too.
+    /// The host of that canonical name, else the one that takes all names; none when there is neither. Hosts
+    /// on the loopback are not found from outside. An empty name means that none was given: the only host
+    /// then serves too.
     std::shared_ptr<CHost> Find(const std::string& name, Reached reached) const;
     /// The certificate to show to a client that asks for `serverName` (may be empty) at `localAddress`; some
     /// host's, so that a name that nobody serves can be answered. None when the port has no host any more.

@@ -24,9 +24,10 @@ struct CReplyHead {
     bool keepsAlive = true;
     bool isOldClient = false;  ///< who must be told that the connection stays
 
-    /// The status line and the fields, the empty line included. Of the handler's fields those are left out that the
-    /// connection decides.
-    void AppendTo(std::string& output, const web::http::http_headers& fields, std::string_view dateField) const;
+    /// The status line and the fields, the empty line included. Of the handler's fields those are left out
+    /// that the connection decides.
+    void AppendTo(std::string& output, const web::http::http_headers& fields,
+                  std::string_view dateField) const;
 };
 
 /// True when every field can be sent (RFC 9110, section 5): no name or value that would break the head.

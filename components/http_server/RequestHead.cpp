@@ -25,7 +25,8 @@ constexpr CharacterSet MakeTokenCharacters() {
     CharacterSet set{};
     for (int i = '0'; i <= '9'; ++i) set[i] = true;
     for (int i = 'a'; i <= 'z'; ++i) set[i] = set[i - 32] = true;
-    for (char character : std::string_view("!#$%&'*+-.^_`|~")) set[static_cast<unsigned char>(character)] = true;
+    for (char character : std::string_view("!#$%&'*+-.^_`|~"))
+        set[static_cast<unsigned char>(character)] = true;
     return set;
 }
 

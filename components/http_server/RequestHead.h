@@ -8,7 +8,8 @@
 
 namespace quorbel {
 
-/// A request's head (RFC 9112, sections 3 and 5), checked. The views are of the input that it was parsed from.
+/// A request's head (RFC 9112, sections 3 and 5), checked. The views are of the input that it was parsed
+/// from.
 struct CRequestHead {
     struct CField {
         std::string_view name;
@@ -23,21 +24,22 @@ struct CRequestHead {
 
     std::string_view method;
     Target target = Target::Path;
-    std::string_view path;       ///< begins with "/" unless the target is an asterisk or an authority
-    std::string_view query;      ///< without "?"
+    std::string_view path;         ///< begins with "/" unless the target is an asterisk or an authority
+    std::string_view query;        ///< without "?"
     Scheme scheme = Scheme::None;  ///< of an absolute-form target
-    std::string_view authority;  ///< host[:port] of the target, else of the Host field; empty for neither (HTTP/1.0)
-    int minorVersion = 1;        ///< of HTTP/1
+    std::string_view
+        authority;  ///< host[:port] of the target, else of the Host field; empty for neither (HTTP/1.0)
+    int minorVersion = 1;  ///< of HTTP/1
     std::vector<CField> fields;
 
     std::uint64_t contentLength = 0;
     bool isChunked = false;
-    bool keepsAlive = true;       ///< the client wants to go on with this connection
+    bool keepsAlive = true;  ///< the client wants to go on with this connection
     bool expectsContinue = false;
 };
 
-/// Parses the head of an HTTP/1 request that arrives piece by piece. It accepts exactly what RFC 9110 and RFC 9112
-/// allow to be sent, so that nobody on the way can understand a request otherwise than we do.
+/// Parses the head of an HTTP/1 request that arrives piece by piece. It accepts exactly what RFC 9110 and RFC
+/// 9112 allow to be sent, so that nobody on the way can understand a request otherwise than we do.
 class CRequestHeadParser {
  public:
     enum class Progress { Incomplete, Complete, Refused };
@@ -61,7 +63,7 @@ class CRequestHeadParser {
     Progress Scan(std::string_view input, const CHttpLimits& limits);
     std::uint16_t TooLong(std::size_t lineLength, const CHttpLimits& limits) const noexcept;
 
-    std::size_t m_scanned = 0;      // what lies before holds no unseen line end
+    std::size_t m_scanned = 0;  // what lies before holds no unseen line end
     std::size_t m_lineStart = 0;
     std::size_t m_requestLine = 0;  // where it begins
     std::size_t m_headerStart = 0;  // where the fields begin; 0 before the request line has ended

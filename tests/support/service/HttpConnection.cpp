@@ -128,6 +128,15 @@ std::optional<CHttpReply> CHttpConnection::Request(std::string_view method, std:
     return Receive();
 }
 
+CTakenPort::CTakenPort(const char* address) : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in bound = Address(address, 0);
+    socklen_t size = sizeof bound;
+    ::bind(m_socket.Get(), reinterpret_cast<const sockaddr*>(&bound), size);
+    ::listen(m_socket.Get(), 1);
+    ::getsockname(m_socket.Get(), reinterpret_cast<sockaddr*>(&bound), &size);
+    m_port = ntohs(bound.sin_port);
+}
+
 int FreePort() {
     const CFileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address = Address("127.0.0.1", 0);

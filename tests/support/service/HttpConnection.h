@@ -33,8 +33,8 @@ class CHttpConnection {
     /// The next reply; none when the connection ended before it was complete.
     std::optional<CHttpReply> Receive();
 
-    /// Sends a request with the address as its Host, Connection: keep-alive and further header lines, and receives the
-    /// reply.
+    /// Sends a request with the address as its Host, Connection: keep-alive and further header lines, and
+    /// receives the reply.
     std::optional<CHttpReply> Request(std::string_view method, std::string_view target,
                                       std::string_view headerLines = "", std::string_view body = "");
 
@@ -51,5 +51,16 @@ class CHttpConnection {
 
 /// A port on which nothing listens.
 int FreePort();
+
+/// A port on which another listens, as another program would.
+class CTakenPort {
+ public:
+    explicit CTakenPort(const char* address);
+    int Port() const noexcept { return m_port; }
+
+ private:
+    CFileDescriptor m_socket;
+    int m_port;
+};
 
 }  // namespace quorbel

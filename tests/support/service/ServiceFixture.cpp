@@ -37,9 +37,9 @@ CServiceFixture::~CServiceFixture() {
 
 void CServiceFixture::StartHttpServer() {
     m_httpServer.reset();
-    m_httpServer = IHttpServer::Start({m_localMachine, m_clock, [this](const std::wstring& sentence) {
-                                           m_httpReports.Add(sentence);
-                                       }}).Value();
+    m_httpServer = IHttpServer::Start({m_localMachine, m_clock,
+                                       [this](const std::wstring& sentence) { m_httpReports.Add(sentence); }})
+                       .Value();
 }
 
 std::wstring CServiceFixture::Folder(std::string_view name) {
