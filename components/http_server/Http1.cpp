@@ -66,9 +66,8 @@ bool CHttp1::OnInput(std::string_view bytes) {
     return Advance(m_input);
 }
 
-bool CHttp1::OnEnd() {
+void CHttp1::OnEnd() {
     CutOff();
-    return true;
 }
 
 bool CHttp1::OnWritable() {
