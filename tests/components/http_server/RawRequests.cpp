@@ -83,6 +83,7 @@ void AddRequestLines(CTable& table) {
                          Line("GET /\v HTTP/1.1"),
                          Line("GET / HTTP/1.1\r"),
                          "GET / HTTP/1.1\nHost: localhost\r\n\r\n",
+                         "GET / HTTP/1.1x\nHost: localhost\r\n\r\n",
                          "\n" + Line("GET / HTTP/1.1"),
                          "\r" + Line("GET / HTTP/1.1"),
                          "\r\n\r\n" + Line("GET / HTTP/1.1"),
