@@ -54,6 +54,13 @@ bool CHttpConnection::Fill() {
     return true;
 }
 
+std::optional<std::string> CHttpConnection::ReceiveBytes() {
+    std::array<char, 16384> buffer{};
+    const ssize_t count = ::recv(m_socket.Get(), buffer.data(), buffer.size(), 0);
+    if (count < 0) return std::nullopt;
+    return std::string(buffer.data(), static_cast<std::size_t>(count));
+}
+
 std::optional<std::string> CHttpConnection::TakeLine() {
     std::size_t end = 0;
     while ((end = m_received.find("\r\n")) == std::string::npos) {

@@ -30,6 +30,8 @@ class CHttpConnection {
     bool Send(std::string_view bytes);
     /// Waits until more of a reply has arrived; false at the end of the connection.
     bool WaitForBytes() { return Fill(); }
+    /// What has arrived, at least a byte; empty at the end of the connection, none when it was cut off.
+    std::optional<std::string> ReceiveBytes();
     /// The next reply; none when the connection ended before it was complete.
     std::optional<CHttpReply> Receive();
 
