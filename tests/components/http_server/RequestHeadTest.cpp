@@ -43,7 +43,7 @@ class CReader {
         const auto path = CUrlPath::Parse(hasPath ? head.path : "/");
         if (!std::holds_alternative<CUrlPath>(path)) return Refuse(400);
         const auto exchange = std::make_shared<CExchange>(nullptr);
-        const auto request = exchange->MakeRequest(head, std::get<CUrlPath>(path), "");
+        const auto request = exchange->MakeRequest(head, std::get<CUrlPath>(path).Encoded(), "");
         m_target = request.method() + " " + request.relative_uri().to_string() + " ";
         m_isFound = head.authority.empty() || CanonicalHost(head.authority) == "localhost";
         m_keepsAlive = head.keepsAlive;
