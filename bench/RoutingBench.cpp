@@ -36,7 +36,7 @@ class CFilledCache {
  public:
     explicit CFilledCache(std::int64_t paths) {
         const auto handler =
-            std::make_shared<CFileRequestHandler>(L"/site/page.GET.html", L"text/html", L"",
+            std::make_shared<CFileRequestHandler>(files, L"/site/page.GET.html", L"text/html", L"",
                                                   CacheClass::Development, CFileRequestHandler::kNoRangeCap);
         for (std::int64_t i = 0; i < paths; ++i) {
             Ignore(cache.Insert(AccessLevel::User, FromUtf8(Path(i)) + L".GET", handler, cache.Generation()));
@@ -84,7 +84,8 @@ BENCHMARK(RouteRequest);
 void CreateFileResponse(benchmark::State& state, const std::string& range) {
     const CScratchFolder folder;
     folder.Write("page.GET.html", std::string(1024, 'x'));
-    CFileRequestHandler handler(folder.Text("page.GET.html"), L"text/html", L"", CacheClass::Development,
+    CFileCache files;
+    CFileRequestHandler handler(files, folder.Text("page.GET.html"), L"text/html", L"", CacheClass::Development,
                                 CFileRequestHandler::kNoRangeCap);
     http_request request = BrowserRequest("/page");
     if (!range.empty()) request.headers().add("Range", range);

@@ -136,7 +136,7 @@ CDirectoryMappings::Handler CDirectoryMappings::Find(const web::http::http_reque
     if (!path.starts_with(name)) return nullptr;
     std::wstring full = folder + path.substr(name.size());
     const std::wstring extension = ExtensionOf(full);
-    const auto query = web::uri::split_query(request.relative_uri().query());
+    const auto query = web::uri::split_query(request.request_uri().query());
     if (const auto other = query.find("extension"); other != query.end()) {
         auto replaced = ReplaceExtension(std::move(full), FromUtf8(other->second));
         if (!replaced) return nullptr;
@@ -148,7 +148,7 @@ CDirectoryMappings::Handler CDirectoryMappings::Find(const web::http::http_reque
     if (opened.path.empty()) return nullptr;
     const std::wstring tag = opened.tagSource.empty() ? std::wstring() : EntityTag(opened.tagSource);
     if (HasCopy(request, tag)) return std::make_shared<CNotModifiedHandler>();
-    return std::make_shared<CFileRequestHandler>(opened.path, CMIMEMap::Instance().GetContentType(extension),
+    return std::make_shared<CFileRequestHandler>(m_files, opened.path, CMIMEMap::Instance().GetContentType(extension),
                                                  tag, opened.cacheClass, m_rangeCap);
 }
 

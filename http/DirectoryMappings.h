@@ -5,6 +5,7 @@
 
 #include "components/archive/ArchiveFileSystem.h"
 #include "http/RequestHandler.h"
+#include "platform/FileCache.h"
 
 namespace quorbel {
 
@@ -13,9 +14,11 @@ class CDirectoryMappings {
  public:
     using Handler = std::shared_ptr<CHTTPServer::CRequestHandler>;
 
-    /// The three are kept by reference: they live as long as the one request that this object is made for.
-    CDirectoryMappings(IArchiveFileSystem& archive, const TextMap& mappings, std::uint64_t rangeCap)
-        : m_archive(archive), m_mappings(mappings), m_rangeCap(rangeCap) {}
+    /// All are kept by reference: they live as long as the one request that this object is made for, the files as
+    /// long as the handlers that are found.
+    CDirectoryMappings(IArchiveFileSystem& archive, CFileCache& files, const TextMap& mappings,
+                       std::uint64_t rangeCap)
+        : m_archive(archive), m_files(files), m_mappings(mappings), m_rangeCap(rangeCap) {}
 
     /// The handler of the archive file that `path` names below a mapping: not-modified when the request's
     /// If-None-Match equals the file's entity tag, the file otherwise. None when no mapping matches or the
@@ -24,6 +27,7 @@ class CDirectoryMappings {
 
  private:
     IArchiveFileSystem& m_archive;
+    CFileCache& m_files;
     const TextMap& m_mappings;
     const std::uint64_t m_rangeCap;
 };

@@ -22,16 +22,15 @@ std::error_code ToErrorCode(ErrorCode code) {
 
 class CFileResponseHandler final : public CHTTPServer::CRequestHandler::CResponse {
  public:
-    CFileResponseHandler(const std::wstring& file, std::wstring contentType, const std::wstring& etag,
+    CFileResponseHandler(CFileCache& files, const std::wstring& file, std::wstring contentType, const std::wstring& etag,
                          CacheClass cacheClass, std::uint64_t rangeCap,
                          const web::http::http_headers& request)
         : CResponse(cacheClass), m_contentType(std::move(contentType)) {
-        auto opened = CFile::Open(file);
+        const auto opened = files.Open(file);
         if (!opened.IsOk()) {
             throw std::filesystem::filesystem_error("file_size", ToUtf8(file), ToErrorCode(opened.Error()));
         }
-        auto open = std::make_shared<const CFile>(std::move(opened).Value());
-        const std::uint64_t size = open->Stamp().size;
+        const std::uint64_t size = opened.Value()->Stamp().size;
         CByteRange range{CByteRange::Kind::Whole, 0, size};
         if (const auto field = request.find(web::http::header_names::range); field != request.end()) {
             range = CByteRange::Parse(FromUtf8(field->second), size, rangeCap);
@@ -51,7 +50,7 @@ class CFileResponseHandler final : public CHTTPServer::CRequestHandler::CRespons
         if (!etag.empty()) m_headers[L"ETag"] = etag;
         using Buffer = concurrency::streams::details::basic_file_range_buffer<std::uint8_t>;
         m_body = concurrency::streams::streambuf<std::uint8_t>(
-                     std::make_shared<Buffer>(std::move(open), range.first, range.length))
+                     std::make_shared<Buffer>(opened.Value(), range.first, range.length))
                      .create_istream();
     }
 
@@ -65,9 +64,10 @@ class CFileResponseHandler final : public CHTTPServer::CRequestHandler::CRespons
 
 }  // namespace
 
-CFileRequestHandler::CFileRequestHandler(std::wstring file, std::wstring contentType, std::wstring etag,
+CFileRequestHandler::CFileRequestHandler(CFileCache& files, std::wstring file, std::wstring contentType, std::wstring etag,
                                          CacheClass cacheClass, std::uint64_t rangeCap)
-    : m_file(std::move(file)),
+    : m_files(files),
+      m_file(std::move(file)),
       m_contentType(std::move(contentType)),
       m_etag(std::move(etag)),
       m_cacheClass(cacheClass),
@@ -75,7 +75,7 @@ CFileRequestHandler::CFileRequestHandler(std::wstring file, std::wstring content
 
 std::shared_ptr<CHTTPServer::CRequestHandler::CResponse> CFileRequestHandler::CreateResponse(
     const web::http::http_request& request, const UserIdentity&, const TextMap&) {
-    return std::make_shared<CFileResponseHandler>(m_file, m_contentType, m_etag, m_cacheClass, m_rangeCap,
+    return std::make_shared<CFileResponseHandler>(m_files, m_file, m_contentType, m_etag, m_cacheClass, m_rangeCap,
                                                   request.headers());
 }
 

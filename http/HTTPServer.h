@@ -13,6 +13,7 @@
 #include "config/HostConfiguration.h"
 #include "config/RegistryKey.h"
 #include "platform/Clock.h"
+#include "platform/FileCache.h"
 #include "platform/folders/FolderSearch.h"
 
 namespace quorbel {
@@ -72,6 +73,7 @@ class CHTTPServer : public CTraceLoggable {
     void TraceFailure(const std::wstring& text);
 
     const Environment m_environment;
+    CFileCache m_files;  // used by handlers, whose threads are many
     CComPtr<IArchiveFileSystem> m_archive;
     const CRegistryKey* m_hosts = nullptr;
     const CRegistryKey* m_applications = nullptr;

@@ -32,16 +32,6 @@ std::optional<std::wstring_view> StylesheetOwner(std::wstring_view key) {
     return key.substr(0, key.size() - kTail);
 }
 
-std::shared_ptr<CHTTPServer::CRequestHandler> CreateHandler(const std::wstring& folder,
-                                                            const std::wstring& file, CacheClass cacheClass) {
-    const std::size_t dot = file.rfind(L'.');
-    if (dot == std::wstring::npos) return nullptr;
-    const std::wstring kind = file.substr(dot + 1);
-    if (const auto* create = CRequestHandlerFactory::Find(kind)) return (*create)(folder, file);
-    return std::make_shared<CFileRequestHandler>(file, CMIMEMap::Instance().GetContentType(kind), L"",
-                                                 cacheClass, CFileRequestHandler::kNoRangeCap);
-}
-
 }  // namespace
 
 CHandlerFileSearch::Result CHandlerFileSearch::Find(const std::map<AccessLevel, std::wstring>& accessRoots,
@@ -71,12 +61,22 @@ CHandlerFileSearch::Result CHandlerFileSearch::Find(const std::map<AccessLevel, 
     return result;
 }
 
+CHandlerFileSearch::Handler CHandlerFileSearch::CreateHandler(const Candidate& candidate,
+                                                              const std::wstring& file) const {
+    const std::size_t dot = file.rfind(L'.');
+    if (dot == std::wstring::npos) return nullptr;
+    const std::wstring kind = file.substr(dot + 1);
+    if (const auto* create = CRequestHandlerFactory::Find(kind)) return (*create)(candidate.folder, file);
+    return std::make_shared<CFileRequestHandler>(m_files, file, CMIMEMap::Instance().GetContentType(kind), L"",
+                                                 candidate.cacheClass, CFileRequestHandler::kNoRangeCap);
+}
+
 CHandlerFileSearch::Handler CHandlerFileSearch::FindBelow(const Candidate& candidate, bool& mayBeKept) const {
     std::wstring pattern = candidate.folder + std::wstring(candidate.searched) + L"*";
     std::replace(pattern.begin(), pattern.end(), L'/', L'\\');
     const std::wstring folder = pattern.substr(0, pattern.rfind(L'\\') + 1);
     for (const std::wstring& name : Match(candidate, pattern, mayBeKept).names) {
-        if (auto handler = CreateHandler(candidate.folder, folder + name, candidate.cacheClass))
+        if (auto handler = CreateHandler(candidate, folder + name))
             return handler;
     }
     return nullptr;

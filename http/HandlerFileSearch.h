@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "http/RequestHandler.h"
+#include "platform/FileCache.h"
 #include "platform/folders/FolderSearch.h"
 
 namespace quorbel {
@@ -21,8 +22,9 @@ class CHandlerFileSearch {
         bool mayBeKept = true;  ///< false when a change could pass unnoticed
     };
 
-    CHandlerFileSearch(IFolderSearch& folders, std::shared_ptr<IFolderFollower> follower)
-        : m_folders(folders), m_follower(std::move(follower)) {}
+    /// Both outlive the handlers that are found.
+    CHandlerFileSearch(IFolderSearch& folders, CFileCache& files, std::shared_ptr<IFolderFollower> follower)
+        : m_folders(folders), m_files(files), m_follower(std::move(follower)) {}
 
     /// Tries the access roots of `level` and below, downwards, then the web applications likewise. `key` is
     /// the path, "." and the method.
@@ -36,10 +38,12 @@ class CHandlerFileSearch {
         std::wstring_view searched;  ///< the part of the key that names a file below the folder
         CacheClass cacheClass;
     };
+    Handler CreateHandler(const Candidate& candidate, const std::wstring& file) const;
     Handler FindBelow(const Candidate& candidate, bool& mayBeKept) const;
     CFolderMatches Match(const Candidate& candidate, const std::wstring& pattern, bool& mayBeKept) const;
 
     IFolderSearch& m_folders;
+    CFileCache& m_files;
     const std::shared_ptr<IFolderFollower> m_follower;
 };
 

@@ -199,7 +199,7 @@ void CHTTPServer::CListener::Enter(const Request& request, EntryTrace trace, Ent
         if (trace == EntryTrace::Written) {
             m_environment.trace.Trace(m_service, trace::kRequest, {Describe(request)});
         }
-        const auto path = CUrlPath::Parse(request.relative_uri().path());
+        const auto path = CUrlPath::Parse(request.request_uri().path());
         if (const auto* refusal = std::get_if<CUrlPath::Refusal>(&path)) {
             const bool isTooLong = *refusal == CUrlPath::Refusal::TooLong;
             m_reply.SendWithoutBody(request,

@@ -14,7 +14,7 @@ CHTTPServer::CListener::FindRequestHandler(const Request& request, const CUrlPat
     if (m_authenticator) caller = m_authenticator->Identify(request);
     if (caller.level != AccessLevel::Anon && request.method() == web::http::methods::GET) {
         const CListenerConfiguration& configuration = *routing.configuration;
-        const CDirectoryMappings mappings(*m_archive.Get(), configuration.directoryMappings,
+        const CDirectoryMappings mappings(*m_archive.Get(), m_service.m_files, configuration.directoryMappings,
                                           configuration.rangeCap);
         if (auto handler = mappings.Find(request, path.Text())) return {caller.user, std::move(handler)};
     }
@@ -30,7 +30,7 @@ std::shared_ptr<CHTTPServer::CRequestHandler> CHTTPServer::CListener::FindCached
     if (const auto location = m_locations.find(path); location != m_locations.end()) {
         found.handler = location->second->CreateRequestHandler(request);
     } else if (path.starts_with(L'/')) {  // the asterisk form names no file
-        const CHandlerFileSearch search(m_environment.folders, m_follower);
+        const CHandlerFileSearch search(m_environment.folders, m_service.m_files, m_follower);
         found = search.Find(m_accessRoots, routing.configuration->webApplications, level, path, key);
         if (!found.handler && level != AccessLevel::Anon) ReportNotFound(path);
     }

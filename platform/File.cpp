@@ -38,24 +38,53 @@ CResult<CFileStamp> StampOfLocal(const std::string& path) {
     return ToStamp(status);
 }
 
+CResult<CFileStamp> StampOfOpen(const CFileDescriptor& file) {
+    struct stat status {};
+    if (::fstat(file.Get(), &status) != 0) return ErrorFromErrno(errno);
+    return ToStamp(status);
+}
+
 }  // namespace
 
 CResult<CFile> CFile::Open(std::wstring_view path) {
-    const auto local = ToLocalPath(path);
+    auto local = ToLocalPath(path);
     if (!local.IsOk()) return local.Error();
     // Opening a device may have effects, so its kind is looked at first; what is opened in the end is looked
     // at again, since the name may have changed hands.
     if (const auto before = StampOfLocal(local.Value()); !before.IsOk()) return before.Error();
     CFileDescriptor descriptor(::open(local.Value().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!descriptor.IsOpen()) return ErrorFromErrno(errno);
-    struct stat status {};
-    if (::fstat(descriptor.Get(), &status) != 0) return ErrorFromErrno(errno);
-    const auto stamp = ToStamp(status);
+    const auto stamp = StampOfOpen(descriptor);
     if (!stamp.IsOk()) return stamp.Error();
-    return CFile(std::move(descriptor), stamp.Value());
+    return CFile(std::move(local).Value(), std::move(descriptor), stamp.Value());
+}
+
+CResult<CFileStamp> CFile::StampNow() const {
+    return StampOfLocal(m_localPath);
+}
+
+ErrorCode CFile::LoadContent() {
+    std::string content(static_cast<std::size_t>(m_stamp.size), '\0');
+    for (std::size_t filled = 0; filled < content.size();) {
+        const auto count = Read(filled, {reinterpret_cast<std::uint8_t*>(content.data()) + filled,
+                                         content.size() - filled});
+        if (!count.IsOk()) return count.Error();
+        if (count.Value() == 0) return ErrorCode::Busy;
+        filled += count.Value();
+    }
+    const auto stamp = StampOfOpen(m_descriptor);
+    if (!stamp.IsOk() || stamp.Value() != m_stamp) return ErrorCode::Busy;
+    m_content = std::move(content);
+    m_descriptor = CFileDescriptor();
+    return ErrorCode::Success;
 }
 
 CResult<std::size_t> CFile::Read(std::uint64_t offset, std::span<std::uint8_t> buffer) const {
+    if (m_content) {
+        if (offset >= m_content->size()) return std::size_t{0};
+        return m_content->copy(reinterpret_cast<char*>(buffer.data()), buffer.size(),
+                               static_cast<std::size_t>(offset));
+    }
     for (;;) {
         const ssize_t count =
             ::pread(m_descriptor.Get(), buffer.data(), buffer.size(), static_cast<off_t>(offset));

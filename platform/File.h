@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "platform/Error.h"
@@ -27,15 +29,24 @@ class CFile {
     static CResult<CFile> Open(std::wstring_view path);
 
     const CFileStamp& Stamp() const noexcept { return m_stamp; }
+    /// The stamp of what the file's name names now.
+    CResult<CFileStamp> StampNow() const;
     /// Reads up to the buffer's size at an offset; 0 at the end of the file. Safe to use from any thread.
     CResult<std::size_t> Read(std::uint64_t offset, std::span<std::uint8_t> buffer) const;
+    /// -1 once the content was loaded.
     int Descriptor() const noexcept { return m_descriptor.Get(); }
 
+    /// Reads the whole content into memory, from where it is served from now on, and closes the file. Busy when it
+    /// changes meanwhile; nothing has happened after a failure.
+    ErrorCode LoadContent();
+
  private:
-    CFile(CFileDescriptor descriptor, const CFileStamp& stamp) noexcept
-        : m_descriptor(std::move(descriptor)), m_stamp(stamp) {}
+    CFile(std::string localPath, CFileDescriptor descriptor, const CFileStamp& stamp) noexcept
+        : m_localPath(std::move(localPath)), m_descriptor(std::move(descriptor)), m_stamp(stamp) {}
+    std::string m_localPath;
     CFileDescriptor m_descriptor;
     CFileStamp m_stamp;
+    std::optional<std::string> m_content;
 };
 
 /// The stamp of a regular file, without opening it; FileNotFound for anything else.

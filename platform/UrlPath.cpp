@@ -67,8 +67,20 @@ std::optional<std::string> PercentDecode(std::string_view encoded) {
     return bytes;
 }
 
+bool CUrlPath::IsPlain(std::string_view encoded) noexcept {
+    if (encoded.empty() || encoded.front() != '/') return false;
+    char previous = '\0';
+    for (char byte : encoded) {
+        if (!IsUnreserved(byte) && byte != '/') return false;
+        if (previous == '/' && (byte == '.' || byte == '/')) return false;
+        previous = byte;
+    }
+    return true;
+}
+
 std::variant<CUrlPath, CUrlPath::Refusal> CUrlPath::Parse(std::string_view encoded) {
     if (encoded.size() > kMaximumLength) return Refusal::TooLong;
+    if (IsPlain(encoded)) return CUrlPath(std::wstring(encoded.begin(), encoded.end()));
     if (encoded.empty()) return CUrlPath(L"/");
     if (encoded == "*") return CUrlPath(L"*");
     const auto bytes = PercentDecode(encoded);

@@ -55,7 +55,7 @@ void CConnection::Start(std::unique_ptr<IProtocol> protocol, const CTlsServer* t
             return m_port->ChooseCertificate(std::string(serverName), m_localAddress, ReachedFrom());
         });
     }
-    m_loop->AddTicking(*this);
+    m_loop->AddTicking(std::shared_ptr<ITicking>(shared_from_this(), this));
     Read();
     Settle();
 }
@@ -77,7 +77,12 @@ void CConnection::OnLoopEnd() {
 }
 
 void CConnection::Settle() {
-    if (m_wantsRead && !m_isReading && IsOpen()) StartRead();
+    if (!m_wantsRead || m_isReading || !IsOpen()) return;
+    if (m_hasEnded) {
+        m_protocol->OnEnd();
+    } else {
+        StartRead();
+    }
 }
 
 void CConnection::StartRead() {
@@ -93,7 +98,7 @@ void CConnection::OnRead(const ErrorCondition& error, std::size_t count) {
     m_isReading = false;
     if (!IsOpen()) return;
     if (error) {
-        if (!m_protocol->OnEnd()) return;
+        m_hasEnded = m_wantsRead = true;
     } else {
         if (!Deliver({m_buffer.data(), count})) return;
         if (count == m_buffer.size() && !ReadOn()) return;
@@ -107,7 +112,10 @@ bool CConnection::ReadOn() {
         const ssize_t count = ::recv(m_socket.native_handle(), large.data(), large.size(), MSG_DONTWAIT);
         if (count < 0) return true;  // the next read says what is wrong, if anything is
         m_wantsRead = false;
-        if (count == 0) return m_protocol->OnEnd();
+        if (count == 0) {
+            m_hasEnded = m_wantsRead = true;
+            return true;
+        }
         if (!Deliver({large.data(), static_cast<std::size_t>(count)})) return false;
         if (static_cast<std::size_t>(count) < large.size()) return true;
     }
@@ -121,16 +129,11 @@ bool CConnection::Deliver(std::string_view bytes) {
 bool CConnection::DeliverTls(std::string_view bytes) {
     std::string plain;
     const CTlsChannel::Status status = m_tls->Receive(bytes, plain, m_wire);
-    if (!m_wire.empty() && SendWire(More::No) == Sent::Failed) return m_protocol->OnEnd();
-    if (!plain.empty()) {
-        if (!m_protocol->OnInput(plain)) return false;
-    } else if (status == CTlsChannel::Status::Open) {
-        Read();
-    }
-    if (status == CTlsChannel::Status::Open || !IsOpen()) return true;
-    // Who has said all it has to say may still wait for the answer.
-    const bool isAnswered = m_wantsRead || status == CTlsChannel::Status::Failed;
-    return !isAnswered || m_protocol->OnEnd();
+    m_hasEnded = status != CTlsChannel::Status::Open;
+    if (!m_wire.empty() && SendWire(More::No) == Sent::Failed) m_hasEnded = true;
+    if (!plain.empty()) return m_protocol->OnInput(plain);
+    Read();
+    return true;
 }
 
 CConnection::Sent CConnection::Flush(More more) {
@@ -191,7 +194,7 @@ void CConnection::OnWritable(const ErrorCondition& error) {
     switch (SendWire(More::No)) {
         case Sent::Blocked: m_isProtocolBlocked = isBlocked; return;
         case Sent::Failed:
-            if (m_protocol->OnEnd()) Settle();
+            m_protocol->OnEnd();
             return;
         case Sent::All: break;
     }

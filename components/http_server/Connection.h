@@ -23,8 +23,8 @@ class IProtocol {
     virtual ~IProtocol() = default;
     /// Bytes have come, after CConnection::Read asked for them.
     [[nodiscard]] virtual bool OnInput(std::string_view bytes) = 0;
-    /// The client will send nothing more, or the connection is lost.
-    [[nodiscard]] virtual bool OnEnd() = 0;
+    /// Nothing more will come of what was asked for.
+    virtual void OnEnd() = 0;
     /// What could not be sent at once can be sent now.
     [[nodiscard]] virtual bool OnWritable() = 0;
     virtual void OnTick(std::chrono::nanoseconds now) = 0;
@@ -130,6 +130,7 @@ class CConnection final : public std::enable_shared_from_this<CConnection>, priv
     std::size_t m_wireSent = 0;
     std::uint64_t m_sentTotal = 0;
     bool m_wantsRead = false;
+    bool m_hasEnded = false;  // nothing more will come
     bool m_isReading = false;
     bool m_isWaitingWritable = false;
     bool m_isProtocolBlocked = false;

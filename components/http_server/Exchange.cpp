@@ -35,8 +35,8 @@ void AppendQuery(std::string& target, std::string_view query) {
     }
 }
 
-std::string CanonicalTarget(const CUrlPath& path, std::string_view query) {
-    std::string target = path.Encoded();
+std::string CanonicalTarget(std::string_view path, std::string_view query) {
+    std::string target(path);
     // The library takes what follows two slashes for a host.
     if (target.starts_with("//")) target.replace(1, 1, "%2F");
     if (!query.empty()) AppendQuery(target.append("?"), query);
@@ -51,7 +51,7 @@ void AddField(web::http::http_headers& headers, const CRequestHead::CField& fiel
 
 }  // namespace
 
-web::http::http_request CExchange::MakeRequest(const CRequestHead& head, const CUrlPath& path,
+web::http::http_request CExchange::MakeRequest(const CRequestHead& head, std::string_view path,
                                                const std::string& peerAddress) {
     auto request =
         web::http::http_request::_create_request(std::make_unique<CServerContext>(shared_from_this()));
@@ -67,7 +67,10 @@ web::http::http_request CExchange::MakeRequest(const CRequestHead& head, const C
 void CExchange::Complete(web::http::http_request& request, std::string body) {
     auto& message = *request._get_impl();
     const std::size_t size = body.size();
-    message.set_instream(concurrency::streams::bytestream::open_istream(std::move(body)));
+    // A stream costs as much as all the rest of a request, and nobody reads the body that a GET does not have.
+    if (size != 0 || request.method() != web::http::methods::GET) {
+        message.set_instream(concurrency::streams::bytestream::open_istream(std::move(body)));
+    }
     message._complete(size);
 }
 

@@ -7,7 +7,6 @@
 #include <string>
 
 #include "components/http_server/RequestHead.h"
-#include "platform/UrlPath.h"
 
 namespace quorbel {
 
@@ -28,10 +27,10 @@ class CExchange : public std::enable_shared_from_this<CExchange> {
     explicit CExchange(std::shared_ptr<IAnswerWaiter> waiter) noexcept : m_waiter(std::move(waiter)) {}
 
     /// The library's request of a head, without its body; throws web::uri_exception when the library knows no
-    /// such target. `path` is the head's.
-    web::http::http_request MakeRequest(const CRequestHead& head, const CUrlPath& path,
+    /// such target. `path` is the head's, in canonical form.
+    web::http::http_request MakeRequest(const CRequestHead& head, std::string_view path,
                                         const std::string& peerAddress);
-    /// The body is there.
+    /// The body is there. A GET without one has no stream for it either.
     static void Complete(web::http::http_request& request, std::string body);
     /// Answers the request to which `response` belongs.
     static void Respond(web::http::http_response response);

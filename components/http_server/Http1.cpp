@@ -1,6 +1,7 @@
 #include "components/http_server/Http1.h"
 
 #include "components/http_server/HostName.h"
+#include "platform/UrlPath.h"
 
 namespace quorbel {
 
@@ -66,9 +67,8 @@ bool CHttp1::OnInput(std::string_view bytes) {
     return Advance(m_input);
 }
 
-bool CHttp1::OnEnd() {
+void CHttp1::OnEnd() {
     CutOff();
-    return true;
 }
 
 bool CHttp1::OnWritable() {
@@ -160,10 +160,14 @@ bool CHttp1::ReadBody(std::string_view& input) {
 
 std::uint16_t CHttp1::BeginRequest(const CRequestHead& head) {
     // The authority form names no path.
-    const bool hasPath = head.target != CRequestHead::Target::Authority;
-    const auto path = CUrlPath::Parse(hasPath ? head.path : std::string_view("/"));
-    if (const auto* refusal = std::get_if<CUrlPath::Refusal>(&path)) {
-        return *refusal == CUrlPath::Refusal::TooLong ? kUriTooLong : kBadRequest;
+    std::string_view path = head.target == CRequestHead::Target::Authority ? "/" : head.path;
+    std::string canonical;
+    if (!CUrlPath::IsPlain(path)) {
+        const auto parsed = CUrlPath::Parse(path);
+        if (const auto* refusal = std::get_if<CUrlPath::Refusal>(&parsed)) {
+            return *refusal == CUrlPath::Refusal::TooLong ? kUriTooLong : kBadRequest;
+        }
+        path = canonical = std::get<CUrlPath>(parsed).Encoded();
     }
     m_isOldClient = head.minorVersion == 0;
     m_isHeadRequest = head.method == "HEAD";
@@ -172,7 +176,7 @@ std::uint16_t CHttp1::BeginRequest(const CRequestHead& head) {
     const auto self = std::static_pointer_cast<CConnection>(m_connection.shared_from_this());
     m_exchange = std::make_shared<CExchange>(std::shared_ptr<IAnswerWaiter>(self, this));
     try {
-        m_request = m_exchange->MakeRequest(head, std::get<CUrlPath>(path), m_connection.PeerAddress());
+        m_request = m_exchange->MakeRequest(head, path, m_connection.PeerAddress());
     } catch (const std::exception&) {
         return kBadRequest;
     }

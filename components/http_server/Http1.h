@@ -23,7 +23,7 @@ class CHttp1 final : public IProtocol, private IAnswerWaiter {
     ~CHttp1() override;
 
     bool OnInput(std::string_view bytes) override;
-    bool OnEnd() override;
+    void OnEnd() override;
     bool OnWritable() override;
     void OnTick(std::chrono::nanoseconds now) override;
     void OnStop() override;

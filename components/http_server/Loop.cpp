@@ -59,15 +59,15 @@ void CLoop::OnAboutToWait() noexcept {
     if (!t_isReplaced) HandOver(t_work);
 }
 
-void CLoop::AddTicking(ITicking& ticking) {
-    ticking.m_place = m_ticking.size();
-    m_ticking.push_back(&ticking);
+void CLoop::AddTicking(std::shared_ptr<ITicking> ticking) {
+    ticking->m_place = m_ticking.size();
+    m_ticking.push_back(std::move(ticking));
     if (!m_isTimerRunning) StartTimer();
 }
 
 void CLoop::RemoveTicking(ITicking& ticking) noexcept {
     m_ticking.back()->m_place = ticking.m_place;
-    m_ticking[ticking.m_place] = m_ticking.back();
+    std::swap(m_ticking[ticking.m_place], m_ticking.back());
     m_ticking.pop_back();
 }
 

@@ -70,8 +70,8 @@ class CLoop : public std::enable_shared_from_this<CLoop>, private IWaitingObserv
     /// Lets another thread go on if `work` is under way still. From any thread.
     void HandOver(std::uint64_t work) noexcept;
 
-    /// Calls OnTick about every kTick until it is removed; both on the loop.
-    void AddTicking(ITicking& ticking);
+    /// Holds the object and calls its OnTick about every kTick until it is removed; both on the loop.
+    void AddTicking(std::shared_ptr<ITicking> ticking);
     void RemoveTicking(ITicking& ticking) noexcept;
     /// Calls OnTick once, soon. From any thread.
     void TickNow();
@@ -95,7 +95,7 @@ class CLoop : public std::enable_shared_from_this<CLoop>, private IWaitingObserv
 
     // Used on the loop only.
     boost::asio::steady_timer m_timer{m_context};
-    std::vector<ITicking*> m_ticking;
+    std::vector<std::shared_ptr<ITicking>> m_ticking;
     bool m_isTimerRunning = false;
     std::int64_t m_dateSecond = -1;
     std::string m_date;

@@ -20,6 +20,7 @@ CReplyBody::CReplyBody(const web::http::http_response& response, bool canChunk)
     m_length = m_remaining = length.value_or(range->Length());
     m_offset = range->Offset();
     m_file = range->File();
+    m_stream = {};
 }
 
 CReplyBody& CReplyBody::operator=(CReplyBody&& other) noexcept {

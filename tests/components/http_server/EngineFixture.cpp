@@ -69,6 +69,11 @@ CEngineFixture::Handler CEngineFixture::Says(const std::string& text) {
     });
 }
 
+std::string CEngineFixture::BodyOf(web::http::http_request request) {
+    // A GET without a body has no stream.
+    return request.body().is_valid() ? request.extract_string(true).get() : "";
+}
+
 CEngineFixture::Handler CEngineFixture::Replies(std::function<Response()> make) {
     return [make = std::move(make)](const web::http::http_request& request) { request.reply(make()); };
 }

@@ -45,6 +45,8 @@ class CEngineFixture : public ::testing::Test {
 
     /// A handler that answers 200 with that text.
     static Handler Says(const std::string& text);
+    /// The body of a request, which has come whole.
+    static std::string BodyOf(web::http::http_request request);
     /// One that hands out what `make` makes.
     static Handler Replies(std::function<Response()> make);
     /// "GET target HTTP/1.1" with a Host field, and further lines.

@@ -380,7 +380,7 @@ TEST_F(HandlersTest, ABodyIsCompleteBeforeItsHandlerRuns) {
 }
 
 TEST_F(HandlersTest, AClientThatAwaitsItIsToldToGoOn) {
-    Serve([](http_request request) { request.reply(200, request.extract_string(true).get()); });
+    Serve([](http_request request) { request.reply(200, BodyOf(request)); });
     CHttpConnection connection(m_port);
     const std::string head =
         "POST / HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 3\r\nExpect: 100-continue\r\n\r\n";

@@ -17,8 +17,7 @@ class LimitsTest : public CEngineFixture {
     static constexpr const char* kPost = "POST / HTTP/1.1\r\nHost: 127.0.0.1\r\n";
 
     void Serve() {
-        Open(kHost, m_port,
-             [](web::http::http_request request) { request.reply(200, request.extract_string(true).get()); });
+        Open(kHost, m_port, [](web::http::http_request request) { request.reply(200, BodyOf(request)); });
     }
     void ServeWithin(std::initializer_list<std::pair<const wchar_t*, std::uint32_t>> limits) {
         for (const auto& [name, number] : limits) SetLimit(name, number);

@@ -24,7 +24,7 @@ class TimeoutsTest : public CEngineFixture {
                 response.headers().remove("Content-Length");
                 request.reply(response);
             } else {
-                request.reply(200, std::to_string(request.extract_string(true).get().size()));
+                request.reply(200, std::to_string(BodyOf(request).size()));
             }
         });
     }

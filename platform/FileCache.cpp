@@ -1,0 +1,61 @@
+#include "platform/FileCache.h"
+
+#include <chrono>
+
+namespace quorbel {
+
+namespace {
+
+/// File systems count time in ticks: a file that changed just now may change again without another stamp.
+constexpr std::chrono::seconds kSettled{2};
+
+bool HasSettled(const CFileStamp& stamp) {
+    const std::chrono::nanoseconds now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::nanoseconds(std::max(stamp.modified, stamp.changed)) < now - kSettled;
+}
+
+}  // namespace
+
+CResult<std::shared_ptr<const CFile>> CFileCache::Open(const std::wstring& path) {
+    if (auto kept = Find(path)) {
+        const auto stamp = kept->StampNow();
+        if (stamp.IsOk() && stamp.Value() == kept->Stamp()) return kept;
+        Drop(path);
+    }
+    auto opened = CFile::Open(path);
+    if (!opened.IsOk()) return opened.Error();
+    CFile& file = opened.Value();
+    const bool isKept =
+        file.Stamp().size <= kLargestKept && HasSettled(file.Stamp()) && file.LoadContent() == ErrorCode::Success;
+    auto shared = std::make_shared<const CFile>(std::move(file));
+    if (isKept) Keep(path, shared);
+    return std::shared_ptr<const CFile>(std::move(shared));
+}
+
+std::shared_ptr<const CFile> CFileCache::Find(const std::wstring& path) const {
+    const std::lock_guard lock(m_lock);
+    const auto found = m_kept.find(path);
+    return found == m_kept.end() ? nullptr : found->second.file;
+}
+
+void CFileCache::Keep(const std::wstring& path, std::shared_ptr<const CFile> file) {
+    const std::lock_guard lock(m_lock);
+    if (const auto found = m_kept.find(path); found != m_kept.end()) DropLocked(found);
+    m_bytes += static_cast<std::size_t>(file->Stamp().size) + path.size() * sizeof(wchar_t);
+    m_byAge.push_back(path);
+    m_kept.emplace(path, CKept{std::move(file), std::prev(m_byAge.end())});
+    while (m_bytes > kMostBytes) DropLocked(m_kept.find(m_byAge.front()));
+}
+
+void CFileCache::Drop(const std::wstring& path) {
+    const std::lock_guard lock(m_lock);
+    if (const auto found = m_kept.find(path); found != m_kept.end()) DropLocked(found);
+}
+
+void CFileCache::DropLocked(std::unordered_map<std::wstring, CKept>::iterator kept) {
+    m_bytes -= static_cast<std::size_t>(kept->second.file->Stamp().size) + kept->first.size() * sizeof(wchar_t);
+    m_byAge.erase(kept->second.age);
+    m_kept.erase(kept);
+}
+
+}  // namespace quorbel
