@@ -95,7 +95,7 @@ void CAcceptor::Accept() {
             return self->Pause();
         }
         if (!error) {
-            self->m_onAccept(loop, std::move(socket));
+            self->Take(loop, std::move(socket));
             self->AcceptWaiting();
         }
         self->Accept();
@@ -109,8 +109,13 @@ void CAcceptor::AcceptWaiting() {
         Socket socket(loop.Context());
         m_acceptor.accept(socket, error);
         if (error) return;
-        m_onAccept(loop, std::move(socket));
+        Take(loop, std::move(socket));
     }
+}
+
+void CAcceptor::Take(CLoop& loop, Socket socket) {
+    ++m_accepted;
+    m_onAccept(loop, std::move(socket));
 }
 
 void CAcceptor::Pause() {

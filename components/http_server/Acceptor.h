@@ -15,7 +15,7 @@ class CAcceptor : public std::enable_shared_from_this<CAcceptor> {
  public:
     using Endpoint = boost::asio::ip::tcp::endpoint;
     using Socket = boost::asio::ip::tcp::socket;
-    using Loops = std::vector<std::unique_ptr<CLoop>>;
+    using Loops = std::vector<std::shared_ptr<CLoop>>;
     /// Called on the acceptor's loop for each new connection, whose socket belongs to `loop`.
     using OnAccept = std::function<void(CLoop& loop, Socket socket)>;
 
@@ -32,7 +32,9 @@ class CAcceptor : public std::enable_shared_from_this<CAcceptor> {
     CAcceptor(const Endpoint& endpoint, const Loops& loops, OnAccept onAccept);
 
  private:
-    CLoop& NextLoop() noexcept { return *m_loops[m_next++ % m_loops.size()]; }
+    /// The loop of the next connection.
+    CLoop& NextLoop() noexcept { return *m_loops[m_accepted % m_loops.size()]; }
+    void Take(CLoop& loop, Socket socket);
     void Listen();
     void Accept();
     /// Accepts all that is waiting.
@@ -43,7 +45,7 @@ class CAcceptor : public std::enable_shared_from_this<CAcceptor> {
     const Loops& m_loops;
     CLoop& m_loop;
     const OnAccept m_onAccept;
-    std::size_t m_next = 0;
+    std::size_t m_accepted = 0;
     bool m_takesIpv4 = false;  // an IPv6 socket that takes IPv4 as well
     boost::asio::ip::tcp::acceptor m_acceptor;
     boost::asio::steady_timer m_pause;

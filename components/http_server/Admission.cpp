@@ -5,6 +5,9 @@ namespace quorbel {
 namespace {
 
 std::string KeyOf(const boost::asio::ip::address& address) {
+    if (address.is_v6() && address.to_v6().is_v4_mapped()) {
+        return KeyOf(boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6()));
+    }
     if (address.is_loopback()) return {};
     if (address.is_v4()) return address.to_string();
     const auto bytes = address.to_v6().to_bytes();

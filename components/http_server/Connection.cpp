@@ -30,7 +30,10 @@ tcp::endpoint Unmapped(const tcp::endpoint& endpoint) {
 }  // namespace
 
 CConnection::CConnection(CLoop& loop, Socket socket, std::shared_ptr<CPort> port, CAdmission admission)
-    : m_loop(loop), m_port(std::move(port)), m_admission(std::move(admission)), m_socket(std::move(socket)) {
+    : m_loop(loop.shared_from_this()),
+      m_port(std::move(port)),
+      m_admission(std::move(admission)),
+      m_socket(std::move(socket)) {
     ErrorCondition ignored;
     const auto peer = Unmapped(m_socket.remote_endpoint(ignored)).address();
     const auto local = Unmapped(m_socket.local_endpoint(ignored)).address();
@@ -52,7 +55,7 @@ void CConnection::Start(std::unique_ptr<IProtocol> protocol, const CTlsServer* t
             return m_port->ChooseCertificate(std::string(serverName), m_localAddress, ReachedFrom());
         });
     }
-    m_loop.AddTicking(std::shared_ptr<ITicking>(shared_from_this(), this));
+    m_loop->AddTicking(std::shared_ptr<ITicking>(shared_from_this(), this));
     Read();
     Settle();
 }
@@ -66,6 +69,11 @@ void CConnection::OnTick(std::chrono::nanoseconds now) {
     const auto self = shared_from_this();
     m_protocol->OnTick(now);
     Settle();
+}
+
+void CConnection::OnLoopEnd() {
+    const auto self = shared_from_this();
+    m_protocol->OnStop();
 }
 
 void CConnection::Settle() {
@@ -220,7 +228,7 @@ void CConnection::EndOutput() {
 
 void CConnection::Close() {
     if (!IsOpen()) return;
-    m_loop.RemoveTicking(*this);
+    m_loop->RemoveTicking(*this);
     ErrorCondition ignored;
     m_socket.close(ignored);
 }

@@ -28,6 +28,8 @@ class IProtocol {
     /// What could not be sent at once can be sent now.
     [[nodiscard]] virtual bool OnWritable() = 0;
     virtual void OnTick(std::chrono::nanoseconds now) = 0;
+    /// The server stops: closes the connection, or aborts it in the middle of a reply.
+    virtual void OnStop() = 0;
 };
 
 /// One client's connection: owns the socket and its TLS, and carries bytes for a protocol. Lives until it is
@@ -44,7 +46,7 @@ class CConnection final : public std::enable_shared_from_this<CConnection>, priv
     /// Begins to speak the protocol, over TLS when there is a TLS server.
     void Start(std::unique_ptr<IProtocol> protocol, const CTlsServer* tls);
 
-    CLoop& Loop() const noexcept { return m_loop; }
+    CLoop& Loop() const noexcept { return *m_loop; }
     CPort& Port() const noexcept { return *m_port; }
     const std::string& PeerAddress() const noexcept { return m_peerAddress; }
     const std::string& LocalAddress() const noexcept { return m_localAddress; }
@@ -61,7 +63,7 @@ class CConnection final : public std::enable_shared_from_this<CConnection>, priv
     /// Runs `work`, which returns as IProtocol's operations do, on the loop, later. From any thread.
     template <class Work>
     void Post(Work&& work) {
-        m_loop.Post([self = shared_from_this(), work = std::forward<Work>(work)]() mutable {
+        m_loop->Post([self = shared_from_this(), work = std::forward<Work>(work)]() mutable {
             if (work()) self->Settle();
         });
     }
@@ -100,6 +102,7 @@ class CConnection final : public std::enable_shared_from_this<CConnection>, priv
 
  private:
     void OnTick(std::chrono::nanoseconds now) override;
+    void OnLoopEnd() override;
     void StartRead();
     void OnRead(const boost::system::error_code& error, std::size_t count);
     /// Reads what is there already after a read that filled its buffer.
@@ -112,7 +115,7 @@ class CConnection final : public std::enable_shared_from_this<CConnection>, priv
     void WaitUntilWritable();
     void OnWritable(const boost::system::error_code& error);
 
-    CLoop& m_loop;
+    const std::shared_ptr<CLoop> m_loop;
     const std::shared_ptr<CPort> m_port;
     const CAdmission m_admission;
     Socket m_socket;

@@ -30,6 +30,8 @@ CPort::Scheme SchemeOf(const web::uri& address) {
 
 std::string NameOf(const web::uri& address) {
     const std::string& host = address.host();
+    if (!address.user_info().empty())
+        throw std::runtime_error("\"" + address.authority().to_string() + "\" is no host name");
     if (host == "*" || host == "+") return host;
     if (host.empty() || host.size() > 255 || !IsAuthority(host)) {
         throw std::runtime_error("\"" + host + "\" is no host name");
@@ -74,13 +76,12 @@ std::string TextOf(const tcp::endpoint& endpoint) {
 
 CHostServer::CHostServer(IHttpServer::CEnvironment environment, ErrorCode& error)
     : m_environment(std::move(environment)),
-      m_certificates(m_environment.localMachine, m_environment.report),
-      m_limits(std::make_shared<const CHttpLimits>(
-          CHttpLimits::Read(*m_environment.localMachine, m_environment.report))) {
+      m_certificates(m_environment.localMachine, m_environment.report) {
+    ReadLimits();
     const std::size_t count = UsableProcessors();
     m_threads = std::make_unique<CLoopThreads>(count + m_limits->waitingHandlers);
     for (std::size_t i = 0; i < count; ++i) {
-        m_loops.push_back(std::make_unique<CLoop>(*m_threads, m_watch, m_environment.clock));
+        m_loops.push_back(std::make_shared<CLoop>(*m_threads, m_watch, m_environment.clock));
     }
     error = m_watch.Start();
     for (const auto& loop : m_loops) {
@@ -101,6 +102,7 @@ CHostServer::~CHostServer() {
     Stop();
     for (const auto& loop : m_loops) loop->Stop();
     m_threads.reset();
+    for (const auto& loop : m_loops) loop->End();
 }
 
 void CHostServer::Stop() {
@@ -118,6 +120,19 @@ void CHostServer::Stop() {
 std::shared_ptr<const CHttpLimits> CHostServer::Limits() const {
     const std::lock_guard lock(m_limitsLock);
     return m_limits;
+}
+
+void CHostServer::ReadLimits() {
+    std::set<std::wstring> problems;
+    auto limits = std::make_shared<const CHttpLimits>(
+        CHttpLimits::Read(*m_environment.localMachine, [&](const std::wstring& problem) {
+            // What is reported already is not said again when another value changes.
+            if (!m_problems.contains(problem)) m_environment.report(problem);
+            problems.insert(problem);
+        }));
+    m_problems.swap(problems);
+    const std::lock_guard lock(m_limitsLock);
+    m_limits = std::move(limits);
 }
 
 void CHostServer::Follow() {
@@ -143,11 +158,8 @@ void CHostServer::Follow() {
         if (isWatched && !woken.IsOk()) continue;
         const bool hasKey = watch();
         if (hasKey || isWatched) {
-            auto limits = std::make_shared<const CHttpLimits>(
-                CHttpLimits::Read(*m_environment.localMachine, m_environment.report));
-            m_threads->SetMost(m_loops.size() + limits->waitingHandlers);
-            const std::lock_guard lock(m_limitsLock);
-            m_limits = std::move(limits);
+            ReadLimits();
+            m_threads->SetMost(m_loops.size() + Limits()->waitingHandlers);
         }
         isWatched = hasKey;
     }

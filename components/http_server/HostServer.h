@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,7 @@ class CHostServer {
     std::shared_ptr<CAcceptor> OpenSocket(const Endpoint& endpoint, std::shared_ptr<CPort> port);
     void Accept(CLoop& loop, CAcceptor::Socket socket, const std::shared_ptr<CPort>& port);
     std::shared_ptr<const CHttpLimits> Limits() const;
+    void ReadLimits();
     void Follow();
     void Stop();
 
@@ -59,6 +61,7 @@ class CHostServer {
     std::unique_ptr<CLoopThreads> m_threads;  // uses the loops
     std::shared_ptr<CEvent> m_stop;
     std::thread m_follower;
+    std::set<std::wstring> m_problems;  // of the bounds, as reported; used by the follower after the start
 
     mutable CMutex m_limitsLock{LockRank::Innermost};  // guards:
     std::shared_ptr<const CHttpLimits> m_limits;

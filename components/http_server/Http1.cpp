@@ -16,7 +16,7 @@ constexpr std::uint64_t kDrainedBytes = 65536;
 constexpr seconds kDrainTime{1};
 /// A body up to this size leaves in one piece with its head.
 constexpr std::uint64_t kSmallBody = 16384;
-/// After so many requests that came together, other connections have their turn.
+/// After so many requests that came together, or pieces of a reply, other connections have their turn.
 constexpr int kTurn = 16;
 
 constexpr std::uint16_t kBadRequest = 400;
@@ -218,6 +218,11 @@ void CHttp1::Refuse(std::uint16_t status) {
 }
 
 bool CHttp1::Handle() {
+    if (!m_host && m_connection.Port().IsClosed()) {
+        // Its hosts may be served again by now, over other connections: the client tries one.
+        CutOff();
+        return true;
+    }
     if (!m_host) {
         m_exchange.reset();
         m_request.reset();
@@ -291,6 +296,11 @@ void CHttp1::BeginReply(const CExchange::Answer& answer) {
     head.status = isValid ? answer->status_code() : kInternalError;
     head.framing = MayHaveBody(head.status) ? m_reply.GetFraming() : Framing::None;
     head.length = m_reply.Length();
+    if (isValid && m_isHeadRequest && !answer->body().is_valid()) {
+        const auto length = ContentLength(answer->headers());
+        head.framing = length && MayHaveBody(head.status) ? Framing::Length : Framing::None;
+        head.length = length.value_or(0);
+    }
     if (m_isHeadRequest || head.framing == Framing::None) m_reply = CReplyBody();
     if (m_reply.GetFraming() == Framing::Close || m_connection.Port().IsClosed()) m_keepsAlive = false;
     head.keepsAlive = m_keepsAlive;
@@ -302,7 +312,7 @@ void CHttp1::BeginReply(const CExchange::Answer& answer) {
 }
 
 CHttp1::Step CHttp1::SendReply() {
-    for (;;) {
+    for (int turn = 0; turn != kTurn; ++turn) {
         const bool sendsFile = m_reply.File() && !m_connection.IsTls() && m_reply.Remaining() > kSmallBody;
         if (!m_reply.IsComplete() && !sendsFile && !m_hasPiece) {
             const Step step = m_reply.File() ? ReadFilePart() : Pull();
@@ -315,10 +325,11 @@ CHttp1::Step CHttp1::SendReply() {
         if (!sendsFile) continue;
         if (const Step step = SendFilePart(); step != Step::Done) return step;
         if (m_reply.IsComplete()) return Step::Done;
-        // Others have their turn after each part of a large file.
-        m_connection.Post([this] { return Advance(m_input); });
-        return Step::Waits;
+        break;
     }
+    // Others have their turn after each part of a large file, and after some pieces of another body.
+    m_connection.Post([this] { return Advance(m_input); });
+    return Step::Waits;
 }
 
 CHttp1::Step CHttp1::OnSent(CConnection::Sent sent) {
@@ -434,16 +445,32 @@ void CHttp1::CutOff() {
         m_isCut = true;
         m_connection.Break();
     } else {
-        m_state = State::Closed;
+        EnterClosed();
         m_connection.Close();
     }
 }
 
-CHttp1::Step CHttp1::Abort() {
+void CHttp1::EnterClosed() {
     m_reply.Close();
+    if (m_state != State::Handling) {
+        // A request that no handler has got shares in the connection's ownership.
+        m_request.reset();
+        m_exchange.reset();
+    }
     m_state = State::Closed;
+}
+
+CHttp1::Step CHttp1::Abort() {
+    EnterClosed();
     m_connection.Abort();
     return Step::Waits;
+}
+
+void CHttp1::OnStop() {
+    const bool isReplying = m_state == State::Sending;
+    EnterClosed();
+    if (isReplying) m_connection.Abort();
+    m_connection.Close();
 }
 
 void CHttp1::OnTick(std::chrono::nanoseconds now) {

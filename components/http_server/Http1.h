@@ -26,6 +26,7 @@ class CHttp1 final : public IProtocol, private IAnswerWaiter {
     void OnEnd() override;
     bool OnWritable() override;
     void OnTick(std::chrono::nanoseconds now) override;
+    void OnStop() override;
 
  private:
     enum class State {
@@ -80,6 +81,7 @@ class CHttp1 final : public IProtocol, private IAnswerWaiter {
     void RefuseNow(std::uint16_t status);
     void CheckProgress(std::chrono::nanoseconds now);
     void CheckPeer();
+    void EnterClosed();
     /// Closes now, or as soon as nothing is under way on another thread.
     void CutOff();
     /// Ends a reply that cannot be completed, so that the client sees that.

@@ -33,7 +33,8 @@ class IHttpServer {
     /// was made: it throws then.
     static void RunContinuationsInPlace();
 
-    /// Closes what is open: replies under way may end within a documented time.
+    /// No listener is open any more. Idle connections are closed; replies under way may end within a
+    /// documented time and are aborted then.
     virtual ~IHttpServer() = default;
 };
 

@@ -19,8 +19,18 @@ CLoop::CLoop(CLoopThreads& threads, CLoopWatch& watch, IClock& clock)
     m_watch.Add(*this);
 }
 
-CLoop::~CLoop() {
+void CLoop::End() {
+    {
+        const std::lock_guard lock(m_lock);
+        m_hasEnded = true;
+    }
     m_watch.Remove(*this);
+    m_timer.cancel();
+    m_context.restart();
+    // What was posted before may bring new users.
+    do {
+        while (!m_ticking.empty()) m_ticking.back()->OnLoopEnd();
+    } while (m_context.poll() != 0);
 }
 
 void CLoop::Run() {

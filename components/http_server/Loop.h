@@ -7,6 +7,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,9 @@ namespace quorbel {
 
 /// One event loop: what it runs, runs one at a time. Work that may wait runs between MayWait and Resume: when
 /// it does wait, another thread takes the loop over, so that nothing else has to wait with it.
-class CLoop : private IWaitingObserver {
+///
+/// Whoever uses a loop may outlive the server whose it is, and shares in its ownership.
+class CLoop : public std::enable_shared_from_this<CLoop>, private IWaitingObserver {
  public:
     /// Looks at the time now and then.
     class ITicking {
@@ -26,6 +29,8 @@ class CLoop : private IWaitingObserver {
         virtual ~ITicking() = default;
         /// May remove the object itself from the loop, but no other.
         virtual void OnTick(std::chrono::nanoseconds now) = 0;
+        /// The loop ends: the object gives up what it waits for, and removes itself.
+        virtual void OnLoopEnd() = 0;
 
      private:
         friend class CLoop;
@@ -34,21 +39,25 @@ class CLoop : private IWaitingObserver {
     static constexpr std::chrono::milliseconds kTick{250};
 
     CLoop(CLoopThreads& threads, CLoopWatch& watch, IClock& clock);
-    ~CLoop() override;
+    ~CLoop() override = default;
     CLoop(const CLoop&) = delete;
     CLoop& operator=(const CLoop&) = delete;
 
     boost::asio::io_context& Context() noexcept { return m_context; }
     IClock& Clock() const noexcept { return m_clock; }
-    /// Runs `work` on the loop, later. From any thread.
+    /// Runs `work` on the loop, later; drops it after the loop's end. From any thread.
     template <class Work>
     void Post(Work&& work) {
-        boost::asio::post(m_context, std::forward<Work>(work));
+        const std::lock_guard lock(m_lock);
+        if (!m_hasEnded) boost::asio::post(m_context, std::forward<Work>(work));
     }
 
     /// Runs the loop in the calling thread until it is stopped or another thread has taken it over.
     void Run();
     void Stop() { m_context.stop(); }
+    /// After Stop, when no thread runs the loop any more: gives up all that is under way on it. The loop's
+    /// threads, watch and clock are not used afterwards.
+    void End();
 
     /// What the loop's thread does from here on may take long.
     void MayWait() noexcept;
@@ -81,6 +90,8 @@ class CLoop : private IWaitingObserver {
     boost::asio::io_context m_context;
     const boost::asio::executor_work_guard<boost::asio::io_context::executor_type> m_guard;
     std::atomic<std::uint64_t> m_work{0};
+    CMutex m_lock{LockRank::Innermost};  // guards:
+    bool m_hasEnded = false;
 
     // Used on the loop only.
     boost::asio::steady_timer m_timer{m_context};

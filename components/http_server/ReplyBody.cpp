@@ -43,7 +43,11 @@ void CReplyBody::Advance(std::uint64_t count) noexcept {
 
 pplx::task<std::size_t> CReplyBody::Pull(std::size_t most) {
     m_piece.resize(static_cast<std::size_t>(std::min<std::uint64_t>(most, m_remaining)));
-    return m_stream.getn(m_piece.data(), m_piece.size());
+    try {
+        return m_stream.getn(m_piece.data(), m_piece.size());
+    } catch (const std::exception&) {
+        return pplx::task_from_exception<std::size_t>(std::current_exception());
+    }
 }
 
 bool CReplyBody::Append(std::size_t count, std::string& output) {

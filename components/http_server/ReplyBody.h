@@ -37,7 +37,8 @@ class CReplyBody {
     /// So many bytes of the file have been taken.
     void Advance(std::uint64_t count) noexcept;
 
-    /// Reads on in the stream, up to `most` bytes; the task gives their number, 0 at its end, and may throw.
+    /// Reads on in the stream, up to `most` bytes; the task gives their number, 0 at its end, or why it
+    /// failed.
     pplx::task<std::size_t> Pull(std::size_t most);
     /// Appends what was pulled, framed. False when the stream ended before its length.
     [[nodiscard]] bool Append(std::size_t count, std::string& output);

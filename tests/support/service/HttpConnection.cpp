@@ -25,14 +25,23 @@ std::string CHttpReply::Header(std::wstring_view name) const {
     return found == headers.end() ? "(none)" : found->second;
 }
 
-CHttpConnection::CHttpConnection(int port, const char* address) : m_host(address) {
-    CFileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const sockaddr_in target = Address(address, port);
+CHttpConnection::CHttpConnection(int port, const char* address, int receiveBuffer) : m_host(address) {
+    sockaddr_in6 ipv6{};
+    ipv6.sin6_family = AF_INET6;
+    ipv6.sin6_port = htons(static_cast<std::uint16_t>(port));
+    const bool isIpv6 = ::inet_pton(AF_INET6, address, &ipv6.sin6_addr) == 1;
+    const sockaddr_in ipv4 = Address(isIpv6 ? "0.0.0.0" : address, port);
+    CFileDescriptor socket(::socket(isIpv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const timeval patience{30, 0};
     ::setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     const int one = 1;
     ::setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-    if (::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&target), sizeof target) == 0) {
+    if (receiveBuffer != 0) {
+        ::setsockopt(socket.Get(), SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+    }
+    const auto* target =
+        isIpv6 ? reinterpret_cast<const sockaddr*>(&ipv6) : reinterpret_cast<const sockaddr*>(&ipv4);
+    if (::connect(socket.Get(), target, isIpv6 ? sizeof ipv6 : sizeof ipv4) == 0) {
         m_socket = std::move(socket);
     }
 }
@@ -46,11 +55,15 @@ bool CHttpConnection::Send(std::string_view bytes) {
     return true;
 }
 
-bool CHttpConnection::Fill() {
+bool CHttpConnection::FillWith(std::string& bytes) {
     std::array<char, 16384> buffer{};
     const ssize_t count = ::recv(m_socket.Get(), buffer.data(), buffer.size(), 0);
-    if (count <= 0) return false;
-    m_received.append(buffer.data(), static_cast<std::size_t>(count));
+    if (count <= 0) {
+        const bool isReset = count < 0 && errno == ECONNRESET;
+        m_end = count == 0 ? End::Clean : isReset ? End::Aborted : End::None;
+        return false;
+    }
+    bytes.append(buffer.data(), static_cast<std::size_t>(count));
     return true;
 }
 
@@ -59,6 +72,24 @@ std::optional<std::string> CHttpConnection::ReceiveBytes() {
     const ssize_t count = ::recv(m_socket.Get(), buffer.data(), buffer.size(), 0);
     if (count < 0) return std::nullopt;
     return std::string(buffer.data(), static_cast<std::size_t>(count));
+}
+
+bool CHttpConnection::Fill() {
+    return FillWith(m_received);
+}
+
+std::string CHttpConnection::ReceiveSome(std::size_t most) {
+    if (m_received.empty() && !Fill()) return {};
+    std::string bytes = m_received.substr(0, most);
+    m_received.erase(0, bytes.size());
+    return bytes;
+}
+
+CHttpConnection::End CHttpConnection::ReceiveAll(std::string& bytes) {
+    while (Fill()) {
+    }
+    bytes = std::exchange(m_received, {});
+    return m_end;
 }
 
 std::optional<std::string> CHttpConnection::TakeLine() {

@@ -15,28 +15,12 @@
 #include "tests/support/EventRecorder.h"
 #include "tests/support/FaultyRegistry.h"
 #include "tests/support/HandClock.h"
+#include "tests/support/Sentences.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/service/HttpConnection.h"
 #include "tests/support/service/TraceRecorder.h"
 
 namespace quorbel {
-
-/// Sentences that threads hand over.
-class CSentences {
- public:
-    void Add(const std::wstring& sentence) {
-        const std::lock_guard lock(m_lock);
-        m_sentences.push_back(sentence);
-    }
-    std::vector<std::wstring> All() const {
-        const std::lock_guard lock(m_lock);
-        return m_sentences;
-    }
-
- private:
-    mutable std::mutex m_lock;
-    std::vector<std::wstring> m_sentences;
-};
 
 /// A service in this process, over a registry, folders and a clock of its own, with real listeners on free
 /// ports. Hosts are named by loopback addresses, so that many can be open at once.

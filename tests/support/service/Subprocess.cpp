@@ -24,9 +24,13 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
 CSubprocess::CSubprocess(const std::string& program, const std::vector<std::string>& arguments,
                          const Environment& environment, const std::filesystem::path& output,
                          const std::filesystem::path& error, const std::filesystem::path& input,
-                         std::optional<std::uint64_t> largestFile) {
+                         std::optional<std::uint64_t> largestFile, std::optional<int> listening) {
     std::vector<std::string> words;
-    if (largestFile) words = {"/usr/bin/prlimit", "--fsize=" + std::to_string(*largestFile)};
+    // Only the process itself knows the identifier that must stand in the variable.
+    if (listening) words = {"/bin/sh", "-c", "LISTEN_PID=$$ LISTEN_FDS=1 exec \"$@\"", "sh"};
+    if (largestFile) {
+        words.insert(words.end(), {"/usr/bin/prlimit", "--fsize=" + std::to_string(*largestFile)});
+    }
     words.push_back(std::string(QUORBEL_PROGRAMS) + "/" + program);
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<std::string> variables;
@@ -38,6 +42,7 @@ CSubprocess::CSubprocess(const std::string& program, const std::vector<std::stri
     ::posix_spawn_file_actions_addopen(&files, 0, input.c_str(), O_RDONLY, 0);
     ::posix_spawn_file_actions_addopen(&files, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     ::posix_spawn_file_actions_addopen(&files, 2, error.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (listening) ::posix_spawn_file_actions_adddup2(&files, *listening, 3);
     const int result = ::posix_spawn(&m_process, words[0].c_str(), &files, nullptr, Pointers(words).data(),
                                      Pointers(variables).data());
     ::posix_spawn_file_actions_destroy(&files);
