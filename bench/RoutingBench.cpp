@@ -85,8 +85,8 @@ void CreateFileResponse(benchmark::State& state, const std::string& range) {
     const CScratchFolder folder;
     folder.Write("page.GET.html", std::string(1024, 'x'));
     CFileCache files;
-    CFileRequestHandler handler(files, folder.Text("page.GET.html"), L"text/html", L"", CacheClass::Development,
-                                CFileRequestHandler::kNoRangeCap);
+    CFileRequestHandler handler(files, folder.Text("page.GET.html"), L"text/html", L"",
+                                CacheClass::Development, CFileRequestHandler::kNoRangeCap);
     http_request request = BrowserRequest("/page");
     if (!range.empty()) request.headers().add("Range", range);
     for (auto _ : state) {

@@ -148,8 +148,9 @@ CDirectoryMappings::Handler CDirectoryMappings::Find(const web::http::http_reque
     if (opened.path.empty()) return nullptr;
     const std::wstring tag = opened.tagSource.empty() ? std::wstring() : EntityTag(opened.tagSource);
     if (HasCopy(request, tag)) return std::make_shared<CNotModifiedHandler>();
-    return std::make_shared<CFileRequestHandler>(m_files, opened.path, CMIMEMap::Instance().GetContentType(extension),
-                                                 tag, opened.cacheClass, m_rangeCap);
+    return std::make_shared<CFileRequestHandler>(m_files, opened.path,
+                                                 CMIMEMap::Instance().GetContentType(extension), tag,
+                                                 opened.cacheClass, m_rangeCap);
 }
 
 }  // namespace quorbel

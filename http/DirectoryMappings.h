@@ -14,8 +14,8 @@ class CDirectoryMappings {
  public:
     using Handler = std::shared_ptr<CHTTPServer::CRequestHandler>;
 
-    /// All are kept by reference: they live as long as the one request that this object is made for, the files as
-    /// long as the handlers that are found.
+    /// All are kept by reference: they live as long as the one request that this object is made for, the
+    /// files as long as the handlers that are found.
     CDirectoryMappings(IArchiveFileSystem& archive, CFileCache& files, const TextMap& mappings,
                        std::uint64_t rangeCap)
         : m_archive(archive), m_files(files), m_mappings(mappings), m_rangeCap(rangeCap) {}

@@ -22,8 +22,8 @@ std::error_code ToErrorCode(ErrorCode code) {
 
 class CFileResponseHandler final : public CHTTPServer::CRequestHandler::CResponse {
  public:
-    CFileResponseHandler(CFileCache& files, const std::wstring& file, std::wstring contentType, const std::wstring& etag,
-                         CacheClass cacheClass, std::uint64_t rangeCap,
+    CFileResponseHandler(CFileCache& files, const std::wstring& file, std::wstring contentType,
+                         const std::wstring& etag, CacheClass cacheClass, std::uint64_t rangeCap,
                          const web::http::http_headers& request)
         : CResponse(cacheClass), m_contentType(std::move(contentType)) {
         const auto opened = files.Open(file);
@@ -64,8 +64,8 @@ class CFileResponseHandler final : public CHTTPServer::CRequestHandler::CRespons
 
 }  // namespace
 
-CFileRequestHandler::CFileRequestHandler(CFileCache& files, std::wstring file, std::wstring contentType, std::wstring etag,
-                                         CacheClass cacheClass, std::uint64_t rangeCap)
+CFileRequestHandler::CFileRequestHandler(CFileCache& files, std::wstring file, std::wstring contentType,
+                                         std::wstring etag, CacheClass cacheClass, std::uint64_t rangeCap)
     : m_files(files),
       m_file(std::move(file)),
       m_contentType(std::move(contentType)),
@@ -75,8 +75,8 @@ CFileRequestHandler::CFileRequestHandler(CFileCache& files, std::wstring file, s
 
 std::shared_ptr<CHTTPServer::CRequestHandler::CResponse> CFileRequestHandler::CreateResponse(
     const web::http::http_request& request, const UserIdentity&, const TextMap&) {
-    return std::make_shared<CFileResponseHandler>(m_files, m_file, m_contentType, m_etag, m_cacheClass, m_rangeCap,
-                                                  request.headers());
+    return std::make_shared<CFileResponseHandler>(m_files, m_file, m_contentType, m_etag, m_cacheClass,
+                                                  m_rangeCap, request.headers());
 }
 
 }  // namespace quorbel

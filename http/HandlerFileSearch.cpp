@@ -67,8 +67,8 @@ CHandlerFileSearch::Handler CHandlerFileSearch::CreateHandler(const Candidate& c
     if (dot == std::wstring::npos) return nullptr;
     const std::wstring kind = file.substr(dot + 1);
     if (const auto* create = CRequestHandlerFactory::Find(kind)) return (*create)(candidate.folder, file);
-    return std::make_shared<CFileRequestHandler>(m_files, file, CMIMEMap::Instance().GetContentType(kind), L"",
-                                                 candidate.cacheClass, CFileRequestHandler::kNoRangeCap);
+    return std::make_shared<CFileRequestHandler>(m_files, file, CMIMEMap::Instance().GetContentType(kind),
+                                                 L"", candidate.cacheClass, CFileRequestHandler::kNoRangeCap);
 }
 
 CHandlerFileSearch::Handler CHandlerFileSearch::FindBelow(const Candidate& candidate, bool& mayBeKept) const {
@@ -76,8 +76,7 @@ CHandlerFileSearch::Handler CHandlerFileSearch::FindBelow(const Candidate& candi
     std::replace(pattern.begin(), pattern.end(), L'/', L'\\');
     const std::wstring folder = pattern.substr(0, pattern.rfind(L'\\') + 1);
     for (const std::wstring& name : Match(candidate, pattern, mayBeKept).names) {
-        if (auto handler = CreateHandler(candidate, folder + name))
-            return handler;
+        if (auto handler = CreateHandler(candidate, folder + name)) return handler;
     }
     return nullptr;
 }

@@ -14,8 +14,8 @@ CHTTPServer::CListener::FindRequestHandler(const Request& request, const CUrlPat
     if (m_authenticator) caller = m_authenticator->Identify(request);
     if (caller.level != AccessLevel::Anon && request.method() == web::http::methods::GET) {
         const CListenerConfiguration& configuration = *routing.configuration;
-        const CDirectoryMappings mappings(*m_archive.Get(), m_service.m_files, configuration.directoryMappings,
-                                          configuration.rangeCap);
+        const CDirectoryMappings mappings(*m_archive.Get(), m_service.m_files,
+                                          configuration.directoryMappings, configuration.rangeCap);
         if (auto handler = mappings.Find(request, path.Text())) return {caller.user, std::move(handler)};
     }
     return {caller.user, FindCachedHandler(request, caller.level, path.Text(), routing)};

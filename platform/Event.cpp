@@ -7,6 +7,8 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 
+#include "platform/Waiting.h"
+
 namespace quorbel {
 
 namespace {
@@ -68,6 +70,7 @@ CResult<std::size_t> WaitForAny(std::initializer_list<CEvent*> events,
     std::array<pollfd, 16> entries{};
     assert(events.size() <= entries.size());
     const CDeadline deadline(timeout);
+    AboutToWait();
     for (;;) {
         std::size_t count = 0;
         for (CEvent* event : events) entries[count++] = {event->Descriptor(), POLLIN, 0};

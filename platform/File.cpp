@@ -66,8 +66,8 @@ CResult<CFileStamp> CFile::StampNow() const {
 ErrorCode CFile::LoadContent() {
     std::string content(static_cast<std::size_t>(m_stamp.size), '\0');
     for (std::size_t filled = 0; filled < content.size();) {
-        const auto count = Read(filled, {reinterpret_cast<std::uint8_t*>(content.data()) + filled,
-                                         content.size() - filled});
+        const auto count =
+            Read(filled, {reinterpret_cast<std::uint8_t*>(content.data()) + filled, content.size() - filled});
         if (!count.IsOk()) return count.Error();
         if (count.Value() == 0) return ErrorCode::Busy;
         filled += count.Value();

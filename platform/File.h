@@ -36,8 +36,8 @@ class CFile {
     /// -1 once the content was loaded.
     int Descriptor() const noexcept { return m_descriptor.Get(); }
 
-    /// Reads the whole content into memory, from where it is served from now on, and closes the file. Busy when it
-    /// changes meanwhile; nothing has happened after a failure.
+    /// Reads the whole content into memory, from where it is served from now on, and closes the file. Busy
+    /// when it changes meanwhile; nothing has happened after a failure.
     ErrorCode LoadContent();
 
  private:

@@ -10,16 +10,16 @@
 
 namespace quorbel {
 
-/// Opens files and keeps some of them for the next one to open them, who then pays for one look at the file's stamp:
-/// small ones that were not changed lately with their content in memory, others as long as they are not so large
-/// that keeping a deleted one from the disk would matter. What it gives is always what opening the file would give.
-/// Safe to use from any thread.
+/// Opens files and keeps some of them for the next one to open them, who then pays for one look at the file's
+/// stamp: small ones that were not changed lately with their content in memory, others as long as they are
+/// not so large that keeping a deleted one from the disk would matter. What it gives is always what opening
+/// the file would give. Safe to use from any thread.
 class CFileCache {
  public:
-    static constexpr std::uint64_t kLargestLoaded = 16384;   ///< bytes of a file that is kept in memory
-    static constexpr std::uint64_t kLargestOpen = 1 << 20;   ///< bytes of a file that is kept open
-    static constexpr std::size_t kMostBytes = 16 << 20;      ///< of memory for the files that are kept
-    static constexpr std::size_t kOpenCounts = 256 << 10;    ///< bytes that an open file counts for
+    static constexpr std::uint64_t kLargestLoaded = 16384;  ///< bytes of a file that is kept in memory
+    static constexpr std::uint64_t kLargestOpen = 1 << 20;  ///< bytes of a file that is kept open
+    static constexpr std::size_t kMostBytes = 16 << 20;     ///< of memory for the files that are kept
+    static constexpr std::size_t kOpenCounts = 256 << 10;   ///< bytes that an open file counts for
 
     /// As CFile::Open, but for a file that is kept without opening it.
     CResult<std::shared_ptr<const CFile>> Open(const std::wstring& path);

@@ -23,8 +23,8 @@ class CUrlPath {
     /// Decodes percent signs once, then takes "\" for "/" and resolves dot segments. An empty path is "/".
     static std::variant<CUrlPath, Refusal> Parse(std::string_view encoded);
 
-    /// True for a path that stands for itself: Encoded of what Parse makes of it is the same text. Says false of
-    /// some that do, too.
+    /// True for a path that stands for itself: Encoded of what Parse makes of it is the same text. Says false
+    /// of some that do, too.
     static bool IsPlain(std::string_view encoded) noexcept;
 
     /// The decoded path.

@@ -15,6 +15,8 @@ using asio::ip::tcp;
 
 /// How long accepting rests when the process has no descriptor left.
 constexpr std::chrono::milliseconds kPause{100};
+/// After so many connections the loop's own have their turn.
+constexpr int kTurn = 64;
 
 /// A second descriptor of the socket that the service manager passed for this address; -1 for none.
 int PassedSocket(const tcp::endpoint& endpoint) {
@@ -90,10 +92,8 @@ void CAcceptor::Accept() {
     m_acceptor.async_accept(loop.Context(), [self = shared_from_this(), &loop](
                                                 const boost::system::error_code& error, Socket socket) {
         if (error == asio::error::operation_aborted) return;
-        if (error == asio::error::no_descriptors || error == asio::error::no_memory ||
-            error == asio::error::no_buffer_space) {
-            return self->Pause();
-        }
+        // What keeps a connection from being accepted mostly keeps the next one, too.
+        if (error && error != asio::error::connection_aborted) return self->Pause();
         if (!error) {
             self->Take(loop, std::move(socket));
             self->AcceptWaiting();
@@ -104,7 +104,7 @@ void CAcceptor::Accept() {
 
 void CAcceptor::AcceptWaiting() {
     boost::system::error_code error;
-    while (m_acceptor.is_open()) {
+    for (int turn = 0; turn != kTurn && m_acceptor.is_open(); ++turn) {
         CLoop& loop = NextLoop();
         Socket socket(loop.Context());
         m_acceptor.accept(socket, error);

@@ -37,7 +37,7 @@ class CAcceptor : public std::enable_shared_from_this<CAcceptor> {
     void Take(CLoop& loop, Socket socket);
     void Listen();
     void Accept();
-    /// Accepts all that is waiting.
+    /// Accepts what is waiting, but not without end.
     void AcceptWaiting();
     void Pause();
 

@@ -69,7 +69,7 @@ void CBodyDecoder::Reset(const CRequestHead& head) noexcept {
     m_phase = m_isChunked ? Phase::ChunkSize : Phase::Content;
     m_remaining = head.contentLength;
     m_extensionBytes = m_trailerBytes = 0;
-    m_line.clear();
+    std::string().swap(m_line);
     m_refusal = 0;
 }
 

@@ -16,6 +16,8 @@ using ErrorCondition = boost::system::error_code;
 
 /// What is read at once after a read that filled a connection's own buffer.
 constexpr std::size_t kLargeRead = 65536;
+/// TLS's own messages that a client has not taken yet.
+constexpr std::size_t kMostUnread = 65536;
 /// Sending a file yields to other connections after so many bytes.
 constexpr std::size_t kLargestSendfile = 1 << 20;
 /// The kernel holds so many bytes at most that have not left yet.
@@ -95,7 +97,7 @@ void CConnection::StartRead() {
 }
 
 void CConnection::OnRead(const ErrorCondition& error, std::size_t count) {
-    m_isReading = false;
+    m_isReading = m_wantsRead = false;
     if (!IsOpen()) return;
     if (error) {
         m_hasEnded = m_wantsRead = true;
@@ -108,17 +110,12 @@ void CConnection::OnRead(const ErrorCondition& error, std::size_t count) {
 
 bool CConnection::ReadOn() {
     thread_local std::array<char, kLargeRead> large;
-    while (m_wantsRead && IsOpen()) {
-        const ssize_t count = ::recv(m_socket.native_handle(), large.data(), large.size(), MSG_DONTWAIT);
-        if (count < 0) return true;  // the next read says what is wrong, if anything is
-        m_wantsRead = false;
-        if (count == 0) {
-            m_hasEnded = m_wantsRead = true;
-            return true;
-        }
-        if (!Deliver({large.data(), static_cast<std::size_t>(count)})) return false;
-        if (static_cast<std::size_t>(count) < large.size()) return true;
-    }
+    if (!m_wantsRead || !IsOpen()) return true;
+    const ssize_t count = ::recv(m_socket.native_handle(), large.data(), large.size(), MSG_DONTWAIT);
+    if (count < 0) return true;  // the next read says what is wrong, if anything is
+    m_wantsRead = false;
+    if (count > 0) return Deliver({large.data(), static_cast<std::size_t>(count)});
+    m_hasEnded = m_wantsRead = true;
     return true;
 }
 
@@ -131,6 +128,8 @@ bool CConnection::DeliverTls(std::string_view bytes) {
     const CTlsChannel::Status status = m_tls->Receive(bytes, plain, m_wire);
     m_hasEnded = status != CTlsChannel::Status::Open;
     if (!m_wire.empty() && SendWire(More::No) == Sent::Failed) m_hasEnded = true;
+    // A client may ask TLS for answers without end, and take none of them.
+    if (m_wire.size() - m_wireSent > kMostUnread) m_hasEnded = true;
     if (!plain.empty()) return m_protocol->OnInput(plain);
     Read();
     return true;
@@ -153,6 +152,7 @@ CConnection::Sent CConnection::SendWire(More more) {
             ::send(m_socket.native_handle(), m_wire.data() + m_wireSent, m_wire.size() - m_wireSent, flags);
         if (count < 0 && errno == EINTR) continue;
         if (count < 0 && (errno == EAGAIN || errno == ENOBUFS)) {
+            m_isWireBlocked = true;
             WaitUntilWritable();
             return Sent::Blocked;
         }
@@ -162,6 +162,7 @@ CConnection::Sent CConnection::SendWire(More more) {
     }
     m_wire.clear();
     m_wireSent = 0;
+    m_isWireBlocked = false;
     return Sent::All;
 }
 
@@ -172,6 +173,10 @@ CConnection::Sent CConnection::SendFile(int file, std::uint64_t& offset, std::ui
     do {
         count = ::sendfile(m_socket.native_handle(), file, &position, wanted);
     } while (count < 0 && errno == EINTR);
+    if (count < 0 && (errno == EINVAL || errno == ENOSYS)) {
+        m_canSendFiles = false;  // some file systems cannot
+        return Sent::All;
+    }
     if (count < 0) return errno == EAGAIN ? Sent::Blocked : Sent::Failed;
     if (count == 0) return Sent::Failed;  // the file has become shorter
     offset += static_cast<std::uint64_t>(count);
@@ -191,11 +196,10 @@ void CConnection::OnWritable(const ErrorCondition& error) {
     m_isWaitingWritable = false;
     if (!IsOpen() || error) return;
     const bool isBlocked = std::exchange(m_isProtocolBlocked, false);
+    if (!isBlocked && !m_isWireBlocked) return;  // what blocked has been sent since
     switch (SendWire(More::No)) {
         case Sent::Blocked: m_isProtocolBlocked = isBlocked; return;
-        case Sent::Failed:
-            m_protocol->OnEnd();
-            return;
+        case Sent::Failed: m_protocol->OnEnd(); return;
         case Sent::All: break;
     }
     if (isBlocked && m_protocol->OnWritable()) Settle();

@@ -77,6 +77,10 @@ class CConnection final : public std::enable_shared_from_this<CConnection>, priv
     std::string& Output() noexcept { return m_tls ? m_plain : m_wire; }
     enum class More { No, Follows };
     Sent Flush(More more = More::No);
+    /// False over TLS, and for files that only reading gives.
+    bool CanSendFiles() const noexcept { return !m_tls && m_canSendFiles; }
+    /// What Flush has left over is on its way still.
+    bool IsSending() const noexcept { return m_isWireBlocked; }
     /// Sends from a file, over a plain connection whose output has been flushed; moves `offset` on. May wait
     /// for the disk. All: a part of it, or up to `end`. Failed also when the file ends before.
     Sent SendFile(int file, std::uint64_t& offset, std::uint64_t end);
@@ -133,6 +137,8 @@ class CConnection final : public std::enable_shared_from_this<CConnection>, priv
     bool m_hasEnded = false;  // nothing more will come
     bool m_isReading = false;
     bool m_isWaitingWritable = false;
+    bool m_isWireBlocked = false;  // m_wire could not be sent whole
+    bool m_canSendFiles = true;
     bool m_isProtocolBlocked = false;
     std::array<char, 2048> m_buffer;
 };

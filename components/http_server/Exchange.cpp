@@ -78,6 +78,7 @@ void CExchange::Respond(web::http::http_response response) {
 }
 
 void CExchange::SetAnswer(Answer answer) {
+    if (m_isAnswered.exchange(true)) return;
     m_answer = std::move(answer);
     const auto waiter = std::move(m_waiter);
     if (m_state.exchange(State::Answered) == State::Waiting) waiter->OnLateAnswer();

@@ -35,6 +35,7 @@ class CExchange : public std::enable_shared_from_this<CExchange> {
     /// Answers the request to which `response` belongs.
     static void Respond(web::http::http_response response);
 
+    /// The first answer counts.
     void SetAnswer(Answer answer);
     /// The handler has returned: true when the answer is there. Otherwise OnLateAnswer follows.
     bool HandlerReturned() noexcept;
@@ -45,6 +46,7 @@ class CExchange : public std::enable_shared_from_this<CExchange> {
     enum class State { Running, Waiting, Answered };
 
     std::shared_ptr<IAnswerWaiter> m_waiter;
+    std::atomic<bool> m_isAnswered{false};
     std::atomic<State> m_state{State::Running};
     Answer m_answer;  // written before m_state becomes Answered
 };

@@ -79,7 +79,8 @@ CHostServer::CHostServer(IHttpServer::CEnvironment environment, ErrorCode& error
       m_certificates(m_environment.localMachine, m_environment.report) {
     ReadLimits();
     const std::size_t count = UsableProcessors();
-    m_threads = std::make_unique<CLoopThreads>(count + m_limits->waitingHandlers);
+    m_threads = std::make_unique<CLoopThreads>();
+    m_threads->SetMost(m_limits->waitingHandlers, count);
     for (std::size_t i = 0; i < count; ++i) {
         m_loops.push_back(std::make_shared<CLoop>(*m_threads, m_watch, m_environment.clock));
     }
@@ -159,7 +160,7 @@ void CHostServer::Follow() {
         const bool hasKey = watch();
         if (hasKey || isWatched) {
             ReadLimits();
-            m_threads->SetMost(m_loops.size() + Limits()->waitingHandlers);
+            m_threads->SetMost(Limits()->waitingHandlers, m_loops.size());
         }
         isWatched = hasKey;
     }
@@ -253,10 +254,11 @@ void CHostServer::OpenSockets(COpenPort& open) {
     try {
         // IPv6 first: see CAcceptor::Covers.
         for (const Endpoint& endpoint : std::ranges::reverse_view(missing)) {
-            const bool isCovered =
-                std::any_of(opened.begin(), opened.end(),
-                            [&endpoint](const auto& acceptor) { return acceptor->Covers(endpoint); });
-            if (isCovered) continue;
+            const auto covers = [&endpoint](const auto& acceptor) { return acceptor->Covers(endpoint); };
+            if (std::any_of(opened.begin(), opened.end(), covers) ||
+                std::any_of(kept.begin(), kept.end(), covers)) {
+                continue;
+            }
             if (auto acceptor = OpenSocket(endpoint, open.port)) opened.push_back(std::move(acceptor));
         }
         if (kept.empty() && opened.empty()) {

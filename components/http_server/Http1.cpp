@@ -26,6 +26,15 @@ constexpr std::uint16_t kUriTooLong = 414;
 constexpr std::uint16_t kMisdirected = 421;
 constexpr std::uint16_t kInternalError = 500;
 
+/// None when the body failed.
+std::optional<std::size_t> ResultOf(const pplx::task<std::size_t>& pulled) noexcept {
+    try {
+        return pulled.get();
+    } catch (...) {
+        return std::nullopt;
+    }
+}
+
 bool IsFinalStatus(std::uint16_t status) noexcept {
     return status >= 200 && status <= 999;
 }
@@ -89,7 +98,7 @@ bool CHttp1::Advance(std::string_view input) {
             case State::Ready:
                 Keep(input);
                 if (!Handle()) return false;
-                if (m_state == State::Handling) return true;
+                if (m_state == State::Handling || m_awaitsWork) return true;
                 break;
             case State::Sending: {
                 const Step step = SendReply();
@@ -172,7 +181,12 @@ std::uint16_t CHttp1::BeginRequest(const CRequestHead& head) {
     m_isOldClient = head.minorVersion == 0;
     m_isHeadRequest = head.method == "HEAD";
     m_keepsAlive = head.keepsAlive;
-    m_host = FindHost(head, m_status);
+    m_isOtherScheme =
+        head.scheme == (m_connection.IsTls() ? CRequestHead::Scheme::Http : CRequestHead::Scheme::Https);
+    if (head.authority != m_authority) {
+        m_authority = head.authority;
+        m_hostGeneration = 0;
+    }
     const auto self = std::static_pointer_cast<CConnection>(m_connection.shared_from_this());
     m_exchange = std::make_shared<CExchange>(std::shared_ptr<IAnswerWaiter>(self, this));
     try {
@@ -183,24 +197,19 @@ std::uint16_t CHttp1::BeginRequest(const CRequestHead& head) {
     return 0;
 }
 
-std::shared_ptr<CHost> CHttp1::FindHost(const CRequestHead& head, std::uint16_t& status) {
+std::shared_ptr<CHost> CHttp1::FindHost(std::uint16_t& status) {
     const CPort& port = m_connection.Port();
     const std::uint64_t generation = port.Generation();
-    if (generation != m_lastGeneration || head.authority != m_lastAuthority) {
+    if (generation != m_hostGeneration) {
         const auto reached = m_connection.ReachedFrom();
-        m_lastHost = port.Find(CanonicalHost(head.authority), reached);
+        m_host = port.Find(CanonicalHost(m_authority), reached);
         if (const std::string& serverName = m_connection.ServerName(); !serverName.empty()) {
-            m_lastIsMisdirected = port.Find(serverName, reached) != m_lastHost;
+            m_isMisdirected = port.Find(serverName, reached) != m_host;
         }
-        m_lastAuthority = head.authority;
-        m_lastGeneration = generation;
+        m_hostGeneration = generation;
     }
-    const bool isTls = port.GetScheme() == CPort::Scheme::Https;
-    const bool isOtherScheme =
-        head.scheme == (isTls ? CRequestHead::Scheme::Http : CRequestHead::Scheme::Https);
-    if (!m_lastIsMisdirected && !isOtherScheme && m_lastHost) return m_lastHost;
-    status = m_lastIsMisdirected || isOtherScheme ? kMisdirected : kNotFound;
-    return nullptr;
+    status = m_isMisdirected || m_isOtherScheme ? kMisdirected : kNotFound;
+    return m_isMisdirected || m_isOtherScheme ? nullptr : m_host;
 }
 
 void CHttp1::SendContinue() {
@@ -218,28 +227,30 @@ void CHttp1::Refuse(std::uint16_t status) {
 }
 
 bool CHttp1::Handle() {
-    if (!m_host && m_connection.Port().IsClosed()) {
+    std::uint16_t status = 0;
+    const auto host = FindHost(status);
+    if (!host && m_connection.Port().IsClosed()) {
         // Its hosts may be served again by now, over other connections: the client tries one.
         CutOff();
         return true;
     }
-    if (!m_host) {
-        m_exchange.reset();
+    if (!host) {
         m_request.reset();
-        BeginReply(web::http::http_response(m_status));
+        m_exchange.reset();
+        BeginReply(web::http::http_response(status));
         return true;
     }
+    if (!BeginWork()) return AwaitWork() != Step::Lost;
     Enter(State::Handling);
-    return RunThatMayWait(
-               [this] {
+    return DoWork(
+               [this, host = host.get()] {
                    try {
-                       if (!m_host->Handle(*m_request))
+                       if (!host->Handle(*m_request))
                            m_exchange->SetAnswer(web::http::http_response(kNotFound));
                    } catch (...) {
                        // The request ends unanswered, which is a failure.
                    }
                    m_request.reset();
-                   m_host.reset();
                },
                [this] {
                    if (m_exchange->HandlerReturned()) OnAnswer();
@@ -247,14 +258,16 @@ bool CHttp1::Handle() {
                }) != Step::Lost;
 }
 
+bool CHttp1::BeginWork() {
+    m_isBusy = m_connection.Loop().MayWait();
+    return m_isBusy;
+}
+
 template <class Work, class Then>
-CHttp1::Step CHttp1::RunThatMayWait(const Work& work, const Then& then) {
+CHttp1::Step CHttp1::DoWork(const Work& work, const Then& then) {
     const auto connection = m_connection.shared_from_this();
-    CLoop& loop = m_connection.Loop();
-    m_isBusy = true;
-    loop.MayWait();
     work();
-    if (loop.Resume()) {
+    if (m_connection.Loop().Resume()) {
         m_isBusy = false;
         return then();
     }
@@ -313,7 +326,10 @@ void CHttp1::BeginReply(const CExchange::Answer& answer) {
 
 CHttp1::Step CHttp1::SendReply() {
     for (int turn = 0; turn != kTurn; ++turn) {
-        const bool sendsFile = m_reply.File() && !m_connection.IsTls() && m_reply.Remaining() > kSmallBody;
+        // What was sent before, 100 Continue, leaves first.
+        if (m_connection.IsSending() && OnSent(m_connection.Flush()) != Step::Done) return Step::Waits;
+        const bool sendsFile = m_reply.File() && m_reply.File()->Descriptor() >= 0 &&
+                               m_connection.CanSendFiles() && m_reply.Remaining() > kSmallBody;
         if (!m_reply.IsComplete() && !sendsFile && !m_hasPiece) {
             const Step step = m_reply.File() ? ReadFilePart() : Pull();
             if (step != Step::Done) return step;
@@ -343,9 +359,10 @@ CHttp1::Step CHttp1::OnSent(CConnection::Sent sent) {
 }
 
 CHttp1::Step CHttp1::SendFilePart() {
+    if (!BeginWork()) return AwaitWork();
     m_sent = CConnection::Sent::Failed;
     m_offset = m_reply.Offset();
-    return RunThatMayWait(
+    return DoWork(
         [this] { m_sent = m_connection.SendFile(m_reply.File()->Descriptor(), m_offset, m_reply.End()); },
         [this] {
             if (m_state == State::Closed) return Step::Waits;
@@ -357,11 +374,12 @@ CHttp1::Step CHttp1::SendFilePart() {
 }
 
 CHttp1::Step CHttp1::ReadFilePart() {
+    if (!BeginWork()) return AwaitWork();
     std::string& output = m_connection.Output();
     m_offset = output.size();
     output.resize(m_offset + static_cast<std::size_t>(
                                  std::min<std::uint64_t>(m_reply.Remaining(), m_limits->sendBufferBytes)));
-    return RunThatMayWait(
+    return DoWork(
         [this, &output] {
             auto* next = reinterpret_cast<std::uint8_t*>(output.data()) + m_offset;
             auto* const end = reinterpret_cast<std::uint8_t*>(output.data()) + output.size();
@@ -382,19 +400,22 @@ CHttp1::Step CHttp1::ReadFilePart() {
         });
 }
 
+CHttp1::Step CHttp1::AwaitWork() {
+    m_awaitsWork = true;
+    return Step::Waits;
+}
+
 CHttp1::Step CHttp1::Pull() {
+    if (!BeginWork()) return AwaitWork();
     const auto connection = m_connection.shared_from_this();
-    CLoop& loop = m_connection.Loop();
-    m_isBusy = true;
-    loop.MayWait();
     const pplx::task<std::size_t> pulled = m_reply.Pull(m_limits->sendBufferBytes / 2);
-    if (!loop.Resume()) {
+    if (!m_connection.Loop().Resume()) {
         PostWhenPulled(pulled);
         return Step::Lost;
     }
     if (pulled.is_done()) {
         m_isBusy = false;
-        return OnPulled(pulled);
+        return OnPulled(ResultOf(pulled));
     }
     // What is there leaves while the body waits.
     Ignore(OnSent(m_connection.Flush()));
@@ -404,21 +425,16 @@ CHttp1::Step CHttp1::Pull() {
 
 void CHttp1::PostWhenPulled(const pplx::task<std::size_t>& pulled) {
     pulled.then([this, connection = m_connection.shared_from_this()](const pplx::task<std::size_t>& done) {
-        connection->Post([this, done] {
+        connection->Post([this, count = ResultOf(done)] {
             EndBusy();
-            return OnPulled(done) != Step::Done || Advance(m_input);
+            return OnPulled(count) != Step::Done || Advance(m_input);
         });
     });
 }
 
-CHttp1::Step CHttp1::OnPulled(const pplx::task<std::size_t>& pulled) {
-    std::optional<std::size_t> count;
-    try {
-        count = pulled.get();
-    } catch (const std::exception&) {
-        // The body failed: the client must not take what it has for the whole.
-    }
+CHttp1::Step CHttp1::OnPulled(std::optional<std::size_t> count) {
     if (m_state == State::Closed) return Step::Waits;
+    // When the body has failed, the client must not take what it has for the whole.
     if (!count || !m_reply.Append(*count, m_connection.Output())) return Abort();
     m_hasPiece = true;
     return m_isBlocked ? Step::Waits : Step::Done;
@@ -429,7 +445,9 @@ void CHttp1::EndReply() {
     if (m_keepsAlive) {
         Enter(State::Head);
         m_isIdle = m_input.empty();
-        if (m_isIdle) m_connection.ReleaseOutput();
+        if (!m_isIdle) return;
+        m_connection.ReleaseOutput();
+        std::string().swap(m_input);
     } else {
         m_connection.EndOutput();
         m_input.clear();
@@ -491,11 +509,13 @@ void CHttp1::OnTick(std::chrono::nanoseconds now) {
             return;
         }
         case State::Handling: return CheckPeer();
-        case State::Sending: return m_isBlocked ? CheckProgress(now) : CheckPeer();
+        case State::Ready:
+        case State::Sending:
+            if (std::exchange(m_awaitsWork, false)) m_connection.Post([this] { return Advance(m_input); });
+            return m_isBlocked ? CheckProgress(now) : CheckPeer();
         case State::Draining:
             if (elapsed >= kDrainTime) CutOff();
             return;
-        case State::Ready:
         case State::Closed: return;
     }
 }

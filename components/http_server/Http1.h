@@ -56,8 +56,8 @@ class CHttp1 final : public IProtocol, private IAnswerWaiter {
     bool ReadBody(std::string_view& input);
     /// Makes the library's request of the head; the status that refuses it, else 0.
     std::uint16_t BeginRequest(const CRequestHead& head);
-    /// The host that a request is for; none sets `status`, with which the request is answered instead.
-    std::shared_ptr<CHost> FindHost(const CRequestHead& head, std::uint16_t& status);
+    /// The host that the request is for; none sets `status`, with which the request is answered instead.
+    std::shared_ptr<CHost> FindHost(std::uint16_t& status);
     void SendContinue();
     void Refuse(std::uint16_t status);
 
@@ -70,12 +70,16 @@ class CHttp1 final : public IProtocol, private IAnswerWaiter {
     Step ReadFilePart();
     Step Pull();
     void PostWhenPulled(const pplx::task<std::size_t>& pulled);
-    Step OnPulled(const pplx::task<std::size_t>& pulled);
+    Step OnPulled(std::optional<std::size_t> count);
+    /// A tick tries again what could not begin.
+    Step AwaitWork();
     void EndReply();
 
-    /// Runs `work`, which may wait, and then `then` on the loop; Lost when that happens later.
+    /// False when too much is waiting already; DoWork or Resume follows otherwise.
+    [[nodiscard]] bool BeginWork();
+    /// Does `work`, which may wait, and then `then` on the loop; Lost when that happens later.
     template <class Work, class Then>
-    Step RunThatMayWait(const Work& work, const Then& then);
+    Step DoWork(const Work& work, const Then& then);
     void EndBusy();
     void Enter(State state);
     void RefuseNow(std::uint16_t status);
@@ -107,17 +111,17 @@ class CHttp1 final : public IProtocol, private IAnswerWaiter {
     bool m_isHeadRequest = false;
     std::shared_ptr<CExchange> m_exchange;
     std::optional<web::http::http_request> m_request;
-    std::shared_ptr<CHost> m_host;
-    std::uint16_t m_status = 0;  // that answers a request without host
+    bool m_isOtherScheme = false;
 
     // The host of the last request, by the text that named it.
-    std::string m_lastAuthority;
-    std::uint64_t m_lastGeneration = 0;
-    std::shared_ptr<CHost> m_lastHost;
-    bool m_lastIsMisdirected = false;  // it is not the one that TLS was set up for
+    std::string m_authority;
+    std::uint64_t m_hostGeneration = 0;  // of the port's hosts; 0 before the host was looked for
+    std::shared_ptr<CHost> m_host;
+    bool m_isMisdirected = false;  // it is not the one that TLS was set up for
 
     // The reply.
     CReplyBody m_reply;
+    bool m_awaitsWork = false;   // too much is waiting already
     bool m_hasPiece = false;     // of the body, ready to be sent
     bool m_isBlocked = false;    // until the client has read
     std::uint64_t m_offset = 0;  // of the part that is read or sent

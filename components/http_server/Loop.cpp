@@ -9,8 +9,9 @@ namespace {
 
 /// Set when the loop that this thread ran was taken over.
 thread_local bool t_isReplaced = false;
-/// The work that this thread has begun.
+/// The work that this thread has begun last, and whether it has not ended yet.
 thread_local std::uint64_t t_work = 0;
+thread_local bool t_isAtWork = false;
 
 }  // namespace
 
@@ -36,15 +37,27 @@ void CLoop::End() {
 void CLoop::Run() {
     t_isReplaced = false;
     const CWaitingObserverScope observe(*this);
-    while (!t_isReplaced && !m_context.stopped()) m_context.run_one();
+    while (!t_isReplaced && !m_context.stopped()) {
+        try {
+            m_context.run_one();
+        } catch (...) {
+            // Want of memory, in all likelihood: one connection suffers, the others go on.
+            if (t_isAtWork) Ignore(Resume());
+        }
+    }
 }
 
-void CLoop::MayWait() noexcept {
+bool CLoop::MayWait() noexcept {
+    if (!m_threads.TryBeginWork()) return false;
+    t_isAtWork = true;
     t_work = m_work.fetch_add(1) + 1;
     m_watch.OnWork();
+    return true;
 }
 
 bool CLoop::Resume() noexcept {
+    m_threads.EndWork();
+    t_isAtWork = false;
     std::uint64_t expected = t_work;
     if (m_work.compare_exchange_strong(expected, expected + 1)) return true;
     t_isReplaced = true;

@@ -59,8 +59,9 @@ class CLoop : public std::enable_shared_from_this<CLoop>, private IWaitingObserv
     /// threads, watch and clock are not used afterwards.
     void End();
 
-    /// What the loop's thread does from here on may take long.
-    void MayWait() noexcept;
+    /// What the loop's thread does from here on may take long. False when too much is waiting already: it
+    /// must not begin then.
+    [[nodiscard]] bool MayWait() noexcept;
     /// The work is done. False when another thread has taken the loop over: the caller then touches nothing
     /// of the loop any more, posts what is left to do, and returns.
     [[nodiscard]] bool Resume() noexcept;

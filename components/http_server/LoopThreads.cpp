@@ -23,9 +23,10 @@ CLoopThreads::~CLoopThreads() {
     m_changed.wait(lock, [this] { return m_running == 0; });
 }
 
-void CLoopThreads::SetMost(std::size_t most) {
+void CLoopThreads::SetMost(std::size_t most, std::size_t loops) {
+    m_mostWork = most;
     const std::lock_guard lock(m_lock);
-    m_most = most;
+    m_most = most + loops;
 }
 
 bool CLoopThreads::Run(CLoop& loop) noexcept {

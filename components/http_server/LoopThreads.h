@@ -18,8 +18,7 @@ class CLoop;
 /// nothing to run stand by, and end after some seconds. Safe to use from any thread.
 class CLoopThreads {
  public:
-    /// `most` threads may exist at a time.
-    explicit CLoopThreads(std::size_t most) noexcept : m_most(most) {}
+    CLoopThreads() = default;
     /// Every loop has been stopped: waits until all threads have ended.
     ~CLoopThreads();
     CLoopThreads(const CLoopThreads&) = delete;
@@ -28,16 +27,27 @@ class CLoopThreads {
     /// Has a thread run the loop: one that stands by, else a new one, else the first that comes free. False
     /// when there is no thread at all.
     bool Run(CLoop& loop) noexcept;
-    void SetMost(std::size_t most);
+    /// `most` pieces of work that may wait, for `loops` loops; a thread for each.
+    void SetMost(std::size_t most, std::size_t loops);
+
+    /// Counts a piece of work that may wait; false when there are too many already.
+    bool TryBeginWork() noexcept {
+        if (m_work.fetch_add(1) < m_mostWork.load(std::memory_order_relaxed)) return true;
+        EndWork();
+        return false;
+    }
+    void EndWork() noexcept { m_work.fetch_sub(1); }
 
  private:
     void Work();
     bool StartOne() noexcept;
 
+    std::atomic<std::size_t> m_work{0};
+    std::atomic<std::size_t> m_mostWork{0};
     CMutex m_lock{LockRank::Innermost};  // guards what follows
     std::condition_variable_any m_changed;
     std::deque<CLoop*> m_waiting;
-    std::size_t m_most;
+    std::size_t m_most = 0;
     std::size_t m_idle = 0;
     std::size_t m_running = 0;
     bool m_isStopped = false;
