@@ -25,10 +25,11 @@ CResult<std::shared_ptr<const CFile>> CFileCache::Open(const std::wstring& path)
     auto opened = CFile::Open(path);
     if (!opened.IsOk()) return opened.Error();
     CFile& file = opened.Value();
-    const bool isKept =
-        file.Stamp().size <= kLargestKept && HasSettled(file.Stamp()) && file.LoadContent() == ErrorCode::Success;
+    const std::uint64_t size = file.Stamp().size;
+    const bool isLoaded =
+        size <= kLargestLoaded && HasSettled(file.Stamp()) && file.LoadContent() == ErrorCode::Success;
     auto shared = std::make_shared<const CFile>(std::move(file));
-    if (isKept) Keep(path, shared);
+    if (size <= kLargestOpen) Keep(path, shared, isLoaded ? static_cast<std::size_t>(size) : kOpenCounts);
     return std::shared_ptr<const CFile>(std::move(shared));
 }
 
@@ -38,12 +39,13 @@ std::shared_ptr<const CFile> CFileCache::Find(const std::wstring& path) const {
     return found == m_kept.end() ? nullptr : found->second.file;
 }
 
-void CFileCache::Keep(const std::wstring& path, std::shared_ptr<const CFile> file) {
+void CFileCache::Keep(const std::wstring& path, std::shared_ptr<const CFile> file, std::size_t bytes) {
     const std::lock_guard lock(m_lock);
     if (const auto found = m_kept.find(path); found != m_kept.end()) DropLocked(found);
-    m_bytes += static_cast<std::size_t>(file->Stamp().size) + path.size() * sizeof(wchar_t);
+    bytes += 2 * path.size() * sizeof(wchar_t) + sizeof(CFile);
+    m_bytes += bytes;
     m_byAge.push_back(path);
-    m_kept.emplace(path, CKept{std::move(file), std::prev(m_byAge.end())});
+    m_kept.emplace(path, CKept{std::move(file), bytes, std::prev(m_byAge.end())});
     while (m_bytes > kMostBytes) DropLocked(m_kept.find(m_byAge.front()));
 }
 
@@ -53,7 +55,7 @@ void CFileCache::Drop(const std::wstring& path) {
 }
 
 void CFileCache::DropLocked(std::unordered_map<std::wstring, CKept>::iterator kept) {
-    m_bytes -= static_cast<std::size_t>(kept->second.file->Stamp().size) + kept->first.size() * sizeof(wchar_t);
+    m_bytes -= kept->second.bytes;
     m_byAge.erase(kept->second.age);
     m_kept.erase(kept);
 }

@@ -10,13 +10,16 @@
 
 namespace quorbel {
 
-/// Opens files and keeps the content of small ones that were not changed lately, so that the next one to open them
-/// pays for one look at the file's stamp. What it gives is always what opening the file would give. Safe to use
-/// from any thread.
+/// Opens files and keeps some of them for the next one to open them, who then pays for one look at the file's stamp:
+/// small ones that were not changed lately with their content in memory, others as long as they are not so large
+/// that keeping a deleted one from the disk would matter. What it gives is always what opening the file would give.
+/// Safe to use from any thread.
 class CFileCache {
  public:
-    static constexpr std::uint64_t kLargestKept = 16384;  ///< bytes of one file
-    static constexpr std::size_t kMostBytes = 16 << 20;   ///< of all files that are kept
+    static constexpr std::uint64_t kLargestLoaded = 16384;   ///< bytes of a file that is kept in memory
+    static constexpr std::uint64_t kLargestOpen = 1 << 20;   ///< bytes of a file that is kept open
+    static constexpr std::size_t kMostBytes = 16 << 20;      ///< of memory for the files that are kept
+    static constexpr std::size_t kOpenCounts = 256 << 10;    ///< bytes that an open file counts for
 
     /// As CFile::Open, but for a file that is kept without opening it.
     CResult<std::shared_ptr<const CFile>> Open(const std::wstring& path);
@@ -24,11 +27,12 @@ class CFileCache {
  private:
     struct CKept {
         std::shared_ptr<const CFile> file;
+        std::size_t bytes;
         std::list<std::wstring>::iterator age;
     };
 
     std::shared_ptr<const CFile> Find(const std::wstring& path) const;
-    void Keep(const std::wstring& path, std::shared_ptr<const CFile> file);
+    void Keep(const std::wstring& path, std::shared_ptr<const CFile> file, std::size_t bytes);
     void Drop(const std::wstring& path);
     void DropLocked(std::unordered_map<std::wstring, CKept>::iterator kept);
 

@@ -16,6 +16,52 @@ constexpr std::uint16_t kHeaderTooLarge = 431;
 constexpr std::size_t kLongestChunkLine = 1024;
 constexpr std::size_t kMostExtensionBytes = 8192;
 
+void SkipBlanks(std::string_view& text) noexcept {
+    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+}
+
+bool Skip(std::string_view& text, char expected) noexcept {
+    if (!text.starts_with(expected)) return false;
+    text.remove_prefix(1);
+    return true;
+}
+
+bool SkipToken(std::string_view& text) noexcept {
+    std::size_t length = 0;
+    while (length < text.size() && IsToken(text.substr(length, 1))) ++length;
+    text.remove_prefix(length);
+    return length != 0;
+}
+
+/// RFC 9110, section 5.6.4; of text without control characters.
+bool SkipQuotedString(std::string_view& text) noexcept {
+    if (!Skip(text, '"')) return false;
+    while (!text.empty()) {
+        if (Skip(text, '"')) return true;
+        if (Skip(text, '\\') && text.empty()) return false;
+        text.remove_prefix(1);
+    }
+    return false;
+}
+
+/// RFC 9112, section 7.1.1.
+bool AreExtensions(std::string_view text) noexcept {
+    if (!IsFieldValue(text)) return false;
+    while (!text.empty()) {
+        SkipBlanks(text);
+        if (!Skip(text, ';')) return false;
+        SkipBlanks(text);
+        if (!SkipToken(text)) return false;
+        std::string_view value = text;
+        SkipBlanks(value);
+        if (!Skip(value, '=')) continue;
+        SkipBlanks(value);
+        if (!SkipToken(value) && !SkipQuotedString(value)) return false;
+        text = value;
+    }
+    return true;
+}
+
 }  // namespace
 
 void CBodyDecoder::Reset(const CRequestHead& head) noexcept {
@@ -32,13 +78,17 @@ CBodyDecoder::Progress CBodyDecoder::Refuse(std::uint16_t status) noexcept {
     return Progress::Refused;
 }
 
-bool CBodyDecoder::TakeLine(std::string_view& input, std::size_t longest) noexcept {
+bool CBodyDecoder::TakeLine(std::string_view& input, std::size_t longest, std::uint16_t tooLong) {
     while (!input.empty()) {
         const char byte = input.front();
         input.remove_prefix(1);
         const bool endsWithReturn = !m_line.empty() && m_line.back() == '\r';
-        if (endsWithReturn != (byte == '\n') || m_line.size() > longest + 1) {
+        if (endsWithReturn != (byte == '\n')) {
             m_refusal = kBadRequest;
+            return false;
+        }
+        if (m_line.size() > longest + 1) {
+            m_refusal = tooLong;
             return false;
         }
         if (byte == '\n') {
@@ -61,10 +111,7 @@ bool CBodyDecoder::ParseChunkSize(const CHttpLimits& limits, std::size_t bodySiz
     }
     line.remove_prefix(digits);
     m_extensionBytes += line.size();
-    const std::size_t semicolon = line.find_first_not_of(" \t");
-    const bool hasExtension = semicolon != std::string_view::npos && line[semicolon] == ';';
-    if (digits == 0 || digits > 16 || (!line.empty() && !hasExtension) || !IsFieldValue(line) ||
-        m_extensionBytes > kMostExtensionBytes) {
+    if (digits == 0 || digits > 16 || !AreExtensions(line) || m_extensionBytes > kMostExtensionBytes) {
         m_refusal = kBadRequest;
     } else if (size > limits.bodyBytes || bodySize + size > limits.bodyBytes) {
         m_refusal = kPayloadTooLarge;
@@ -88,20 +135,20 @@ CBodyDecoder::Progress CBodyDecoder::Take(std::string_view& input, std::string& 
                 break;
             }
             case Phase::ChunkSize:
-                if (!TakeLine(input, kLongestChunkLine)) break;
+                if (!TakeLine(input, kLongestChunkLine, kBadRequest)) break;
                 if (!ParseChunkSize(limits, body.size())) break;
                 m_phase = m_remaining == 0 ? Phase::Trailer : Phase::Content;
                 m_line.clear();
                 continue;
             case Phase::ChunkEnd:
-                if (!TakeLine(input, 0)) break;
+                if (!TakeLine(input, 0, kBadRequest)) break;
                 m_phase = Phase::ChunkSize;
                 m_line.clear();
                 continue;
             case Phase::Trailer: {
-                if (!TakeLine(input, limits.headerBytes)) break;
+                if (!TakeLine(input, limits.headerBytes, kHeaderTooLarge)) break;
                 CRequestHead::CField field;
-                m_trailerBytes += m_line.size();
+                m_trailerBytes += m_line.size() + 2;
                 if (m_line.empty()) {
                     m_phase = Phase::Done;
                 } else if (!ParseField(m_line, field)) {

@@ -27,8 +27,8 @@ class CBodyDecoder {
 
     Progress Refuse(std::uint16_t status) noexcept;
     /// Moves bytes of the current line to m_line; true once its end has been taken too, false without it or
-    /// with m_refusal set.
-    bool TakeLine(std::string_view& input, std::size_t longest) noexcept;
+    /// with m_refusal set: to `tooLong` for a line of more than `longest` bytes.
+    bool TakeLine(std::string_view& input, std::size_t longest, std::uint16_t tooLong);
     bool ParseChunkSize(const CHttpLimits& limits, std::size_t bodySize) noexcept;
 
     Phase m_phase = Phase::Done;

@@ -67,10 +67,7 @@ web::http::http_request CExchange::MakeRequest(const CRequestHead& head, std::st
 void CExchange::Complete(web::http::http_request& request, std::string body) {
     auto& message = *request._get_impl();
     const std::size_t size = body.size();
-    // A stream costs as much as all the rest of a request, and nobody reads the body that a GET does not have.
-    if (size != 0 || request.method() != web::http::methods::GET) {
-        message.set_instream(concurrency::streams::bytestream::open_istream(std::move(body)));
-    }
+    message.set_instream(concurrency::streams::bytestream::open_istream(std::move(body)));
     message._complete(size);
 }
 

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "components/http_server/HostName.h"
+#include "platform/UrlPath.h"
 
 namespace quorbel {
 
@@ -97,13 +98,15 @@ bool TakeAuthority(std::string_view& target, CRequestHead& head) noexcept {
     return IsAuthority(head.authority);
 }
 
-bool ParseTarget(std::string_view target, CRequestHead& head) noexcept {
+bool ParseTarget(std::string_view target, CRequestHead& head) {
     if (target.empty() || !AllIn(target, kTargetCharacters)) return false;
     if (target.find('#') != std::string_view::npos) return false;
     if (head.method == "CONNECT") {
         head.target = CRequestHead::Target::Authority;
         head.authority = target;
-        return IsAuthority(target);
+        // Without a port there is nothing to connect to (RFC 9110, section 9.3.6).
+        const std::size_t colon = target.rfind(':');
+        return IsAuthority(target) && !target.ends_with(']') && colon < target.size() - 1;
     }
     if (target == "*") {
         head.target = CRequestHead::Target::Asterisk;
@@ -111,13 +114,19 @@ bool ParseTarget(std::string_view target, CRequestHead& head) noexcept {
         return head.method == "OPTIONS";
     }
     if (target.front() != '/' && !TakeAuthority(target, head)) return false;
+    if (target.empty() && head.method == "OPTIONS") {
+        // The absolute form of the asterisk (RFC 9112, section 3.2.4).
+        head.target = CRequestHead::Target::Asterisk;
+        head.path = "*";
+        return true;
+    }
     const std::size_t question = std::min(target.find('?'), target.size());
     head.path = question == 0 ? std::string_view("/") : target.substr(0, question);
     head.query = question == target.size() ? std::string_view() : target.substr(question + 1);
-    return true;
+    return head.query.find('%') == std::string_view::npos || PercentDecode(head.query).has_value();
 }
 
-std::uint16_t ParseRequestLine(std::string_view line, CRequestHead& head) noexcept {
+std::uint16_t ParseRequestLine(std::string_view line, CRequestHead& head) {
     const std::size_t first = line.find(' ');
     const std::size_t second = first == std::string_view::npos ? first : line.find(' ', first + 1);
     if (second == std::string_view::npos) return kBadRequest;
@@ -134,7 +143,9 @@ class CFraming {
     std::uint16_t Take(const Field& field) {
         switch (field.name.size()) {
             case 4: return EqualsLower(field.name, "host") ? TakeHost(field.value) : 0;
-            case 6: return EqualsLower(field.name, "expect") ? TakeExpect(field.value) : 0;
+            case 6:
+                if (EqualsLower(field.name, "expect")) TakeExpect(field.value);
+                return 0;
             case 10:
                 if (EqualsLower(field.name, "connection")) TakeConnection(field.value);
                 return 0;
@@ -166,9 +177,10 @@ class CFraming {
         return 0;
     }
 
-    std::uint16_t TakeExpect(std::string_view value) noexcept {
-        (EqualsLower(value, "100-continue") ? m_expectsContinue : m_expectsOther) = true;
-        return 0;
+    void TakeExpect(std::string_view value) {
+        ForEachElement(value, [this](std::string_view expectation) {
+            (EqualsLower(expectation, "100-continue") ? m_expectsContinue : m_expectsOther) = true;
+        });
     }
 
     void TakeConnection(std::string_view value) {

@@ -25,7 +25,7 @@ struct CRequestHead {
     std::string_view method;
     Target target = Target::Path;
     std::string_view path;         ///< begins with "/" unless the target is an asterisk or an authority
-    std::string_view query;        ///< without "?"
+    std::string_view query;        ///< without "?"; its percent signs are good
     Scheme scheme = Scheme::None;  ///< of an absolute-form target
     std::string_view
         authority;  ///< host[:port] of the target, else of the Host field; empty for neither (HTTP/1.0)

@@ -67,6 +67,13 @@ bool CHttpConnection::FillWith(std::string& bytes) {
     return true;
 }
 
+std::optional<std::string> CHttpConnection::ReceiveBytes() {
+    std::array<char, 16384> buffer{};
+    const ssize_t count = ::recv(m_socket.Get(), buffer.data(), buffer.size(), 0);
+    if (count < 0) return std::nullopt;
+    return std::string(buffer.data(), static_cast<std::size_t>(count));
+}
+
 bool CHttpConnection::Fill() {
     return FillWith(m_received);
 }

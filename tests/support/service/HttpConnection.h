@@ -34,6 +34,8 @@ class CHttpConnection {
     void Leave() { m_socket = CFileDescriptor(); }
     /// Waits until more of a reply has arrived; false at the end of the connection.
     bool WaitForBytes() { return Fill(); }
+    /// What has arrived, at least a byte; empty at the end of the connection, none when it was cut off.
+    std::optional<std::string> ReceiveBytes();
     /// The next reply; none when the connection ended before it was complete.
     std::optional<CHttpReply> Receive();
     /// Up to so many bytes of what comes next; none at the connection's end.
