@@ -160,7 +160,7 @@ TEST_F(TimeoutsTest, AClientThatReadsSlowlyButSteadilyReceivesAll) {
     constexpr std::size_t kSize = 12 << 20;
     m_large = Content(std::vector<std::uint8_t>(kSize, 'x'), std::ios_base::in);
     CHttpConnection connection(m_port, "127.0.0.1", 65536);
-    ASSERT_TRUE(connection.Send(Get(kHost, "/large")));
+    ASSERT_TRUE(connection.Send(Get(kHost, "/large", "Connection: close\r\n")));
     std::size_t received = 0;
     for (int step = 0; step < 6; ++step) {
         for (const std::size_t until = received + (1 << 20); received < until;) {
@@ -174,7 +174,7 @@ TEST_F(TimeoutsTest, AClientThatReadsSlowlyButSteadilyReceivesAll) {
         AwaitTicks(idle);
     }
     std::string rest;
-    connection.ReceiveAll(rest);
+    EXPECT_EQ(connection.ReceiveAll(rest), End::Clean);
     EXPECT_GT(received + rest.size(), kSize);
     EXPECT_TRUE(rest.ends_with("\r\n0\r\n\r\n"));
 }
