@@ -30,7 +30,7 @@ class CExchange : public std::enable_shared_from_this<CExchange> {
     /// such target. `path` is the head's, in canonical form.
     web::http::http_request MakeRequest(const CRequestHead& head, std::string_view path,
                                         const std::string& peerAddress);
-    /// The body is there. A GET without one has no stream for it either.
+    /// The body is there, maybe empty.
     static void Complete(web::http::http_request& request, std::string body);
     /// Answers the request to which `response` belongs.
     static void Respond(web::http::http_response response);

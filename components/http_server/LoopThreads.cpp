@@ -24,9 +24,9 @@ CLoopThreads::~CLoopThreads() {
 }
 
 void CLoopThreads::SetMost(std::size_t most, std::size_t loops) {
-    m_mostWork = most;
+    m_mostWork = most + loops;
     const std::lock_guard lock(m_lock);
-    m_most = most + loops;
+    m_most = most + 2 * loops;
 }
 
 bool CLoopThreads::Run(CLoop& loop) noexcept {
