@@ -19,7 +19,9 @@ bool HasSettled(const CFileStamp& stamp) {
 CResult<std::shared_ptr<const CFile>> CFileCache::Open(const std::wstring& path) {
     if (auto kept = Find(path)) {
         const auto stamp = kept->StampNow();
-        if (stamp.IsOk() && stamp.Value() == kept->Stamp()) return kept;
+        const bool isLoadable = kept->Descriptor() >= 0 && kept->Stamp().size <= kLargestLoaded;
+        const bool isBetterLoaded = isLoadable && HasSettled(kept->Stamp());
+        if (stamp.IsOk() && stamp.Value() == kept->Stamp() && !isBetterLoaded) return kept;
         Drop(path);
     }
     auto opened = CFile::Open(path);

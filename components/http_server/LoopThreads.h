@@ -27,8 +27,8 @@ class CLoopThreads {
     /// Has a thread run the loop: one that stands by, else a new one, else the first that comes free. False
     /// when there is no thread at all.
     bool Run(CLoop& loop) noexcept;
-    /// So many pieces of work may wait for others than the one that each of the loops may be at; there is a thread
-    /// for all of that, and one more for each loop.
+    /// So many pieces of work may wait for others than the one that each of the loops may be at; there is a
+    /// thread for all of that, and one more for each loop.
     void SetMost(std::size_t most, std::size_t loops);
 
     /// Counts a piece of work that may wait; false when there are too many already.
