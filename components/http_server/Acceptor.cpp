@@ -42,14 +42,20 @@ CAcceptor::CAcceptor(const Endpoint& endpoint, const Loops& loops, OnAccept onAc
       m_acceptor(m_loop.Context()),
       m_pause(m_loop.Context()) {}
 
-std::shared_ptr<CAcceptor> CAcceptor::Open(const Endpoint& endpoint, const Loops& loops, OnAccept onAccept) {
+std::shared_ptr<CAcceptor> CAcceptor::Open(const Endpoint& endpoint, const Loops& loops, const List& siblings,
+                                           OnAccept onAccept) {
     auto acceptor = std::make_shared<CAcceptor>(endpoint, loops, std::move(onAccept));
-    acceptor->Listen();
+    acceptor->Listen(siblings);
     acceptor->m_loop.Post([acceptor] { acceptor->Accept(); });
     return acceptor;
 }
 
-void CAcceptor::Listen() {
+void CAcceptor::SharePort(bool isShared) {
+    const int value = isShared ? 1 : 0;
+    ::setsockopt(m_acceptor.native_handle(), SOL_SOCKET, SO_REUSEPORT, &value, sizeof value);
+}
+
+void CAcceptor::Listen(const List& siblings) {
     const bool isIpv6 = m_endpoint.protocol() == tcp::v6();
     if (const int passed = PassedSocket(m_endpoint); passed >= 0) {
         m_acceptor.assign(m_endpoint.protocol(), passed);
@@ -63,8 +69,15 @@ void CAcceptor::Listen() {
         // so.
         m_acceptor.set_option(tcp::acceptor::reuse_address(true));
         if (isIpv6) m_acceptor.set_option(asio::ip::v6_only(true));
-        m_acceptor.bind(m_endpoint);
-        m_acceptor.listen(SOMAXCONN);
+        // Only while this one binds, and only for our own: another process must not share the port.
+        if (!siblings.empty()) SharePort(true);
+        for (const auto& sibling : siblings) sibling->SharePort(true);
+        boost::system::error_code error;
+        m_acceptor.bind(m_endpoint, error);
+        if (!error) m_acceptor.listen(SOMAXCONN, error);
+        for (const auto& sibling : siblings) sibling->SharePort(false);
+        SharePort(false);
+        if (error) throw boost::system::system_error(error);
     }
     m_acceptor.non_blocking(true);
 }

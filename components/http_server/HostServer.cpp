@@ -48,15 +48,11 @@ Endpoints AddressesOf(const CHost& host, std::uint16_t port) {
     return {{asio::ip::address_v4::loopback(), port}, {asio::ip::address_v6::loopback(), port}};
 }
 
-/// All of them, or those on all addresses alone where there are such: they take in the others.
 Endpoints AddressesOf(const CPort& port) {
     Endpoints all;
-    for (const auto& host : port.Hosts())
+    for (const auto& host : port.Hosts()) {
         all.merge(AddressesOf(*host, static_cast<std::uint16_t>(port.Number())));
-    const bool takesAll = std::any_of(
-        all.begin(), all.end(), [](const auto& endpoint) { return endpoint.address().is_unspecified(); });
-    if (takesAll)
-        std::erase_if(all, [](const auto& endpoint) { return !endpoint.address().is_unspecified(); });
+    }
     return all;
 }
 
@@ -228,10 +224,10 @@ void CHostServer::Remove(CHost::Listener& listener) {
     host->CloseAndWait();
 }
 
-std::shared_ptr<CAcceptor> CHostServer::OpenSocket(const Endpoint& endpoint, std::shared_ptr<CPort> port) {
+std::shared_ptr<CAcceptor> CHostServer::OpenSocket(const Endpoint& endpoint, const COpenPort& open) {
     try {
-        return CAcceptor::Open(endpoint, m_loops,
-                               [this, port = std::move(port)](CLoop& loop, CAcceptor::Socket socket) {
+        return CAcceptor::Open(endpoint, m_loops, open.acceptors,
+                               [this, port = open.port](CLoop& loop, CAcceptor::Socket socket) {
                                    Accept(loop, std::move(socket), port);
                                });
     } catch (const boost::system::system_error& error) {
@@ -243,38 +239,35 @@ std::shared_ptr<CAcceptor> CHostServer::OpenSocket(const Endpoint& endpoint, std
 
 void CHostServer::OpenSockets(COpenPort& open) {
     Endpoints missing = AddressesOf(*open.port);
-    std::vector<std::shared_ptr<CAcceptor>> kept;
-    std::vector<std::shared_ptr<CAcceptor>> surplus;
+    CAcceptor::List kept;
+    CAcceptor::List surplus;
+    const std::size_t before = open.acceptors.size();
     for (const auto& acceptor : open.acceptors) {
         (missing.erase(acceptor->LocalEndpoint()) != 0 ? kept : surplus).push_back(acceptor);
     }
-    // A socket on all addresses and one on a single address exclude each other, so the old ones go first.
-    for (const auto& acceptor : surplus) acceptor->CloseAndWait();
-    std::vector<std::shared_ptr<CAcceptor>> opened;
     try {
         // IPv6 first: see CAcceptor::Covers.
         for (const Endpoint& endpoint : std::ranges::reverse_view(missing)) {
-            const auto covers = [&endpoint](const auto& acceptor) { return acceptor->Covers(endpoint); };
-            if (std::any_of(opened.begin(), opened.end(), covers) ||
-                std::any_of(kept.begin(), kept.end(), covers)) {
-                continue;
+            const bool isCovered = std::any_of(kept.begin(), kept.end(), [&endpoint](const auto& acceptor) {
+                return acceptor->Covers(endpoint);
+            });
+            if (isCovered) continue;
+            if (auto acceptor = OpenSocket(endpoint, open)) {
+                open.acceptors.push_back(acceptor);
+                kept.push_back(std::move(acceptor));
             }
-            if (auto acceptor = OpenSocket(endpoint, open.port)) opened.push_back(std::move(acceptor));
         }
-        if (kept.empty() && opened.empty()) {
+        if (kept.empty()) {
             throw std::runtime_error("this machine has none of the addresses of port " +
                                      std::to_string(open.port->Number()));
         }
     } catch (...) {
-        for (const auto& acceptor : opened) acceptor->CloseAndWait();
-        for (const auto& acceptor : surplus) {
-            if (auto again = OpenSocket(acceptor->LocalEndpoint(), open.port))
-                kept.push_back(std::move(again));
-        }
-        open.acceptors = std::move(kept);
+        // What was there before stays.
+        for (; open.acceptors.size() > before; open.acceptors.pop_back())
+            open.acceptors.back()->CloseAndWait();
         throw;
     }
-    kept.insert(kept.end(), opened.begin(), opened.end());
+    for (const auto& acceptor : surplus) acceptor->CloseAndWait();
     open.acceptors = std::move(kept);
 }
 

@@ -34,7 +34,7 @@ class CHostServer {
     /// A port in use, with its sockets.
     struct COpenPort {
         std::shared_ptr<CPort> port;
-        std::vector<std::shared_ptr<CAcceptor>> acceptors;
+        CAcceptor::List acceptors;
     };
     struct COpenHost {
         int port;
@@ -45,7 +45,7 @@ class CHostServer {
     /// Listens on the addresses that the port's hosts need, and on no others; the state of before when that
     /// fails.
     void OpenSockets(COpenPort& open);
-    std::shared_ptr<CAcceptor> OpenSocket(const Endpoint& endpoint, std::shared_ptr<CPort> port);
+    std::shared_ptr<CAcceptor> OpenSocket(const Endpoint& endpoint, const COpenPort& open);
     void Accept(CLoop& loop, CAcceptor::Socket socket, const std::shared_ptr<CPort>& port);
     std::shared_ptr<const CHttpLimits> Limits() const;
     void ReadLimits();
