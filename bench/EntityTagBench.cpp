@@ -37,7 +37,7 @@ BENCHMARK(EntityTagOfSource);
 void FindMappedFile(benchmark::State& state, bool isKnownToClient) {
     const CArchiveWithFile opened;
     const TextMap mappings{{L"/docs", L"0" + opened.folder.Text()}};
-    CFileCache files;
+    CFileCache files(SystemClock());
     const CDirectoryMappings directory(*opened.archive.Get(), files, mappings, 0x100000);
     web::http::http_request request(web::http::methods::GET);
     request.set_request_uri(web::uri("/docs/letter.txt"));

@@ -44,6 +44,7 @@ class CFilledCache {
     }
     static std::string Path(std::int64_t number) { return "/site/section/page" + std::to_string(number); }
 
+    CFileCache files{SystemClock()};
     CRoutingCache cache;
 };
 
@@ -84,7 +85,7 @@ BENCHMARK(RouteRequest);
 void CreateFileResponse(benchmark::State& state, const std::string& range) {
     const CScratchFolder folder;
     folder.Write("page.GET.html", std::string(1024, 'x'));
-    CFileCache files;
+    CFileCache files(SystemClock());
     CFileRequestHandler handler(files, folder.Text("page.GET.html"), L"text/html", L"",
                                 CacheClass::Development, CFileRequestHandler::kNoRangeCap);
     http_request request = BrowserRequest("/page");

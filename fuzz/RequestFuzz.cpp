@@ -6,6 +6,7 @@
 
 #include "components/http_server/BodyDecoder.h"
 #include "components/http_server/RequestHead.h"
+#include "tests/components/http_server/RawRequests.h"
 
 using namespace quorbel;
 
@@ -17,17 +18,8 @@ void Require(bool holds) {
     if (!holds) std::abort();
 }
 
-/// Small, so that inputs reach them.
-CHttpLimits Limits() {
-    CHttpLimits limits;
-    limits.requestLineBytes = 128;
-    limits.headerBytes = 512;
-    limits.headerFields = 20;
-    limits.bodyBytes = 1000;
-    return limits;
-}
-
-const CHttpLimits kLimits = Limits();
+// The corpus is the table of raw requests, and the bounds are those that it was made for.
+const CHttpLimits kLimits = RawRequestLimits();
 
 /// What became of a stream of requests.
 struct COutcome {

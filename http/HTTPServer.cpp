@@ -46,7 +46,8 @@ web::uri ParseAddress(const std::wstring& url) {
 
 }  // namespace
 
-CHTTPServer::CHTTPServer(const Environment& environment) : m_environment(environment) {}
+CHTTPServer::CHTTPServer(const Environment& environment)
+    : m_environment(environment), m_files(environment.clock) {}
 
 CHTTPServer::~CHTTPServer() = default;
 

@@ -4,17 +4,11 @@
 
 namespace quorbel {
 
-namespace {
-
-/// File systems count time in ticks: a file that changed just now may change again without another stamp.
-constexpr std::chrono::seconds kSettled{2};
-
-bool HasSettled(const CFileStamp& stamp) {
-    const std::chrono::nanoseconds now = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::nanoseconds(std::max(stamp.modified, stamp.changed)) < now - kSettled;
+bool CFileCache::HasSettled(const CFileStamp& stamp) const {
+    constexpr std::chrono::seconds kSettled{2};
+    const std::chrono::nanoseconds changed(std::max(stamp.modified, stamp.changed));
+    return ToFileTime(changed + kSettled) < m_clock.System();
 }
-
-}  // namespace
 
 CResult<std::shared_ptr<const CFile>> CFileCache::Open(const std::wstring& path) {
     if (auto kept = Find(path)) {

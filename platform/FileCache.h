@@ -5,6 +5,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "platform/Clock.h"
 #include "platform/File.h"
 #include "platform/Lock.h"
 
@@ -21,6 +22,9 @@ class CFileCache {
     static constexpr std::size_t kMostBytes = 16 << 20;     ///< of memory for the files that are kept
     static constexpr std::size_t kOpenCounts = 256 << 10;   ///< bytes that an open file counts for
 
+    /// The clock outlives the cache.
+    explicit CFileCache(const IClock& clock) noexcept : m_clock(clock) {}
+
     /// As CFile::Open, but for a file that is kept without opening it.
     CResult<std::shared_ptr<const CFile>> Open(const std::wstring& path);
 
@@ -31,11 +35,14 @@ class CFileCache {
         std::list<std::wstring>::iterator age;
     };
 
+    /// File systems count time in ticks: a file that changed just now may change again without another stamp.
+    bool HasSettled(const CFileStamp& stamp) const;
     std::shared_ptr<const CFile> Find(const std::wstring& path) const;
     void Keep(const std::wstring& path, std::shared_ptr<const CFile> file, std::size_t bytes);
     void Drop(const std::wstring& path);
     void DropLocked(std::unordered_map<std::wstring, CKept>::iterator kept);
 
+    const IClock& m_clock;
     mutable CMutex m_lock{LockRank::Innermost};  // guards what follows
     std::unordered_map<std::wstring, CKept> m_kept;
     std::list<std::wstring> m_byAge;  // the oldest first

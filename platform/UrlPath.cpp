@@ -49,6 +49,12 @@ bool IsUnreserved(char byte) noexcept {
 
 }  // namespace
 
+void AppendPercentEncoded(std::string& text, char byte) {
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    const auto value = static_cast<unsigned char>(byte);
+    text.append({'%', kDigits[value >> 4], kDigits[value & 0xF]});
+}
+
 std::optional<std::string> PercentDecode(std::string_view encoded) {
     std::string bytes;
     bytes.reserve(encoded.size());
@@ -96,15 +102,13 @@ std::variant<CUrlPath, CUrlPath::Refusal> CUrlPath::Parse(std::string_view encod
 
 std::string CUrlPath::Encoded() const {
     if (m_text == L"*") return "*";
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
     std::string encoded;
     for (char byte : ToUtf8(m_text)) {
         if (IsUnreserved(byte) || byte == '/') {
             encoded.push_back(byte);
-            continue;
+        } else {
+            AppendPercentEncoded(encoded, byte);
         }
-        const auto value = static_cast<unsigned char>(byte);
-        encoded.append({'%', kDigits[value >> 4], kDigits[value & 0xF]});
     }
     return encoded;
 }

@@ -37,6 +37,9 @@ class CUrlPath {
     std::wstring m_text;
 };
 
+/// Appends a byte in its percent-encoded form (RFC 3986, section 2.1).
+void AppendPercentEncoded(std::string& text, char byte);
+
 /// Decodes percent signs (RFC 3986, section 2.1); none for a bad one.
 std::optional<std::string> PercentDecode(std::string_view encoded);
 

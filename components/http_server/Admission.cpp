@@ -5,9 +5,6 @@ namespace quorbel {
 namespace {
 
 std::string KeyOf(const boost::asio::ip::address& address) {
-    if (address.is_v6() && address.to_v6().is_v4_mapped()) {
-        return KeyOf(boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6()));
-    }
     if (address.is_loopback()) return {};
     if (address.is_v4()) return address.to_string();
     const auto bytes = address.to_v6().to_bytes();
@@ -16,9 +13,14 @@ std::string KeyOf(const boost::asio::ip::address& address) {
 
 }  // namespace
 
+boost::asio::ip::address Unmapped(const boost::asio::ip::address& address) {
+    if (!address.is_v6() || !address.to_v6().is_v4_mapped()) return address;
+    return boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6());
+}
+
 std::optional<std::string> CAdmissions::Admit(const boost::asio::ip::address& address,
                                               const CBounds& bounds) {
-    std::string key = KeyOf(address);
+    std::string key = KeyOf(Unmapped(address));
     const std::lock_guard lock(m_lock);
     if (m_total >= bounds.total) return std::nullopt;
     if (!key.empty()) {

@@ -13,6 +13,9 @@
 
 namespace quorbel {
 
+/// The address of an IPv4 client as such, also when it came by a socket for both kinds of address.
+boost::asio::ip::address Unmapped(const boost::asio::ip::address& address);
+
 /// Counts the open connections, in all and by address: an IPv4 address, or the /64 of an IPv6 address, is
 /// one. Loopback addresses are counted in the total only. Safe to use from any thread.
 class CAdmissions {

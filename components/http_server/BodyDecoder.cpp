@@ -1,6 +1,7 @@
 #include "components/http_server/BodyDecoder.h"
 
 #include <algorithm>
+#include <cpprest/http_msg.h>
 
 #include "platform/Text.h"
 
@@ -8,9 +9,7 @@ namespace quorbel {
 
 namespace {
 
-constexpr std::uint16_t kBadRequest = 400;
-constexpr std::uint16_t kPayloadTooLarge = 413;
-constexpr std::uint16_t kHeaderTooLarge = 431;
+using web::http::status_codes;
 
 /// A chunk's size and extensions take no more; all chunks' extensions together neither.
 constexpr std::size_t kLongestChunkLine = 1024;
@@ -84,7 +83,7 @@ bool CBodyDecoder::TakeLine(std::string_view& input, std::size_t longest, std::u
         input.remove_prefix(1);
         const bool endsWithReturn = !m_line.empty() && m_line.back() == '\r';
         if (endsWithReturn != (byte == '\n')) {
-            m_refusal = kBadRequest;
+            m_refusal = status_codes::BadRequest;
             return false;
         }
         if (m_line.size() > longest + 1) {
@@ -112,9 +111,9 @@ bool CBodyDecoder::ParseChunkSize(const CHttpLimits& limits, std::size_t bodySiz
     line.remove_prefix(digits);
     m_extensionBytes += line.size();
     if (digits == 0 || digits > 16 || !AreExtensions(line) || m_extensionBytes > kMostExtensionBytes) {
-        m_refusal = kBadRequest;
+        m_refusal = status_codes::BadRequest;
     } else if (size > limits.bodyBytes || bodySize + size > limits.bodyBytes) {
-        m_refusal = kPayloadTooLarge;
+        m_refusal = status_codes::RequestEntityTooLarge;
     }
     m_remaining = size;
     return m_refusal == 0;
@@ -135,26 +134,26 @@ CBodyDecoder::Progress CBodyDecoder::Take(std::string_view& input, std::string& 
                 break;
             }
             case Phase::ChunkSize:
-                if (!TakeLine(input, kLongestChunkLine, kBadRequest)) break;
+                if (!TakeLine(input, kLongestChunkLine, status_codes::BadRequest)) break;
                 if (!ParseChunkSize(limits, body.size())) break;
                 m_phase = m_remaining == 0 ? Phase::Trailer : Phase::Content;
                 m_line.clear();
                 continue;
             case Phase::ChunkEnd:
-                if (!TakeLine(input, 0, kBadRequest)) break;
+                if (!TakeLine(input, 0, status_codes::BadRequest)) break;
                 m_phase = Phase::ChunkSize;
                 m_line.clear();
                 continue;
             case Phase::Trailer: {
-                if (!TakeLine(input, limits.headerBytes, kHeaderTooLarge)) break;
+                if (!TakeLine(input, limits.headerBytes, status_codes::RequestHeaderFieldsTooLarge)) break;
                 CRequestHead::CField field;
                 m_trailerBytes += m_line.size() + 2;
                 if (m_line.empty()) {
                     m_phase = Phase::Done;
                 } else if (!ParseField(m_line, field)) {
-                    m_refusal = kBadRequest;
+                    m_refusal = status_codes::BadRequest;
                 } else if (m_trailerBytes > limits.headerBytes) {
-                    m_refusal = kHeaderTooLarge;
+                    m_refusal = status_codes::RequestHeaderFieldsTooLarge;
                 }
                 m_line.clear();
                 break;

@@ -23,12 +23,6 @@ constexpr std::size_t kLargestSendfile = 1 << 20;
 /// The kernel holds so many bytes at most that have not left yet.
 constexpr int kUnsentBytes = 131072;
 
-tcp::endpoint Unmapped(const tcp::endpoint& endpoint) {
-    const auto address = endpoint.address();
-    if (!address.is_v6() || !address.to_v6().is_v4_mapped()) return endpoint;
-    return {boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6()), endpoint.port()};
-}
-
 }  // namespace
 
 CConnection::CConnection(CLoop& loop, Socket socket, std::shared_ptr<CPort> port, CAdmission admission)
@@ -37,8 +31,8 @@ CConnection::CConnection(CLoop& loop, Socket socket, std::shared_ptr<CPort> port
       m_admission(std::move(admission)),
       m_socket(std::move(socket)) {
     ErrorCondition ignored;
-    const auto peer = Unmapped(m_socket.remote_endpoint(ignored)).address();
-    const auto local = Unmapped(m_socket.local_endpoint(ignored)).address();
+    const auto peer = Unmapped(m_socket.remote_endpoint(ignored).address());
+    const auto local = Unmapped(m_socket.local_endpoint(ignored).address());
     m_peerAddress = peer.to_string();
     m_localAddress = local.to_string();
     m_isLocal = local.is_loopback();
@@ -210,14 +204,14 @@ void CConnection::ReleaseOutput() {
     std::string().swap(m_plain);
 }
 
-std::uint64_t CConnection::Acknowledged() const {
+std::uint64_t CConnection::Acknowledged() {
     int queued = 0;
-    ::ioctl(const_cast<Socket&>(m_socket).native_handle(), SIOCOUTQ, &queued);
+    ::ioctl(m_socket.native_handle(), SIOCOUTQ, &queued);
     return m_sentTotal - std::min<std::uint64_t>(m_sentTotal, static_cast<std::uint64_t>(queued));
 }
 
-bool CConnection::HasPeerLeft() const {
-    pollfd state{const_cast<Socket&>(m_socket).native_handle(), POLLRDHUP, 0};
+bool CConnection::HasPeerLeft() {
+    pollfd state{m_socket.native_handle(), POLLRDHUP, 0};
     return ::poll(&state, 1, 0) > 0;
 }
 

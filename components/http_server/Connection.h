@@ -92,10 +92,10 @@ class CConnection final : public std::enable_shared_from_this<CConnection>, priv
     /// Frees what sending has used.
     void ReleaseOutput();
     /// Bytes that the client's system has confirmed; a measure of its progress.
-    std::uint64_t Acknowledged() const;
+    std::uint64_t Acknowledged();
 
     /// True when the client has closed its side, or the connection is broken.
-    bool HasPeerLeft() const;
+    bool HasPeerLeft();
     /// Sends no more, but still reads.
     void EndOutput();
     void Close();

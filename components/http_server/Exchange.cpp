@@ -2,6 +2,8 @@
 
 #include <cpprest/containerstream.h>
 
+#include "platform/UrlPath.h"
+
 namespace quorbel {
 
 namespace {
@@ -21,16 +23,14 @@ class CServerContext final : public web::http::details::_http_server_context {
 
 /// A query as a URI holds it (RFC 3986, section 3.4): other bytes are percent-encoded, what is encoded stays.
 void AppendQuery(std::string& target, std::string_view query) {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
     constexpr std::string_view kMarks = "-._~!$&'()*+,;=:@/?%";
     for (char byte : query) {
-        const auto value = static_cast<unsigned char>(byte);
         const bool isAlphanumeric =
             (byte >= '0' && byte <= '9') || (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
         if (isAlphanumeric || kMarks.find(byte) != std::string_view::npos) {
             target.push_back(byte);
         } else {
-            target.append({'%', kDigits[value >> 4], kDigits[value & 0xF]});
+            AppendPercentEncoded(target, byte);
         }
     }
 }

@@ -4,6 +4,8 @@
 #include <arpa/inet.h>
 #include <array>
 
+#include "platform/Text.h"
+
 namespace quorbel {
 
 namespace {
@@ -13,8 +15,7 @@ bool IsDigit(char character) noexcept {
 }
 
 bool IsHexDigit(char character) noexcept {
-    return IsDigit(character) || (character >= 'a' && character <= 'f') ||
-           (character >= 'A' && character <= 'F');
+    return HexDigit(static_cast<unsigned char>(character)) >= 0;
 }
 
 bool IsNameCharacter(char character) noexcept {

@@ -86,8 +86,11 @@ CHostServer::CHostServer(IHttpServer::CEnvironment environment, ErrorCode& error
     }
     auto stop = CEvent::Create(EventReset::Manual);
     if (error == ErrorCode::Success) error = stop.Error();
+    auto changed = CEvent::Create(EventReset::Auto);
+    if (error == ErrorCode::Success) error = changed.Error();
     if (error != ErrorCode::Success) return;
     m_stop = std::move(stop).Value();
+    m_limitsChanged = std::move(changed).Value();
     auto follower = StartThread("HttpFollower", [this] { Follow(); });
     error = follower.Error();
     if (follower.IsOk()) m_follower = std::move(follower).Value();
@@ -133,8 +136,6 @@ void CHostServer::ReadLimits() {
 }
 
 void CHostServer::Follow() {
-    auto event = CEvent::Create(EventReset::Auto);
-    if (!event.IsOk()) return;
     std::unique_ptr<IKey> key;
     const auto watch = [&] {
         // A key that does not exist yet is looked for again.
@@ -143,13 +144,13 @@ void CHostServer::Follow() {
             if (!opened.IsOk()) return false;
             key = std::move(opened).Value();
         }
-        if (key->Watch(WatchScope::Key, WatchFilter::Values, event.Value()) == ErrorCode::Success)
+        if (key->Watch(WatchScope::Key, WatchFilter::Values, m_limitsChanged) == ErrorCode::Success)
             return true;
         key.reset();
         return false;
     };
     for (bool isWatched = false;;) {
-        const auto woken = WaitForAny({m_stop.get(), event.Value().get()}, kFollowing);
+        const auto woken = WaitForAny({m_stop.get(), m_limitsChanged.get()}, kFollowing);
         if (woken.IsOk() && woken.Value() == 0) return;
         m_certificates.Refresh();
         if (isWatched && !woken.IsOk()) continue;

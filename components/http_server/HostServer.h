@@ -60,6 +60,7 @@ class CHostServer {
     CAcceptor::Loops m_loops;
     std::unique_ptr<CLoopThreads> m_threads;  // uses the loops
     std::shared_ptr<CEvent> m_stop;
+    std::shared_ptr<CEvent> m_limitsChanged;
     std::thread m_follower;
     std::set<std::wstring> m_problems;  // of the bounds, as reported; used by the follower after the start
 

@@ -8,23 +8,14 @@ namespace quorbel {
 namespace {
 
 using std::chrono::seconds;
+using web::http::status_codes;
 
 /// A body may be slow for so long before its rate counts.
 constexpr seconds kBodyGrace{10};
-/// After the last reply a client may send so much, for so long.
-constexpr std::uint64_t kDrainedBytes = 65536;
-constexpr seconds kDrainTime{1};
 /// A body up to this size leaves in one piece with its head.
 constexpr std::uint64_t kSmallBody = 16384;
 /// After so many requests that came together, or pieces of a reply, other connections have their turn.
 constexpr int kTurn = 16;
-
-constexpr std::uint16_t kBadRequest = 400;
-constexpr std::uint16_t kNotFound = 404;
-constexpr std::uint16_t kTimeout = 408;
-constexpr std::uint16_t kUriTooLong = 414;
-constexpr std::uint16_t kMisdirected = 421;
-constexpr std::uint16_t kInternalError = 500;
 
 /// None when the body failed.
 std::optional<std::size_t> ResultOf(const pplx::task<std::size_t>& pulled) noexcept {
@@ -54,7 +45,7 @@ void CHttp1::Enter(State state) {
 bool CHttp1::OnInput(std::string_view bytes) {
     if (m_state == State::Draining) {
         m_drained += bytes.size();
-        if (m_drained > kDrainedBytes) {
+        if (m_drained > m_limits->drainBytes) {
             CutOff();
         } else {
             m_connection.Read();
@@ -83,10 +74,11 @@ void CHttp1::OnEnd() {
 bool CHttp1::OnWritable() {
     m_isBlocked = false;
     m_windowStart = {};
-    return m_isBusy || Advance(m_input);
+    return Advance(m_input);
 }
 
 bool CHttp1::Advance(std::string_view input) {
+    if (m_isBusy) return true;  // the end of that work goes on
     for (int turn = 0;;) {
         switch (m_state) {
             case State::Head:
@@ -174,7 +166,8 @@ std::uint16_t CHttp1::BeginRequest(const CRequestHead& head) {
     if (!CUrlPath::IsPlain(path)) {
         const auto parsed = CUrlPath::Parse(path);
         if (const auto* refusal = std::get_if<CUrlPath::Refusal>(&parsed)) {
-            return *refusal == CUrlPath::Refusal::TooLong ? kUriTooLong : kBadRequest;
+            return *refusal == CUrlPath::Refusal::TooLong ? status_codes::RequestUriTooLarge
+                                                          : status_codes::BadRequest;
         }
         path = canonical = std::get<CUrlPath>(parsed).Encoded();
     }
@@ -187,12 +180,12 @@ std::uint16_t CHttp1::BeginRequest(const CRequestHead& head) {
         m_authority = head.authority;
         m_hostGeneration = 0;
     }
-    const auto self = std::static_pointer_cast<CConnection>(m_connection.shared_from_this());
-    m_exchange = std::make_shared<CExchange>(std::shared_ptr<IAnswerWaiter>(self, this));
+    m_exchange =
+        std::make_shared<CExchange>(std::shared_ptr<IAnswerWaiter>(m_connection.shared_from_this(), this));
     try {
         m_request = m_exchange->MakeRequest(head, path, m_connection.PeerAddress());
     } catch (const std::exception&) {
-        return kBadRequest;
+        return status_codes::BadRequest;
     }
     return 0;
 }
@@ -208,7 +201,7 @@ std::shared_ptr<CHost> CHttp1::FindHost(std::uint16_t& status) {
         }
         m_hostGeneration = generation;
     }
-    status = m_isMisdirected || m_isOtherScheme ? kMisdirected : kNotFound;
+    status = m_isMisdirected || m_isOtherScheme ? status_codes::MisdirectedRequest : status_codes::NotFound;
     return m_isMisdirected || m_isOtherScheme ? nullptr : m_host;
 }
 
@@ -240,13 +233,13 @@ bool CHttp1::Handle() {
         BeginReply(web::http::http_response(status));
         return true;
     }
-    if (!BeginWork()) return AwaitWork() != Step::Lost;
+    if (!BeginWork()) return true;
     Enter(State::Handling);
     return DoWork(
                [this, host = host.get()] {
                    try {
                        if (!host->Handle(*m_request))
-                           m_exchange->SetAnswer(web::http::http_response(kNotFound));
+                           m_exchange->SetAnswer(web::http::http_response(status_codes::NotFound));
                    } catch (...) {
                        // The request ends unanswered, which is a failure.
                    }
@@ -260,6 +253,7 @@ bool CHttp1::Handle() {
 
 bool CHttp1::BeginWork() {
     m_isBusy = m_connection.Loop().MayWait();
+    m_awaitsWork = !m_isBusy;
     return m_isBusy;
 }
 
@@ -306,7 +300,7 @@ void CHttp1::BeginReply(const CExchange::Answer& answer) {
     const bool isValid = answer && IsFinalStatus(answer->status_code()) && AreValidFields(answer->headers());
     if (answer && answer->body().is_valid()) m_reply = CReplyBody(*answer, !m_isOldClient);
     if (!isValid || !answer->body().is_valid()) m_reply = CReplyBody(Framing::Length);
-    head.status = isValid ? answer->status_code() : kInternalError;
+    head.status = isValid ? answer->status_code() : status_codes::InternalError;
     head.framing = MayHaveBody(head.status) ? m_reply.GetFraming() : Framing::None;
     head.length = m_reply.Length();
     if (isValid && m_isHeadRequest && !answer->body().is_valid()) {
@@ -359,7 +353,7 @@ CHttp1::Step CHttp1::OnSent(CConnection::Sent sent) {
 }
 
 CHttp1::Step CHttp1::SendFilePart() {
-    if (!BeginWork()) return AwaitWork();
+    if (!BeginWork()) return Step::Waits;
     m_sent = CConnection::Sent::Failed;
     m_offset = m_reply.Offset();
     return DoWork(
@@ -374,7 +368,7 @@ CHttp1::Step CHttp1::SendFilePart() {
 }
 
 CHttp1::Step CHttp1::ReadFilePart() {
-    if (!BeginWork()) return AwaitWork();
+    if (!BeginWork()) return Step::Waits;
     std::string& output = m_connection.Output();
     m_offset = output.size();
     output.resize(m_offset + static_cast<std::size_t>(
@@ -400,13 +394,8 @@ CHttp1::Step CHttp1::ReadFilePart() {
         });
 }
 
-CHttp1::Step CHttp1::AwaitWork() {
-    m_awaitsWork = true;
-    return Step::Waits;
-}
-
 CHttp1::Step CHttp1::Pull() {
-    if (!BeginWork()) return AwaitWork();
+    if (!BeginWork()) return Step::Waits;
     const auto connection = m_connection.shared_from_this();
     const pplx::task<std::size_t> pulled = m_reply.Pull(m_limits->sendBufferBytes / 2);
     if (!m_connection.Loop().Resume()) {
@@ -499,13 +488,14 @@ void CHttp1::OnTick(std::chrono::nanoseconds now) {
                 const seconds limit(m_isIdle ? m_limits->keepAliveSeconds : m_limits->headSeconds);
                 if (elapsed >= limit || m_connection.Port().IsClosed()) CutOff();
             } else if (elapsed >= seconds(m_limits->headSeconds)) {
-                RefuseNow(kTimeout);
+                RefuseNow(status_codes::RequestTimeout);
             }
             return;
         case State::Body: {
             const auto expected = static_cast<double>(m_limits->bodyBytesPerSecond) *
                                   std::chrono::duration<double>(elapsed).count();
-            if (elapsed >= kBodyGrace && static_cast<double>(m_bodyReceived) < expected) RefuseNow(kTimeout);
+            if (elapsed >= kBodyGrace && static_cast<double>(m_bodyReceived) < expected)
+                RefuseNow(status_codes::RequestTimeout);
             return;
         }
         case State::Handling: return CheckPeer();
@@ -514,7 +504,7 @@ void CHttp1::OnTick(std::chrono::nanoseconds now) {
             if (std::exchange(m_awaitsWork, false)) m_connection.Post([this] { return Advance(m_input); });
             return m_isBlocked ? CheckProgress(now) : CheckPeer();
         case State::Draining:
-            if (elapsed >= kDrainTime) CutOff();
+            if (elapsed >= seconds(m_limits->drainSeconds)) CutOff();
             return;
         case State::Closed: return;
     }

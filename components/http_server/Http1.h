@@ -71,11 +71,9 @@ class CHttp1 final : public IProtocol, private IAnswerWaiter {
     Step Pull();
     void PostWhenPulled(const pplx::task<std::size_t>& pulled);
     Step OnPulled(std::optional<std::size_t> count);
-    /// A tick tries again what could not begin.
-    Step AwaitWork();
     void EndReply();
 
-    /// False when too much is waiting already; DoWork or Resume follows otherwise.
+    /// False when too much is waiting already: a tick tries again. DoWork or Resume follows otherwise.
     [[nodiscard]] bool BeginWork();
     /// Does `work`, which may wait, and then `then` on the loop; Lost when that happens later.
     template <class Work, class Then>
@@ -121,7 +119,7 @@ class CHttp1 final : public IProtocol, private IAnswerWaiter {
 
     // The reply.
     CReplyBody m_reply;
-    bool m_awaitsWork = false;   // too much is waiting already
+    bool m_awaitsWork = false;   // the last work could not begin
     bool m_hasPiece = false;     // of the body, ready to be sent
     bool m_isBlocked = false;    // until the client has read
     std::uint64_t m_offset = 0;  // of the part that is read or sent

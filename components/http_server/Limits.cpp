@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::uint32_t kMost = 0x7FFFFFFF;
 
-constexpr std::array<CHttpLimits::CValueRange, 14> kValues{{
+constexpr std::array<CHttpLimits::CValueRange, 16> kValues{{
     {L"MaxRequestLineBytes", &CHttpLimits::requestLineBytes, 64, 1 << 20},
     {L"MaxHeaderBytes", &CHttpLimits::headerBytes, 256, 1 << 20},
     {L"MaxHeaderFields", &CHttpLimits::headerFields, 1, 10000},
@@ -22,6 +22,8 @@ constexpr std::array<CHttpLimits::CValueRange, 14> kValues{{
     {L"MaxConnectionsPerAddress", &CHttpLimits::connectionsPerAddress, 1, 1 << 20},
     {L"MaxSendBufferBytes", &CHttpLimits::sendBufferBytes, 16384, 1 << 26},
     {L"MaxWaitingHandlers", &CHttpLimits::waitingHandlers, 1, 4096},
+    {L"MaxDrainBytes", &CHttpLimits::drainBytes, 0, 1 << 30},
+    {L"DrainSeconds", &CHttpLimits::drainSeconds, 0, 3600},
     {L"StopTimeoutSeconds", &CHttpLimits::stopSeconds, 0, 3600},
 }};
 

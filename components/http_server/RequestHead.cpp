@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cpprest/http_msg.h>
 
 #include "components/http_server/HostName.h"
 #include "platform/UrlPath.h"
@@ -10,15 +11,9 @@ namespace quorbel {
 
 namespace {
 
-using Field = CRequestHead::CField;
+using web::http::status_codes;
 
-constexpr std::uint16_t kBadRequest = 400;
-constexpr std::uint16_t kPayloadTooLarge = 413;
-constexpr std::uint16_t kUriTooLong = 414;
-constexpr std::uint16_t kExpectationFailed = 417;
-constexpr std::uint16_t kHeaderTooLarge = 431;
-constexpr std::uint16_t kNotImplemented = 501;
-constexpr std::uint16_t kVersionNotSupported = 505;
+using Field = CRequestHead::CField;
 
 using CharacterSet = std::array<bool, 256>;
 
@@ -73,9 +68,9 @@ std::uint16_t ParseVersion(std::string_view text, CRequestHead& head) noexcept {
     const auto isDigit = [](char character) { return character >= '0' && character <= '9'; };
     if (text.size() != 8 || !text.starts_with("HTTP/") || text[6] != '.' || !isDigit(text[5]) ||
         !isDigit(text[7])) {
-        return kBadRequest;
+        return status_codes::BadRequest;
     }
-    if (text[5] != '1') return kVersionNotSupported;
+    if (text[5] != '1') return status_codes::HttpVersionNotSupported;
     head.minorVersion = text[7] == '0' ? 0 : 1;
     return 0;
 }
@@ -129,11 +124,11 @@ bool ParseTarget(std::string_view target, CRequestHead& head) {
 std::uint16_t ParseRequestLine(std::string_view line, CRequestHead& head) {
     const std::size_t first = line.find(' ');
     const std::size_t second = first == std::string_view::npos ? first : line.find(' ', first + 1);
-    if (second == std::string_view::npos) return kBadRequest;
+    if (second == std::string_view::npos) return status_codes::BadRequest;
     head.method = line.substr(0, first);
-    if (!IsToken(head.method)) return kBadRequest;
+    if (!IsToken(head.method)) return status_codes::BadRequest;
     if (const std::uint16_t refusal = ParseVersion(line.substr(second + 1), head)) return refusal;
-    return ParseTarget(line.substr(first + 1, second - first - 1), head) ? 0 : kBadRequest;
+    return ParseTarget(line.substr(first + 1, second - first - 1), head) ? 0 : status_codes::BadRequest;
 }
 
 /// What the fields together say of the request's framing and routing.
@@ -159,19 +154,19 @@ class CFraming {
 
     std::uint16_t Apply(CRequestHead& head, const CHttpLimits& limits) const {
         const bool isOld = head.minorVersion == 0;
-        if (!m_hasHost && !isOld) return kBadRequest;
+        if (!m_hasHost && !isOld) return status_codes::BadRequest;
         if (head.authority.empty()) head.authority = m_host;
         if (const std::uint16_t refusal = ApplyCodings(head)) return refusal;
         head.contentLength = m_length;
-        if (m_length > limits.bodyBytes) return kPayloadTooLarge;
+        if (m_length > limits.bodyBytes) return status_codes::RequestEntityTooLarge;
         head.keepsAlive = !m_saysClose && (!isOld || m_saysKeepAlive);
         head.expectsContinue = m_expectsContinue && !isOld;
-        return m_expectsOther ? kExpectationFailed : 0;
+        return m_expectsOther ? status_codes::ExpectationFailed : 0;
     }
 
  private:
     std::uint16_t TakeHost(std::string_view value) noexcept {
-        if (m_hasHost || !IsAuthority(value)) return kBadRequest;
+        if (m_hasHost || !IsAuthority(value)) return status_codes::BadRequest;
         m_hasHost = true;
         m_host = value;
         return 0;
@@ -193,7 +188,7 @@ class CFraming {
     std::uint16_t TakeLength(std::string_view value) noexcept {
         const auto isDigit = [](char character) { return character >= '0' && character <= '9'; };
         if (m_hasLength || value.empty() || !std::all_of(value.begin(), value.end(), isDigit)) {
-            return kBadRequest;
+            return status_codes::BadRequest;
         }
         m_hasLength = true;
         constexpr std::uint64_t kHuge = 1ull << 60;
@@ -211,9 +206,9 @@ class CFraming {
 
     std::uint16_t ApplyCodings(CRequestHead& head) const noexcept {
         if (!m_hasCodings) return 0;
-        if (m_hasLength || head.minorVersion == 0) return kBadRequest;
-        if (m_chunkedCount != 1 || !m_endsChunked) return kBadRequest;
-        if (m_otherCount != 0) return kNotImplemented;
+        if (m_hasLength || head.minorVersion == 0) return status_codes::BadRequest;
+        if (m_chunkedCount != 1 || !m_endsChunked) return status_codes::BadRequest;
+        if (m_otherCount != 0) return status_codes::NotImplemented;
         head.isChunked = true;
         return 0;
     }
@@ -239,7 +234,7 @@ std::uint16_t ParseFields(std::string_view lines, CRequestHead& head, const CHtt
         const std::size_t end = lines.find("\r\n");
         if (end == 0) return framing.Apply(head, limits);
         Field field;
-        if (!ParseField(lines.substr(0, end), field)) return kBadRequest;
+        if (!ParseField(lines.substr(0, end), field)) return status_codes::BadRequest;
         if (const std::uint16_t refusal = framing.Take(field)) return refusal;
         head.fields.push_back(field);
         lines.remove_prefix(end + 2);
@@ -299,9 +294,12 @@ CRequestHeadParser::Progress CRequestHeadParser::Parse(std::string_view input, c
 
 std::uint16_t CRequestHeadParser::TooLong(std::size_t lineLength, const CHttpLimits& limits) const noexcept {
     // The length counts the CR before the LF, which may have come or not.
-    if (m_headerStart == 0) return lineLength > limits.requestLineBytes + 1 ? kUriTooLong : 0;
+    if (m_headerStart == 0)
+        return lineLength > limits.requestLineBytes + 1 ? status_codes::RequestUriTooLarge : 0;
     const std::size_t total = m_lineStart - m_headerStart + lineLength + 1;
-    return total > limits.headerBytes + 2 || m_fieldCount > limits.headerFields ? kHeaderTooLarge : 0;
+    return total > limits.headerBytes + 2 || m_fieldCount > limits.headerFields
+               ? status_codes::RequestHeaderFieldsTooLarge
+               : 0;
 }
 
 CRequestHeadParser::Progress CRequestHeadParser::Scan(std::string_view input, const CHttpLimits& limits) {
@@ -311,7 +309,7 @@ CRequestHeadParser::Progress CRequestHeadParser::Scan(std::string_view input, co
         if (const std::uint16_t refusal = TooLong(lineEnd - m_lineStart, limits)) return Refuse(refusal);
         m_scanned = lineEnd;
         if (end == std::string_view::npos) return Progress::Incomplete;
-        if (end == m_lineStart || input[end - 1] != '\r') return Refuse(kBadRequest);
+        if (end == m_lineStart || input[end - 1] != '\r') return Refuse(status_codes::BadRequest);
         const bool isEmpty = end == m_lineStart + 1;
         m_scanned = m_lineStart = end + 1;
         if (m_headerStart != 0) {
@@ -322,7 +320,7 @@ CRequestHeadParser::Progress CRequestHeadParser::Scan(std::string_view input, co
         } else if (m_requestLine == 0) {
             m_requestLine = m_lineStart;  // one empty line may precede a request (RFC 9112, section 2.2)
         } else {
-            return Refuse(kBadRequest);
+            return Refuse(status_codes::BadRequest);
         }
     }
 }

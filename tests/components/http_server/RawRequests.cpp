@@ -554,15 +554,6 @@ std::string CRawRequest::Name() const {
     return name;
 }
 
-CHttpLimits RawRequestLimits() {
-    CHttpLimits limits;
-    limits.requestLineBytes = 128;
-    limits.headerBytes = 512;
-    limits.headerFields = 20;
-    limits.bodyBytes = 1000;
-    return limits;
-}
-
 const std::vector<CRawRequest>& RawRequests() {
     static const std::vector<CRawRequest> rows = [] {
         CTable table;

@@ -27,6 +27,13 @@ struct CRawRequest {
 /// Requests of every family that RFC 9110 and RFC 9112 let through or have refused, under RawRequestLimits.
 const std::vector<CRawRequest>& RawRequests();
 /// Small ones, so that requests beyond them can be cut at every byte.
-CHttpLimits RawRequestLimits();
+inline CHttpLimits RawRequestLimits() {
+    CHttpLimits limits;
+    limits.requestLineBytes = 128;
+    limits.headerBytes = 512;
+    limits.headerFields = 20;
+    limits.bodyBytes = 1000;
+    return limits;
+}
 
 }  // namespace quorbel
