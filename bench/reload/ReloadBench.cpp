@@ -8,6 +8,7 @@
 #include "LibService/ServiceLogger.h"
 #include "bench/ScratchFolder.h"
 #include "components/archive/LocalArchive.h"
+#include "components/http_server/HttpServer.h"
 #include "http/RequestHandlerFactory.h"
 #include "platform/File.h"
 #include "platform/registry/SqliteRegistry.h"
@@ -69,6 +70,9 @@ class CServedHosts {
         m_stop = CEvent::Create(EventReset::Manual).Value();
         m_localMachine = Open()->LocalMachine();
         m_archive.reset(new CComRegistration(RegisterLocalArchive(m_localMachine)));
+        m_server = IHttpServer::Start({m_localMachine, SystemClock(),
+                                       [](const std::wstring& problem) { Fail(ToUtf8(problem)); }})
+                       .Value();
         m_written = Open();
         Configure(hosts);
         m_service = std::make_unique<CQuorbelHTTPService>(
@@ -126,6 +130,7 @@ class CServedHosts {
     std::shared_ptr<IKey> m_localMachine;
     std::unique_ptr<CComRegistration> m_archive;
     std::shared_ptr<IRegistry> m_written;
+    std::unique_ptr<IHttpServer> m_server;
     std::unique_ptr<CQuorbelHTTPService> m_service;
     std::thread m_thread;
     CStatus m_status;
