@@ -30,21 +30,17 @@ class CPasswordHashQueue final : public IPasswordHasher {
 
     CResult<PasswordHash> Hash(std::string_view password, const PasswordSalt& salt) override;
 
-    /// How many callers wait for their turn now.
-    std::size_t Waiting() const;
-
  private:
     struct CTurn;
     ErrorCode Enqueue(const std::shared_ptr<CTurn>& turn);
     ErrorCode StartWorkerIfNeeded();
-    void Leave(const std::shared_ptr<CTurn>& turn);
     std::shared_ptr<CTurn> NextTurn();
     void Work();
 
     const std::shared_ptr<IPasswordHasher> m_hasher;
     const std::size_t m_mostAtOnce;
 
-    mutable CMutex m_lock{LockRank::Innermost};
+    CMutex m_lock{LockRank::Innermost};
     std::condition_variable_any m_changed;
     /// Guarded by m_lock.
     /// @{

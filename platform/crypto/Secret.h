@@ -55,4 +55,7 @@ class CBasicSecret {
 using CSecretBytes = CBasicSecret<char>;
 using CSecretText = CBasicSecret<wchar_t>;
 
+/// As ToUtf8, without leaving a copy of the text behind.
+CSecretBytes ToSecretUtf8(std::wstring_view text);
+
 }  // namespace quorbel
