@@ -24,6 +24,7 @@ class CBasicSecret {
 
     CBasicSecret() = default;
     explicit CBasicSecret(View text) { Assign(text); }
+    explicit CBasicSecret(const Character* text) { Assign(text); }
     /// Wipes the text that it is given.
     explicit CBasicSecret(Text&& text) {
         Assign(text);
