@@ -102,6 +102,10 @@ std::optional<std::wstring> SystemMessage(std::uint32_t number) {
         case ErrorCode::AddressAlreadyInUse: return L"Only one use of each socket address is permitted.";
         case ErrorCode::AddressNotAvailable: return L"The requested address is not valid on this machine.";
         case ErrorCode::ConnectionRefused: return L"The target machine actively refused the connection.";
+        case ErrorCode::BadKey: return L"The key is not valid, or not of the kind needed.";
+        case ErrorCode::BadData: return L"The cryptographic data is not well formed.";
+        case ErrorCode::BadSignature: return L"The signature is not valid.";
+        case ErrorCode::CryptographyFailed: return L"The cryptographic library failed.";
     }
     return std::nullopt;
 }

@@ -65,6 +65,10 @@ enum class [[nodiscard]] ErrorCode : std::uint32_t{
     AddressAlreadyInUse = 10048,
     AddressNotAvailable = 10049,
     ConnectionRefused = 10061,
+    BadKey = 0x80090003,
+    BadData = 0x80090005,
+    BadSignature = 0x80090006,
+    CryptographyFailed = 0x80090020,
 };
 
 /// Translates a POSIX errno value. Values without a counterpart give GenFailure; 0 gives Success.
