@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include "auth/users/PasswordHashQueue.h"
-#include "platform/Event.h"
 #include "platform/Waiting.h"
 
 namespace quorbel {
@@ -65,12 +64,13 @@ class CCaller final : private IWaitingObserver {
  public:
     CCaller(CPasswordHashQueue& queue, std::string password) {
         m_thread = std::thread([this, &queue, password = std::move(password)] {
-            const CWaitingObserverScope scope(*this);
+            const CWaitingObserverScope observed(*this);
+            const CAbandonmentScope abandonable(m_abandonment);
             m_result = queue.Hash(password, PasswordSalt{7});
         });
         m_isWaiting.acquire();
     }
-    void Abandon() { m_abandoned->Set(); }
+    void Abandon() { m_abandonment.Abandon(); }
     CResult<PasswordHash> Result() {
         m_thread.join();
         return m_result;
@@ -78,9 +78,8 @@ class CCaller final : private IWaitingObserver {
 
  private:
     void OnAboutToWait() noexcept override { m_isWaiting.release(); }
-    std::shared_ptr<CEvent> WorkAbandoned() override { return m_abandoned; }
 
-    const std::shared_ptr<CEvent> m_abandoned = CEvent::Create(EventReset::Manual).Value();
+    CAbandonment m_abandonment;
     std::counting_semaphore<> m_isWaiting{0};
     CResult<PasswordHash> m_result = ErrorCode::GenFailure;
     std::thread m_thread;
