@@ -11,4 +11,7 @@ namespace quorbel {
 /// thread, but for those that a thread raises by its own fault.
 CResult<std::thread> StartThread(const char* name, std::function<void()> work);
 
+/// Gives the calling thread another name.
+void NameThisThread(const char* name) noexcept;
+
 }  // namespace quorbel
