@@ -5,6 +5,8 @@
 #include "LibService/EventLog.h"
 #include "LibService/MessageIds.h"
 #include "LibService/ServiceLogger.h"
+#include "LibService/ThreadSet.h"
+#include "LibService/WorkItems.h"
 #include "auth/AuthenticateHandler.h"
 #include "auth/users/PasswordHashQueue.h"
 #include "components/archive/LocalArchive.h"
