@@ -69,9 +69,9 @@ class CHTTPServer::CAuthenticator : public CHTTPServer::IAuthenticator,
     /// What came of a request to the endpoint.
     struct Outcome {
         std::uint16_t status = 200;
-        std::string token;     ///< to be sent as the cookie's value; empty for none
-        std::string document;  ///< to be sent as the body; empty for none
-        CStatus failure;       ///< for the event log
+        std::string token = {};     ///< to be sent as the cookie's value; empty for none
+        std::string document = {};  ///< to be sent as the body; empty for none
+        CStatus failure = {};       ///< for the event log
     };
 
     enum class Remember { No, Yes };
