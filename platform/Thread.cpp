@@ -1,5 +1,7 @@
 #include "platform/Thread.h"
 
+#include <array>
+#include <cstring>
 #include <pthread.h>
 #include <signal.h>
 #include <string>
@@ -35,8 +37,8 @@ class CBlockedSignals {
 CResult<std::thread> StartThread(const char* name, std::function<void()> work) {
     try {
         const CBlockedSignals blocked;
-        return std::thread([shortName = std::string(name).substr(0, 15), work = std::move(work)] {
-            ::pthread_setname_np(::pthread_self(), shortName.c_str());
+        return std::thread([ownName = std::string(name), work = std::move(work)] {
+            NameThisThread(ownName.c_str());
             work();
         });
     } catch (const std::system_error& error) {
@@ -48,6 +50,12 @@ void GiveWayToOtherThreads() noexcept {
     constexpr int kNiceness = 10;
     // On this system a priority is a thread's own, and a thread begins with that of the one that starts it.
     Ignore(::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), kNiceness));
+}
+
+void NameThisThread(const char* name) noexcept {
+    std::array<char, 16> shortName{};
+    std::strncpy(shortName.data(), name, shortName.size() - 1);
+    ::pthread_setname_np(::pthread_self(), shortName.data());
 }
 
 }  // namespace quorbel

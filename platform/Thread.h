@@ -15,4 +15,7 @@ CResult<std::thread> StartThread(const char* name, std::function<void()> work);
 /// the processors are busy.
 void GiveWayToOtherThreads() noexcept;
 
+/// Gives the calling thread another name.
+void NameThisThread(const char* name) noexcept;
+
 }  // namespace quorbel

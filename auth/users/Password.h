@@ -34,6 +34,12 @@ class CPassword {
     CPassword& operator=(const CPassword&) = default;
     CPassword& operator=(CPassword&& other) noexcept;
 
+    /// The same stored password, salt included.
+    friend bool operator==(const CPassword& left, const CPassword& right) noexcept {
+        return left.m_form == right.m_form && left.m_salt == right.m_salt &&
+               left.m_hashText.Get() == right.m_hashText.Get();
+    }
+
     PasswordForm Form() const noexcept { return m_form; }
 
     /// Takes the password out of a user's key; a plain one is not hashed yet. FileNotFound when there is

@@ -14,7 +14,8 @@ enum class SignatureHash { Sha1, Sha256 };
 /// copy and may be used by several threads at once.
 ///
 /// RSA keys have a modulus of 1,024 to 8,192 bits and an odd exponent from 3 to 2^64 - 1, so that the time
-/// that a verification takes is bounded; others are ErrorCode::BadKey.
+/// that a verification takes is bounded; others are ErrorCode::BadKey. A library without the algorithm is
+/// ErrorCode::NotSupported.
 class CPublicKey {
  public:
     /// A point of NIST P-256 (FIPS 186-4), each coordinate big-endian in exactly 32 bytes. BadKey when it is

@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <poll.h>
 
 #include "platform/Clock.h"
 
@@ -24,7 +25,7 @@ class CHandClock final : public IClock {
         const auto end = m_now + duration;
         m_turned.notify_all();
         // The wake event is looked at now and then, as it cannot notify this condition.
-        while (m_now < end && !m_runsFreely && !wake.Test())
+        while (m_now < end && !m_runsFreely && !IsSet(wake))
             m_turned.wait_for(lock, std::chrono::milliseconds(5));
     }
 
@@ -50,6 +51,12 @@ class CHandClock final : public IClock {
     }
 
  private:
+    /// Looks without taking an automatic event away from whom it wakes.
+    static bool IsSet(const CEvent& event) {
+        pollfd entry{event.Descriptor(), POLLIN, 0};
+        return ::poll(&entry, 1, 0) == 1;
+    }
+
     mutable std::mutex m_lock;
     std::condition_variable m_turned;
     std::chrono::nanoseconds m_now{1'000'000'000};
