@@ -41,13 +41,15 @@ ExitCode DeleteCookie(IKey& user) {
     return error == ErrorCode::FileNotFound ? ExitCode::Success : ToExitCode(kCookieValue, error);
 }
 
-ExitCode FailIfThere(const IKey& users, const std::wstring& name) {
-    return users.Open(name, KeyAccess::Read).IsOk() ? Fail(L"There is such a user already: " + name)
-                                                    : ExitCode::Success;
+/// Fails for a name that is taken or that no user can have.
+ExitCode CheckIsFree(const IKey& users, const std::wstring& name) {
+    const ErrorCode error = users.Open(name, KeyAccess::Read).Error();
+    if (error == ErrorCode::Success) return Fail(L"There is such a user already: " + name);
+    return error == ErrorCode::FileNotFound ? ExitCode::Success : Fail(name, error);
 }
 
 ExitCode AddUser(IKey& users, const CArguments& arguments, const CPassword& password) {
-    ExitCode code = FailIfThere(users, NameOf(arguments));
+    ExitCode code = CheckIsFree(users, NameOf(arguments));
     if (code != ExitCode::Success) return code;
     const auto user = users.Create(NameOf(arguments));
     if (!user.IsOk()) return Fail(NameOf(arguments), user.Error());
@@ -65,7 +67,7 @@ ExitCode UserAdd(const CArguments& arguments) {
     ExitCode code = CheckUserName(NameOf(arguments), L"qbctl user add");
     if (code != ExitCode::Success) return code;
     // Nobody is asked for a password in vain.
-    code = ReadUsers(arguments, [&](const IKey& users) { return FailIfThere(users, NameOf(arguments)); });
+    code = ReadUsers(arguments, [&](const IKey& users) { return CheckIsFree(users, NameOf(arguments)); });
     if (code != ExitCode::Success) return code;
     const auto password = MakeNewPassword();
     if (!password) return ExitCode::Failure;
