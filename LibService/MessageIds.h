@@ -20,6 +20,22 @@ inline constexpr std::uint32_t kUnknownHandler = 0xC00000CC;          ///< locat
 inline constexpr std::uint32_t kStandardException = 0xC000012C;       ///< exception's text
 inline constexpr std::uint32_t kNotFound = 0xC00007D0;                ///< host name; request path
 inline constexpr std::uint32_t kConfigurationMissing = 0xC00100CE;    ///< none
+
+// Passkeys.
+inline constexpr std::uint32_t kAuthenticatorDataMalformed = 0xC0000A8C;     ///< what is wrong with it
+inline constexpr std::uint32_t kPasskeyUserGone = 0xC0000A8D;                ///< user
+inline constexpr std::uint32_t kCredentialUnknown = 0xC0000A8E;              ///< credential ID
+inline constexpr std::uint32_t kCredentialNotOfUser = 0xC0000A8F;            ///< user
+inline constexpr std::uint32_t kChallengeExpired = 0xC0000A90;               ///< user
+inline constexpr std::uint32_t kChallengeUnknown = 0xC0000A91;               ///< none
+inline constexpr std::uint32_t kRegistrationForOtherSite = 0xC0000A92;       ///< user
+inline constexpr std::uint32_t kUserNotVerified = 0xC0000A93;                ///< user; flags
+inline constexpr std::uint32_t kAttestationFormatUnsupported = 0xC0000A94;   ///< user; format
+inline constexpr std::uint32_t kAttestationWithoutCertificate = 0xC0000A95;  ///< user
+inline constexpr std::uint32_t kAttestationCheckFailed = 0xC0000A96;         ///< user; check
+inline constexpr std::uint32_t kChallengeMissing = 0xC0000A97;               ///< user
+inline constexpr std::uint32_t kChallengeMismatch = 0xC0000A98;              ///< user
+inline constexpr std::uint32_t kSignInForOtherSite = 0xC0000A99;             ///< user
 }  // namespace message
 
 /// Identifiers of trace records (messages/TrcQBHTTPService.mc has their texts). As above, with a category in

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "platform/Clock.h"
@@ -17,6 +18,8 @@ class CEventLimiter {
 
     explicit CEventLimiter(IClock& clock) : m_clock(clock) {}
 
+    /// How many entries were left out before the one that may be written now; none when it may not.
+    std::optional<std::uint64_t> Admit();
     /// Calls `write` with `text`, to which the count of the entries left out before is added, or leaves it
     /// out.
     void Write(const std::wstring& text, const std::function<void(const std::wstring& text)>& write);

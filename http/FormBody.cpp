@@ -8,16 +8,19 @@
 
 namespace quorbel {
 
-bool IsFormContentType(std::wstring_view contentType) {
-    constexpr std::wstring_view kForm = L"application/x-www-form-urlencoded";
+bool HasMediaType(std::wstring_view contentType, std::wstring_view mediaType) {
     for (std::size_t start = 0; start <= contentType.size();) {
         const std::size_t end = std::min(contentType.find(L';', start), contentType.size());
         std::wstring part(contentType.substr(start, end - start));
         std::erase_if(part, [](wchar_t character) { return std::iswspace(static_cast<wint_t>(character)); });
-        if (EqualNoCase(part, kForm)) return true;
+        if (EqualNoCase(part, mediaType)) return true;
         start = end + 1;
     }
     return false;
+}
+
+bool IsFormContentType(std::wstring_view contentType) {
+    return HasMediaType(contentType, L"application/x-www-form-urlencoded");
 }
 
 TextMap ParseForm(std::string_view body) {

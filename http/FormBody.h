@@ -6,8 +6,10 @@
 
 namespace quorbel {
 
-/// True when a Content-Type value says that the body is a form ("application/x-www-form-urlencoded",
-/// parameters allowed, white space and case ignored).
+/// True when a Content-Type value names the media type, or a parameter of that name: white space and case do
+/// not count.
+bool HasMediaType(std::wstring_view contentType, std::wstring_view mediaType);
+/// True for the body of a form, "application/x-www-form-urlencoded".
 bool IsFormContentType(std::wstring_view contentType);
 
 /// The fields of a form body (URL Standard, section 5.1); names and values stay percent-encoded. A "+", by

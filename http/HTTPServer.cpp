@@ -123,10 +123,8 @@ CStatus CHTTPServer::PlaceListener(const std::wstring& host, std::wstring& url) 
     const auto existing = m_listeners.find(host);
     if (existing != m_listeners.end()) {
         CListener& listener = *existing->second;
-        if (listener.HasSameAddress(address, configuration)) {
-            if (listener.HasLostHostKey()) {
-                listener.ReplaceHostKey(std::move(watched.key), std::move(watched.changed));
-            }
+        // With another key under the host's name this is another host, with other users.
+        if (listener.HasSameAddress(address, configuration) && !listener.HasLostHostKey()) {
             listener.Update(std::move(configuration));
             ++m_counters.updated;
             return {};

@@ -25,6 +25,7 @@ class CHTTPServer : public CTraceLoggable {
  public:
     class CListener;
     class CLocation;
+    class IAuthenticator;
     class CAuthenticator;
     class CRequestHandler;
 

@@ -186,12 +186,6 @@ bool CHTTPServer::CListener::TakeHostKeyChange() {
     return true;
 }
 
-void CHTTPServer::CListener::ReplaceHostKey(CRegistryKey hostKey, std::shared_ptr<CEvent> hostKeyChanged) {
-    m_hostKey = std::move(hostKey);
-    m_hostKeyChanged = std::move(hostKeyChanged);
-    m_hasLostHostKey = false;
-}
-
 void CHTTPServer::CListener::Enter(const Request& request, EntryTrace trace, Entry entry) {
     const CGatePass pass(*m_entries);
     try {

@@ -46,12 +46,12 @@ class CHTTPServer::CListener {
     bool TakeHostKeyChange();
     /// True when the host's key was deleted under the listener: its watch is lost.
     bool HasLostHostKey() const noexcept { return m_hasLostHostKey; }
-    void ReplaceHostKey(CRegistryKey hostKey, std::shared_ptr<CEvent> hostKeyChanged);
 
     /// Called by a location that authenticates callers; the last one counts.
-    void SetAuthenticator(std::shared_ptr<CAuthenticator> authenticator) {
+    void SetAuthenticator(std::shared_ptr<IAuthenticator> authenticator) {
         m_authenticator = std::move(authenticator);
     }
+    const std::wstring& Host() const noexcept { return m_host; }
     IArchiveFileSystem& Archive() const noexcept { return *m_archive.Get(); }
 
  private:
@@ -106,7 +106,7 @@ class CHTTPServer::CListener {
     // Constant after Initialise.
     std::map<std::wstring, TextMap> m_locationValues;  // until the locations are created
     std::map<std::wstring, std::shared_ptr<CLocation::CInstance>> m_locations;
-    std::shared_ptr<CAuthenticator> m_authenticator;
+    std::shared_ptr<IAuthenticator> m_authenticator;
     std::shared_ptr<CEvent> m_stop;
     std::shared_ptr<CEvent> m_foldersChanged;
     std::shared_ptr<IFolderFollower> m_follower;

@@ -10,7 +10,7 @@ namespace quorbel {
 std::pair<UserIdentity, std::shared_ptr<CHTTPServer::CRequestHandler>>
 CHTTPServer::CListener::FindRequestHandler(const Request& request, const CUrlPath& path,
                                            const Routing& routing) {
-    CAuthenticator::Identity caller{{}, AccessLevel::User};
+    IAuthenticator::Identity caller{{}, AccessLevel::User};
     if (m_authenticator) caller = m_authenticator->Identify(request);
     if (caller.level != AccessLevel::Anon && request.method() == web::http::methods::GET) {
         const CListenerConfiguration& configuration = *routing.configuration;

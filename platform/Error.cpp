@@ -81,22 +81,31 @@ std::optional<std::wstring> SystemMessage(std::uint32_t number) {
         case ErrorCode::NoMoreItems: return L"No more data is available.";
         case ErrorCode::Directory: return L"The directory name is invalid.";
         case ErrorCode::MessageNotFound: return L"The system cannot find the text of the message.";
+        case ErrorCode::PasswordTooShort: return L"The password is too short.";
         case ErrorCode::OperationAborted: return L"The I/O operation has been aborted.";
         case ErrorCode::CannotOpenRegistry: return L"The configuration registry key could not be opened.";
         case ErrorCode::RegistryCorrupt: return L"The registry file is damaged, or is no registry file.";
         case ErrorCode::RegistryIoFailed: return L"The registry file could not be read or written.";
         case ErrorCode::KeyDeleted: return L"The registry key has been marked for deletion.";
+        case ErrorCode::NoServiceThread: return L"A thread could not be created for the service.";
         case ErrorCode::IoDevice:
             return L"The request could not be performed because of an I/O device error.";
         case ErrorCode::TooManyLinks: return L"Too many links lead to the file.";
         case ErrorCode::Cancelled: return L"The operation was cancelled.";
         case ErrorCode::PrivilegeNotHeld: return L"A required privilege is not held by the client.";
+        case ErrorCode::InternalError: return L"An internal error occurred.";
         case ErrorCode::NoSystemResources: return L"Insufficient system resources exist for this operation.";
         case ErrorCode::Timeout: return L"The operation returned because the time limit expired.";
         case ErrorCode::CantResolveFilename: return L"The name of the file cannot be resolved by the system.";
+        case ErrorCode::EncodingFailed: return L"An encoding error has occurred.";
+        case ErrorCode::DecodingFailed: return L"A decoding error has occurred.";
         case ErrorCode::AddressAlreadyInUse: return L"Only one use of each socket address is permitted.";
         case ErrorCode::AddressNotAvailable: return L"The requested address is not valid on this machine.";
         case ErrorCode::ConnectionRefused: return L"The target machine actively refused the connection.";
+        case ErrorCode::BadKey: return L"The key is not valid, or not of the kind needed.";
+        case ErrorCode::BadData: return L"The cryptographic data is not well formed.";
+        case ErrorCode::BadSignature: return L"The signature is not valid.";
+        case ErrorCode::CryptographyFailed: return L"The cryptographic library failed.";
     }
     return std::nullopt;
 }

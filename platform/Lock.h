@@ -13,6 +13,10 @@ enum class LockRank : std::uint8_t {
     ListenerConfiguration = 10,  ///< lock A: a listener's pointer to its configuration
     RoutingCache = 20,           ///< lock B: a listener's routing cache
     NotFoundEvents = 30,
+    Users = 32,            ///< an authenticator's users
+    Cookies = 34,          ///< its long-lived tokens
+    Sessions = 36,         ///< its sessions
+    Challenges = 38,       ///< its users' pending challenges
     FolderSearch = 40,     ///< the watched folders and the searched paths
     FolderFollowers = 43,  ///< who follows one searched path
     FolderFilling = 46,    ///< one thread at a time reads a folder into its listing

@@ -48,6 +48,25 @@ ErrorCode CheckIsOurs(const std::filesystem::path& folder) {
                                                                 : ErrorCode::AccessDenied;
 }
 
+/// A folder under the root folder for nobody else, created when it is missing.
+CResult<std::filesystem::path> OpenPrivateFolder(const char* name) {
+    const CResult<std::filesystem::path> root = OpenRootFolder();
+    if (!root.IsOk()) return root.Error();
+    const std::filesystem::path folder = root.Value() / name;
+    const ErrorCode error = EnsureFolder(folder, kPrivate);
+    if (error != ErrorCode::Success) return error;
+    return folder;
+}
+
+/// The same; AccessDenied when it is not ours alone.
+CResult<std::filesystem::path> OpenOwnFolder(const char* name) {
+    const CResult<std::filesystem::path> folder = OpenPrivateFolder(name);
+    if (!folder.IsOk()) return folder.Error();
+    const ErrorCode error = CheckIsOurs(folder.Value());
+    if (error != ErrorCode::Success) return error;
+    return folder.Value();
+}
+
 }  // namespace
 
 CResult<std::filesystem::path> OpenRootFolder() {
@@ -64,22 +83,17 @@ CResult<std::filesystem::path> OpenRootFolder() {
 }
 
 CResult<std::filesystem::path> OpenCertificatesFolder() {
-    const CResult<std::filesystem::path> root = OpenRootFolder();
-    if (!root.IsOk()) return root.Error();
-    const std::filesystem::path folder = root.Value() / "certificates";
-    const ErrorCode error = EnsureFolder(folder, kPrivate);
-    if (error != ErrorCode::Success) return error;
-    return folder;
+    return OpenPrivateFolder("certificates");
+}
+
+CResult<std::filesystem::path> OpenKeysFolder() {
+    return OpenOwnFolder("keys");
 }
 
 CResult<std::shared_ptr<IRegistry>> OpenRootRegistry() {
-    const CResult<std::filesystem::path> root = OpenRootFolder();
-    if (!root.IsOk()) return root.Error();
-    const std::filesystem::path folder = root.Value() / "registry";
-    ErrorCode error = EnsureFolder(folder, kPrivate);
-    if (error == ErrorCode::Success) error = CheckIsOurs(folder);
-    if (error != ErrorCode::Success) return error;
-    return OpenSqliteRegistry(folder);
+    const CResult<std::filesystem::path> folder = OpenOwnFolder("registry");
+    if (!folder.IsOk()) return folder.Error();
+    return OpenSqliteRegistry(folder.Value());
 }
 
 }  // namespace quorbel

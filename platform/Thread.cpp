@@ -5,7 +5,9 @@
 #include <pthread.h>
 #include <signal.h>
 #include <string>
+#include <sys/resource.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace quorbel {
 
@@ -42,6 +44,12 @@ CResult<std::thread> StartThread(const char* name, std::function<void()> work) {
     } catch (const std::system_error& error) {
         return ErrorFromErrno(error.code().value());
     }
+}
+
+void GiveWayToOtherThreads() noexcept {
+    constexpr int kNiceness = 10;
+    // On this system a priority is a thread's own, and a thread begins with that of the one that starts it.
+    Ignore(::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), kNiceness));
 }
 
 void NameThisThread(const char* name) noexcept {

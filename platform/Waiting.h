@@ -1,5 +1,10 @@
 #pragma once
 
+#include <memory>
+
+#include "platform/Event.h"
+#include "platform/Lock.h"
+
 namespace quorbel {
 
 /// Says that the calling thread is about to wait for something slow: a query, a lock held for long, a long
@@ -24,6 +29,36 @@ class CWaitingObserverScope {
 
  private:
     IWaitingObserver* const m_previous;
+};
+
+/// Whether the result of a piece of work is still wanted. Safe to use from any thread.
+class CAbandonment {
+ public:
+    /// It is not, from now on.
+    void Abandon() noexcept;
+    /// Is set once the work is abandoned; null when the process has no descriptor left.
+    std::shared_ptr<CEvent> Event();
+
+ private:
+    CMutex m_lock{LockRank::Innermost};  // guards:
+    std::shared_ptr<CEvent> m_event;     // made when it is asked for
+    bool m_isAbandoned = false;
+};
+
+/// The event that tells the calling thread that its work was abandoned, by a client that left for instance;
+/// null when nobody can tell. For whoever waits for long.
+std::shared_ptr<CEvent> WorkAbandoned();
+
+/// Makes an abandonment that of the calling thread's work for the object's life.
+class CAbandonmentScope {
+ public:
+    explicit CAbandonmentScope(CAbandonment& abandonment) noexcept;
+    ~CAbandonmentScope();
+    CAbandonmentScope(const CAbandonmentScope&) = delete;
+    CAbandonmentScope& operator=(const CAbandonmentScope&) = delete;
+
+ private:
+    CAbandonment* const m_previous;
 };
 
 }  // namespace quorbel

@@ -5,6 +5,10 @@
 #include "LibService/EventLog.h"
 #include "LibService/MessageIds.h"
 #include "LibService/ServiceLogger.h"
+#include "LibService/ThreadSet.h"
+#include "LibService/WorkItems.h"
+#include "auth/AuthenticateHandler.h"
+#include "auth/users/PasswordHashQueue.h"
 #include "components/archive/LocalArchive.h"
 #include "components/http_server/HttpServer.h"
 #include "data/SystemInfoHandler.h"
@@ -63,11 +67,23 @@ CStatus Serve(IRegistry& registry, CServiceLogger& trace, std::shared_ptr<CEvent
     const std::shared_ptr<IKey> localMachine = registry.LocalMachine();
     const CComRegistration archive = RegisterLocalArchive(localMachine);
     SystemInfoHandler::Register();
+    const auto keysFolder = OpenKeysFolder();
+    if (!keysFolder.IsOk()) return SystemError(keysFolder.Error(), L"keys folder");
+    const auto keys = OpenKeyStorageProvider(keysFolder.Value());
+    CPasswordHashQueue hasher;
+    const auto threads = CThreadSet::Create(SystemClock());
+    if (!threads.IsOk()) return SystemError(threads.Error());
+    const auto work = CWorkItems::Create(*threads.Value());
+    if (!work.IsOk()) return SystemError(work.Error());
+    AuthenticateHandler::Register({registry, hasher, *keys, *work.Value(), SystemClock()});
     crossplat::threadpool::initialize_with_threads(kLibraryThreads);
     const auto server = IHttpServer::Start({localMachine, SystemClock(), ReportHttpServer});
     if (!server.IsOk()) return SystemError(server.Error());
     CQuorbelHTTPService service({*folders.Value(), trace, SystemClock()}, *localMachine, std::move(stop));
-    return service.Run();
+    CStatus status = service.Run();
+    work.Value()->Stop();
+    work.Value()->Wait();
+    return status;
 }
 
 /// The service's life, from the registry on.

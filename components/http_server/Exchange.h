@@ -7,6 +7,7 @@
 #include <string>
 
 #include "components/http_server/RequestHead.h"
+#include "platform/Waiting.h"
 
 namespace quorbel {
 
@@ -39,6 +40,8 @@ class CExchange : public std::enable_shared_from_this<CExchange> {
     void SetAnswer(Answer answer);
     /// The handler has returned: true when the answer is there. Otherwise OnLateAnswer follows.
     bool HandlerReturned() noexcept;
+    /// Abandoned when the client leaves while the handler runs.
+    CAbandonment& Abandonment() noexcept { return m_abandonment; }
     /// The answer that is there.
     Answer TakeAnswer() { return std::move(m_answer); }
 
@@ -46,6 +49,7 @@ class CExchange : public std::enable_shared_from_this<CExchange> {
     enum class State { Running, Waiting, Answered };
 
     std::shared_ptr<IAnswerWaiter> m_waiter;
+    CAbandonment m_abandonment;
     std::atomic<bool> m_isAnswered{false};
     std::atomic<State> m_state{State::Running};
     Answer m_answer;  // written before m_state becomes Answered

@@ -237,6 +237,7 @@ bool CHttp1::Handle() {
     Enter(State::Handling);
     return DoWork(
                [this, host = host.get()] {
+                   const CAbandonmentScope scope(m_exchange->Abandonment());
                    try {
                        if (!host->Handle(*m_request))
                            m_exchange->SetAnswer(web::http::http_response(status_codes::NotFound));
@@ -448,6 +449,7 @@ void CHttp1::EndReply() {
 
 void CHttp1::CutOff() {
     m_reply.Close();
+    if (m_exchange) m_exchange->Abandonment().Abandon();
     if (m_isBusy) {
         m_isCut = true;
         m_connection.Break();

@@ -1,6 +1,7 @@
 #include "platform/com/Com.h"
 
 #include "platform/Error.h"
+#include "platform/crypto/KeyStorage.h"
 
 namespace quorbel {
 
@@ -11,6 +12,11 @@ std::wstring HResultMessage(HRESULT result) {
         case E_NOINTERFACE: return L"No such interface supported.";
         case E_POINTER: return L"Invalid pointer.";
         case E_FAIL: return L"Unspecified error.";
+        case NTE_BAD_DATA: return L"Bad data.";
+        case NTE_NOT_FOUND: return L"The key was not found.";
+        case NTE_BAD_KEYSET: return L"The key set does not exist.";
+        case NTE_FAIL: return L"The cryptographic library failed.";
+        case NTE_INVALID_PARAMETER: return L"The key's name is not valid.";
         case REGDB_E_CLASSNOTREG: return L"Class not registered.";
         default: break;
     }

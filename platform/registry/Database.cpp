@@ -151,6 +151,12 @@ ErrorCode CDatabase::Begin() {
     return error;
 }
 
+ErrorCode CDatabase::BeginRead() {
+    const ErrorCode error = Use("BEGIN").Run();
+    m_failure = ErrorCode::Success;
+    return error;
+}
+
 ErrorCode CDatabase::Commit() {
     ErrorCode error = m_failure;
     if (error == ErrorCode::Success) error = Use("COMMIT").Run();

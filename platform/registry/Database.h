@@ -78,6 +78,8 @@ class CDatabase {
 
     /// Begins a transaction that may write; waits for other processes' writers up to the time-out.
     ErrorCode Begin();
+    /// Begins a transaction whose reads see what was there at the first of them.
+    ErrorCode BeginRead();
     /// Commits; when any statement of the transaction has failed it is rolled back and that failure returned.
     ErrorCode Commit();
     void Rollback() noexcept;

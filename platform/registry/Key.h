@@ -119,6 +119,9 @@ class IRegistry {
     /// Begins a transaction; Busy when another process keeps the registry locked for more than 5 seconds,
     /// InvalidFunction when the calling thread has one already.
     virtual CResult<std::unique_ptr<ITransaction>> Begin() = 0;
+    /// Begins a transaction in which everything that is read is of one moment; other processes may go on
+    /// writing. Writing in it fails with AccessDenied.
+    virtual CResult<std::unique_ptr<ITransaction>> BeginRead() = 0;
 };
 
 /// Replaces each %NAME% by the environment variable's value; an unknown name, like a lone percent sign, stays

@@ -50,6 +50,11 @@ ErrorCode CRegistryStore::BeginChanges() {
     return m_database->Begin();
 }
 
+ErrorCode CRegistryStore::BeginReading() {
+    m_journal.Start();  // which leaves it without changes
+    return m_database->BeginRead();
+}
+
 ErrorCode CRegistryStore::CommitChanges() {
     const bool changed = m_journal.HasChanges();
     if (changed) {
@@ -66,13 +71,15 @@ void CRegistryStore::Announce() noexcept {
     Ignore(::pwrite(m_changed.Get(), "\n", 1, 0));
 }
 
-ErrorCode CRegistryStore::BeginTransaction() {
+ErrorCode CRegistryStore::BeginTransaction(KeyAccess access) {
     if (IsInTransaction()) return ErrorCode::InvalidFunction;
     std::unique_lock lock(m_lock);
-    if (const ErrorCode error = BeginChanges(); error != ErrorCode::Success) {
+    const ErrorCode error = access == KeyAccess::Read ? BeginReading() : BeginChanges();
+    if (error != ErrorCode::Success) {
         m_database->Rollback();
         return error;
     }
+    m_transactionAccess = access;
     m_transactionThread = std::this_thread::get_id();
     Ignore(lock.release());  // EndTransaction unlocks it
     return ErrorCode::Success;

@@ -35,7 +35,10 @@ class CRegistryStore {
     template <class Write>
     ErrorCode Writing(Write write) {
         const CAccess access(*this);
-        if (IsInTransaction()) return write(m_keys, m_journal);
+        if (IsInTransaction()) {
+            return m_transactionAccess == KeyAccess::Read ? ErrorCode::AccessDenied
+                                                          : write(m_keys, m_journal);
+        }
         ErrorCode error = BeginChanges();
         if (error != ErrorCode::Success) return error;
         const CRollback rollback(*m_database);
@@ -45,7 +48,7 @@ class CRegistryStore {
 
     /// A transaction of the calling thread, up to Commit or Abandon on the same thread. InvalidFunction when
     /// it has one already.
-    ErrorCode BeginTransaction();
+    ErrorCode BeginTransaction(KeyAccess access);
     ErrorCode CommitTransaction();
     void AbandonTransaction() noexcept;
 
@@ -79,6 +82,7 @@ class CRegistryStore {
 
     bool IsInTransaction() const noexcept { return m_transactionThread.load() == std::this_thread::get_id(); }
     ErrorCode BeginChanges();
+    ErrorCode BeginReading();
     ErrorCode CommitChanges();
     void Announce() noexcept;
     ErrorCode StartWatcher();
@@ -96,6 +100,7 @@ class CRegistryStore {
     const std::unique_ptr<CDatabase> m_database;
     CKeyTable m_keys;
     CChangeJournal m_journal;
+    KeyAccess m_transactionAccess = KeyAccess::ReadWrite;
 
     // Started by the first watch, under m_lock.
     std::unique_ptr<CRegistryWatcher> m_watcher;

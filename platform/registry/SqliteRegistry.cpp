@@ -12,8 +12,8 @@ class CSqliteTransaction final : public ITransaction {
     ~CSqliteTransaction() override {
         if (m_store) m_store->AbandonTransaction();
     }
-    ErrorCode Begin(std::shared_ptr<CRegistryStore> store) {
-        const ErrorCode error = store->BeginTransaction();
+    ErrorCode Begin(std::shared_ptr<CRegistryStore> store, KeyAccess access) {
+        const ErrorCode error = store->BeginTransaction(access);
         if (error == ErrorCode::Success) m_store = std::move(store);
         return error;
     }
@@ -34,14 +34,17 @@ class CSqliteRegistry final : public IRegistry {
         return std::make_unique<CSqliteKey>(m_store, std::vector<KeyId>{kLocalMachineId},
                                             KeyAccess::ReadWrite);
     }
-    CResult<std::unique_ptr<ITransaction>> Begin() override {
+    CResult<std::unique_ptr<ITransaction>> Begin() override { return Begin(KeyAccess::ReadWrite); }
+    CResult<std::unique_ptr<ITransaction>> BeginRead() override { return Begin(KeyAccess::Read); }
+
+ private:
+    CResult<std::unique_ptr<ITransaction>> Begin(KeyAccess access) {
         auto transaction = std::make_unique<CSqliteTransaction>();
-        const ErrorCode error = transaction->Begin(m_store);
+        const ErrorCode error = transaction->Begin(m_store, access);
         if (error != ErrorCode::Success) return error;
         return std::unique_ptr<ITransaction>(std::move(transaction));
     }
 
- private:
     const std::shared_ptr<CRegistryStore> m_store;
 };
 

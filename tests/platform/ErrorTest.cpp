@@ -4,6 +4,7 @@
 #include "platform/Error.h"
 #include "platform/Text.h"
 #include "platform/com/Com.h"
+#include "platform/crypto/KeyStorage.h"
 
 namespace quorbel {
 namespace {
@@ -56,7 +57,8 @@ TEST(Error, KeepsAWin32NumberInAnHResultAndItsText) {
     EXPECT_EQ(HResultMessage(2), SystemMessage(2));
     EXPECT_EQ(HResultMessage(static_cast<HRESULT>(0x80040002)), L"") << "another facility";
     EXPECT_EQ(HResultMessage(HResultFromWin32(0xFFFF)), L"");
-    for (HRESULT result : {E_NOTIMPL, E_NOINTERFACE, E_POINTER, E_FAIL, REGDB_E_CLASSNOTREG, E_INVALIDARG}) {
+    for (HRESULT result : {E_NOTIMPL, E_NOINTERFACE, E_POINTER, E_FAIL, REGDB_E_CLASSNOTREG, E_INVALIDARG,
+                           NTE_BAD_DATA, NTE_NOT_FOUND, NTE_BAD_KEYSET, NTE_FAIL, NTE_INVALID_PARAMETER}) {
         EXPECT_TRUE(HResultMessage(result).ends_with(L'.')) << result;
     }
 }

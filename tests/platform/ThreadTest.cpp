@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include "platform/Thread.h"
 
@@ -28,6 +30,26 @@ TEST(Thread, IsNamedAndLeavesAllSignalsButItsOwnFaultsToOthers) {
     ::pthread_sigmask(SIG_BLOCK, nullptr, &after);
     for (int number = 1; number < 32; ++number)
         EXPECT_EQ(::sigismember(&after, number), ::sigismember(&before, number)) << number;
+}
+
+int Niceness() {
+    return ::getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()));
+}
+
+TEST(Thread, GivesWayAloneWithThoseThatItStarts) {
+    const int before = Niceness();
+    int own = before;
+    int started = before;
+    auto thread = StartThread("Low", [&] {
+        GiveWayToOtherThreads();
+        own = Niceness();
+        std::thread([&] { started = Niceness(); }).join();
+    });
+    ASSERT_TRUE(thread.IsOk());
+    std::move(thread).Value().join();
+    EXPECT_GT(own, before);
+    EXPECT_EQ(started, own);
+    EXPECT_EQ(Niceness(), before);
 }
 
 }  // namespace

@@ -130,7 +130,17 @@ std::unique_ptr<IKey> CFaultyRegistry::LocalMachine() {
 CResult<std::unique_ptr<ITransaction>> CFaultyRegistry::Begin() {
     const ErrorCode error = m_faults->Note(RegistryOperation::Begin, L"");
     if (error != ErrorCode::Success) return error;
-    CResult<std::unique_ptr<ITransaction>> transaction = m_target->Begin();
+    return Forward(m_target->Begin());
+}
+
+CResult<std::unique_ptr<ITransaction>> CFaultyRegistry::BeginRead() {
+    const ErrorCode error = m_faults->Note(RegistryOperation::BeginRead, L"");
+    if (error != ErrorCode::Success) return error;
+    return Forward(m_target->BeginRead());
+}
+
+CResult<std::unique_ptr<ITransaction>> CFaultyRegistry::Forward(
+    CResult<std::unique_ptr<ITransaction>> transaction) {
     if (!transaction.IsOk()) return transaction;
     return std::unique_ptr<ITransaction>(
         std::make_unique<CFaultyTransaction>(std::move(transaction).Value(), m_faults));

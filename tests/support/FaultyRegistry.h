@@ -20,6 +20,7 @@ enum class RegistryOperation {
     DeleteTree,
     Watch,
     Begin,
+    BeginRead,
     Commit
 };
 
@@ -56,10 +57,13 @@ class CFaultyRegistry final : public IRegistry {
     explicit CFaultyRegistry(std::shared_ptr<IRegistry> target) : m_target(std::move(target)) {}
     std::unique_ptr<IKey> LocalMachine() override;
     CResult<std::unique_ptr<ITransaction>> Begin() override;
+    CResult<std::unique_ptr<ITransaction>> BeginRead() override;
 
     CRegistryFaults& Faults() noexcept { return *m_faults; }
 
  private:
+    CResult<std::unique_ptr<ITransaction>> Forward(CResult<std::unique_ptr<ITransaction>> transaction);
+
     const std::shared_ptr<IRegistry> m_target;
     const std::shared_ptr<CRegistryFaults> m_faults = std::make_shared<CRegistryFaults>();
 };

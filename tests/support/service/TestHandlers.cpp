@@ -52,7 +52,7 @@ std::wstring HeaderOf(const http_request& request, const char* name) {
     return found == request.headers().end() ? std::wstring() : FromUtf8(found->second);
 }
 
-class CTestAuthenticator final : public CHTTPServer::CAuthenticator {
+class CTestAuthenticator final : public CHTTPServer::IAuthenticator {
  public:
     Identity Identify(const http_request& request) override {
         const std::wstring level = HeaderOf(request, "X-Level");

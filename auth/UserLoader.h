@@ -1,0 +1,28 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+
+#include "LibService/Status.h"
+#include "auth/UserTable.h"
+#include "auth/users/PasswordHasher.h"
+#include "config/RegistryKey.h"
+#include "platform/crypto/KeyStorage.h"
+
+namespace quorbel {
+
+/// Where users come from, and what their entries need to be understood.
+struct CUserSource {
+    IRegistry& registry;
+    const CRegistryKey& users;  ///< one subkey a user
+    IPasswordHasher& hasher;
+    IKeyStorageProvider& keys;
+};
+
+/// Reads all users as they are at one moment, then hashes plain passwords and gives an identity to those who
+/// have none. Each broken entry is a failure of the whole. `isStopped` is asked between two users; when it
+/// says so there is no table and no failure.
+CStatus LoadUserTable(const CUserSource& source, const std::function<bool()>& isStopped,
+                      std::optional<CUserTable>& table);
+
+}  // namespace quorbel
