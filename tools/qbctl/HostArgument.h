@@ -6,6 +6,9 @@
 
 namespace quorbel {
 
+/// The hosts are subkeys, named as the hosts are, of this key under HKEY_LOCAL_MACHINE.
+inline constexpr std::wstring_view kHostsKey = L"Software\\Quorbel\\Quorbel HTTP Service\\Hosts";
+
 /// A DNS name or IPv4 address, an IPv6 address in brackets, or a name that takes every host ("*", "+").
 bool IsHostName(std::wstring_view name);
 

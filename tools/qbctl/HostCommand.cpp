@@ -1,5 +1,6 @@
 #include <nlohmann/json.hpp>
 
+#include "auth/users/UserEntry.h"
 #include "platform/Text.h"
 #include "tools/qbctl/Commands.h"
 #include "tools/qbctl/HostArgument.h"
@@ -8,8 +9,6 @@
 namespace quorbel {
 
 namespace {
-
-constexpr std::wstring_view kHostsKey = L"Software\\Quorbel\\Quorbel HTTP Service\\Hosts";
 
 /// What is shown of a host and can be given for a new one.
 struct CHostValue {
@@ -79,6 +78,8 @@ ExitCode AddHost(IKey& root, const std::wstring& name, const CArguments& argumen
         const ErrorCode error = host.Value()->Set(known.name, CValue::FromText(*value));
         if (error != ErrorCode::Success) return Fail(known.name, error);
     }
+    const auto users = host.Value()->Create(kUsersKey);
+    if (!users.IsOk()) return Fail(kUsersKey, users.Error());
     return ExitCode::Success;
 }
 

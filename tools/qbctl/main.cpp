@@ -108,6 +108,80 @@ Removes a host with everything below its key, its users included.
   --force   without asking (so does /f)
 )",
      HostRemove},
+    {L"user list",
+     {{L"--host", kValue}, {L"--json", kFlag}},
+     0,
+     0,
+     LR"(Usage: qbctl user list [--host HOST] [--json]
+Lists a host's users, and what is wrong with those that the service cannot read. A column is "-" where there is
+nothing. "password=plain" means that the registry holds the password itself: "qbctl user passwd" mends that.
+  --host HOST   needed when there are several hosts
+  --json        one object a user and line: "name", "displayName", "administrator", "password" ("none", "plain",
+                "hashed"), "passkeys" (their number), "staysSignedIn", "problem"
+)",
+     UserList},
+    {L"user add",
+     {{L"--host", kValue}, {L"--display-name", kValue}, {L"--admin", kFlag}},
+     1,
+     1,
+     LR"(Usage: qbctl user add NAME [OPTION]...
+Adds a user to a host. The password is asked for, twice; when standard input is no terminal, its first line is the
+password. Only a hash of it is stored.
+  --host HOST           needed when there are several hosts
+  --display-name TEXT   the name that is shown to the user and by passkeys
+  --admin               makes the user an administrator
+)",
+     UserAdd},
+    {L"user remove",
+     {{L"--host", kValue}, {L"/f", kFlag}, {L"--force", kFlag}},
+     1,
+     1,
+     LR"(Usage: qbctl user remove NAME [--host HOST] [--force]
+Removes a user with all passkeys. A running service ends the user's sessions at once.
+  --host HOST   needed when there are several hosts
+  --force       without asking (so does /f)
+)",
+     UserRemove},
+    {L"user passwd",
+     {{L"--host", kValue}},
+     1,
+     1,
+     LR"(Usage: qbctl user passwd NAME [--host HOST]
+Sets a user's password, which is asked for as by "qbctl user add". Nobody stays signed in as this user by the token
+that "keep me signed in" left with a browser; sessions that are running end by their timeout.
+  --host HOST   needed when there are several hosts
+)",
+     UserPasswd},
+    {L"user admin",
+     {{L"--host", kValue}, {L"--on", kFlag}, {L"--off", kFlag}},
+     1,
+     1,
+     LR"(Usage: qbctl user admin NAME --on|--off [--host HOST]
+Makes a user an administrator, or an ordinary user again. Sessions that are running keep the rights that they have.
+  --host HOST   needed when there are several hosts
+)",
+     UserAdmin},
+    {L"user passkeys",
+     {{L"--host", kValue}, {L"--remove", kValue}, {L"--json", kFlag}},
+     1,
+     1,
+     LR"(Usage: qbctl user passkeys NAME [--remove ID] [--host HOST] [--json]
+Lists a user's passkeys: their IDs (Base64url), the models of their authenticators (AAGUID) and their registry keys.
+A column is "-" where there is nothing.
+  --remove ID   removes this passkey instead
+  --host HOST   needed when there are several hosts
+  --json        one object a passkey and line: "id", "aaguid", "key"
+)",
+     UserPasskeys},
+    {L"user sign-out",
+     {{L"--host", kValue}},
+     1,
+     1,
+     LR"(Usage: qbctl user sign-out NAME [--host HOST]
+Makes the token void that "keep me signed in" left with a browser. Sessions that are running end by their timeout.
+  --host HOST   needed when there are several hosts
+)",
+     UserSignOut},
     {L"cert bind",
      {{L"--certificate", kValue}, {L"--key", kValue}},
      1,
@@ -165,6 +239,8 @@ ExitCode ShowCommands(std::FILE* stream) {
         "Usage: qbctl COMMAND ...\n"
         "  reg query|add|delete|import|export   the registry\n"
         "  host list|add|remove                 the hosts that are served\n"
+        "  user list|add|remove|passwd|admin|passkeys|sign-out\n"
+        "                                       the users who may sign in\n"
         "  cert bind|list|remove|create         their certificates\n"
         "  events                               the service's events\n"
         "Type \"qbctl COMMAND --help\" for a command's help.\n"

@@ -158,7 +158,7 @@ TEST_F(SqliteRegistryTest, AWriteThatThrowsLeavesNothingAndNobodyLockedOut) {
     EXPECT_EQ(root->Set(L"v", {}), ErrorCode::Success) << "the file is still locked";
     EXPECT_TRUE(root->Subkeys().Value().empty());
     std::thread([&] {
-        EXPECT_EQ(store->BeginTransaction(), ErrorCode::Success);
+        EXPECT_EQ(store->BeginTransaction(KeyAccess::ReadWrite), ErrorCode::Success);
         store->AbandonTransaction();
     }).join();
 }
