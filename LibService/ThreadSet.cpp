@@ -46,11 +46,13 @@ class CThreadSet::CThread {
         m_name = name;
         m_wake->Set();
     }
-    /// Gives what the end is waited for with.
+    /// Gives what the end is waited for with. The thread may be gone when this returns.
     std::thread TellToEnd() {
         m_mustEnd = true;
-        m_wake->Set();
-        return std::move(m_thread);
+        std::thread handle = std::move(m_thread);
+        const std::shared_ptr<CEvent> wake = m_wake;
+        wake->Set();
+        return handle;
     }
 
  private:

@@ -12,14 +12,14 @@ function element(name, className, text) {
 }
 
 function requestOf(button) {
-    const { url, method = 'GET', range, accept } = button.dataset;
+    const { url, method = 'GET', range, accept, form = 'name=A+visitor&entry=Good+morning' } = button.dataset;
     const headers = {};
     if (range) headers['Range'] = range;
     if (accept) headers['Accept'] = accept;
     const request = { url, method, headers };
     if (method === 'POST') {
         headers['Content-Type'] = 'application/x-www-form-urlencoded';
-        request.body = 'name=A+visitor&entry=Good+morning';
+        request.body = form;
     }
     return request;
 }
@@ -46,10 +46,13 @@ function excerpt(bytes) {
     return bytes.byteLength > text.length && text.length === excerptLength ? text + ' …' : text;
 }
 
+// Scripts are not told the status of a redirect, nor where it leads.
+const statusOf = response => response.type === 'opaqueredirect' ? 'redirect' : response.status;
+
 function show(output, request, response, bytes, all) {
     const line = element('div', 'line');
     line.append(element('span', '', describeRequest(request)),
-        element('span', response.status >= 400 ? 'status refused' : 'status', response.status));
+        element('span', response.status >= 400 ? 'status refused' : 'status', statusOf(response)));
     const list = element('dl');
     const names = all ? [...response.headers.keys()] : usualHeaders.filter(name => response.headers.has(name));
     for (const name of names) list.append(element('dt', '', name), element('dd', '', response.headers.get(name)));
