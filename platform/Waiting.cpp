@@ -16,10 +16,6 @@ void AboutToWait() noexcept {
     if (t_observer) t_observer->OnAboutToWait();
 }
 
-std::shared_ptr<CEvent> WorkAbandoned() {
-    return t_observer ? t_observer->WorkAbandoned() : nullptr;
-}
-
 CWaitingObserverScope::CWaitingObserverScope(IWaitingObserver& observer) noexcept
     : m_previous(std::exchange(t_observer, &observer)) {}
 
