@@ -31,8 +31,13 @@ CServiceFixture::CServiceFixture() {
 }
 
 CServiceFixture::~CServiceFixture() {
+    End();
+}
+
+void CServiceFixture::End() {
     m_registry->Faults().FailNothing();
     if (m_thread.joinable()) Ignore(Stop());
+    m_service.reset();
 }
 
 void CServiceFixture::StartHttpServer() {

@@ -53,6 +53,8 @@ class CServiceFixture : public ::testing::Test {
     CStatus Stop();
     /// Waits for the end of a service that ends by itself.
     CStatus WaitForEnd();
+    /// Stops the service if it runs, and destroys it: for a fixture whose members it uses.
+    void End();
 
     /// One request on a connection of its own.
     CHttpReply Get(int port, std::string_view target, std::string_view headerLines = "");

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "LibService/TraceLogger.h"
+#include "platform/Text.h"
 
 namespace quorbel {
 
@@ -21,6 +22,10 @@ class CTraceRecorder final : public CTraceLogger {
                std::initializer_list<TraceArgument> arguments = {}) override {
         const std::lock_guard lock(m_lock);
         m_records.push_back({object.TraceName(), id, arguments.size()});
+        for (const TraceArgument& argument : arguments) {
+            if (const auto* text = std::get_if<std::wstring_view>(&argument.Get())) m_texts.append(*text);
+            if (const auto* text = std::get_if<std::string_view>(&argument.Get())) m_texts += FromUtf8(*text);
+        }
         m_changed.notify_all();
     }
     void TraceNoSave(const CTraceLoggable& object, std::uint32_t id,
@@ -31,6 +36,11 @@ class CTraceRecorder final : public CTraceLogger {
     std::size_t Count(std::uint32_t id) const {
         const std::lock_guard lock(m_lock);
         return CountLocked(id);
+    }
+    /// The texts of all records, one after the other.
+    std::wstring Texts() const {
+        const std::lock_guard lock(m_lock);
+        return m_texts;
     }
     /// False when it took unreasonably long.
     bool WaitFor(std::uint32_t id, std::size_t count) const {
@@ -46,6 +56,7 @@ class CTraceRecorder final : public CTraceLogger {
     mutable std::mutex m_lock;
     mutable std::condition_variable m_changed;
     std::vector<Record> m_records;
+    std::wstring m_texts;
 };
 
 }  // namespace quorbel
