@@ -7,7 +7,6 @@
 #include "auth/Authentication.h"
 #include "http/FormBody.h"
 #include "platform/UrlPath.h"
-#include "platform/crypto/Secret.h"
 
 namespace quorbel {
 
@@ -62,10 +61,6 @@ class CHTTPServer::CAuthenticator::CCall {
  public:
     CCall(CAuthenticator& authenticator, const http_request& request, const UserIdentity& user)
         : m_authenticator(authenticator), m_request(request), m_user(user) {}
-    /// The fields of a form may hold passwords.
-    ~CCall() {
-        for (auto& [name, value] : m_fields) Wipe(value);
-    }
     CCall(const CCall&) = delete;
     CCall& operator=(const CCall&) = delete;
 
@@ -90,7 +85,7 @@ class CHTTPServer::CAuthenticator::CCall {
     CAuthenticator& m_authenticator;
     const http_request& m_request;
     const UserIdentity& m_user;
-    TextMap m_fields;  ///< decoded
+    CFormFields m_fields;  ///< decoded
     std::wstring m_action;
     std::wstring m_onSuccess;
     std::wstring m_onFailure;
@@ -103,9 +98,9 @@ bool CHTTPServer::CAuthenticator::CCall::TakeFields(const TextMap& parameters) {
     for (const auto& [name, value] : parameters) {
         auto decoded = Decode(value);
         if (decoded) {
-            m_fields[name] = *std::move(decoded);
+            m_fields.values[name] = *std::move(decoded);
         } else if (IsNamedValue(name)) {
-            m_fields[name] = value;
+            m_fields.values[name] = value;
         } else {
             areValid = false;
         }
@@ -117,8 +112,8 @@ bool CHTTPServer::CAuthenticator::CCall::TakeFields(const TextMap& parameters) {
 }
 
 const std::wstring* CHTTPServer::CAuthenticator::CCall::FieldValue(std::wstring_view name) const {
-    const auto field = m_fields.find(std::wstring(name));
-    return field == m_fields.end() ? nullptr : &field->second;
+    const auto field = m_fields.values.find(std::wstring(name));
+    return field == m_fields.values.end() ? nullptr : &field->second;
 }
 
 std::wstring_view CHTTPServer::CAuthenticator::CCall::Text(std::wstring_view name) const {

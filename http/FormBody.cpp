@@ -1,12 +1,32 @@
 #include "http/FormBody.h"
 
 #include <algorithm>
-#include <cpprest/base_uri.h>
 #include <cwctype>
 
 #include "platform/Text.h"
+#include "platform/crypto/Secret.h"
 
 namespace quorbel {
+
+namespace {
+
+/// A "+" stands for a blank.
+std::wstring WithBlanks(std::string_view text) {
+    std::string encoded;
+    encoded.reserve(3 * text.size());
+    for (char byte : text) {
+        if (byte == '+') {
+            encoded.append("%20");
+        } else {
+            encoded.push_back(byte);
+        }
+    }
+    std::wstring wide = FromUtf8(encoded);
+    Wipe(encoded);
+    return wide;
+}
+
+}  // namespace
 
 bool HasMediaType(std::wstring_view contentType, std::wstring_view mediaType) {
     for (std::size_t start = 0; start <= contentType.size();) {
@@ -23,18 +43,20 @@ bool IsFormContentType(std::wstring_view contentType) {
     return HasMediaType(contentType, L"application/x-www-form-urlencoded");
 }
 
-TextMap ParseForm(std::string_view body) {
-    std::string encoded;
-    encoded.reserve(body.size());
-    for (char byte : body) {
-        if (byte == '+') {
-            encoded.append("%20");
-        } else {
-            encoded.push_back(byte);
+CFormFields::~CFormFields() {
+    for (auto& [name, value] : values) Wipe(value);
+}
+
+CFormFields ParseForm(std::string_view body) {
+    CFormFields fields;
+    for (std::size_t start = 0; start < body.size();) {
+        const std::size_t end = std::min(body.find('&', start), body.size());
+        const std::string_view field = body.substr(start, end - start);
+        if (const std::size_t equals = field.find('='); equals != field.npos) {
+            fields.values[WithBlanks(field.substr(0, equals))] = WithBlanks(field.substr(equals + 1));
         }
+        start = end + 1;
     }
-    TextMap fields;
-    for (const auto& [name, value] : web::uri::split_query(encoded)) fields[FromUtf8(name)] = FromUtf8(value);
     return fields;
 }
 

@@ -5,9 +5,9 @@
 
 #include "LibService/EventLog.h"
 #include "LibService/MessageIds.h"
-#include "http/FormBody.h"
 #include "platform/File.h"
 #include "platform/Thread.h"
+#include "platform/crypto/Secret.h"
 
 namespace quorbel {
 
@@ -251,6 +251,7 @@ void CHTTPServer::CListener::OnPost(const Request& request, const CUrlPath& path
             } else {
                 request.reply(status_codes::ServiceUnavailable);
             }
+            Wipe(body);
         });
 }
 
@@ -263,13 +264,13 @@ void CHTTPServer::CListener::OnForm(const Request& request, const CUrlPath& path
     }
 }
 
-void CHTTPServer::CListener::AnswerPost(const Request& request, const CUrlPath& path, const TextMap& form) {
+void CHTTPServer::CListener::AnswerPost(const Request& request, const CUrlPath& path, CFormFields fields) {
     const Routing routing = BeginRouting();
     const auto [user, handler] = FindRequestHandler(request, path, routing);
     if (!handler) return m_reply.SendWithoutBody(request, status_codes::NotFound);
-    TextMap parameters = routing.configuration->namedValues;
-    parameters.insert(form.begin(), form.end());  // a named value wins over a field of its name
-    const auto response = handler->CreateResponse(request, user, parameters);
+    // A named value wins over a field of its name.
+    for (const auto& [name, value] : routing.configuration->namedValues) fields.values[name] = value;
+    const auto response = handler->CreateResponse(request, user, fields.values);
     m_reply.SendWithBody(request, *response);
 }
 

@@ -6,6 +6,7 @@
 
 #include "http/Authenticator.h"
 #include "http/EventLimiter.h"
+#include "http/FormBody.h"
 #include "http/ListenerConfiguration.h"
 #include "http/Location.h"
 #include "http/Reply.h"
@@ -67,7 +68,7 @@ class CHTTPServer::CListener {
     void OnGet(const Request& request, const CUrlPath& path);
     void OnPost(const Request& request, const CUrlPath& path);
     void OnForm(const Request& request, const CUrlPath& path, const std::vector<unsigned char>& body);
-    void AnswerPost(const Request& request, const CUrlPath& path, const TextMap& form);
+    void AnswerPost(const Request& request, const CUrlPath& path, CFormFields fields);
     void OnOptions(const Request& request, const CUrlPath& path);
     void OnOther(const Request& request, const CUrlPath& path);
     void SendOptions(const Request& request, const CUrlPath& path, std::uint16_t status);
