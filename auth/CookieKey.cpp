@@ -38,7 +38,7 @@ CStatus SealToken(IKeyStorageProvider& provider, std::string_view token, std::ws
 CStatus UnsealToken(IKeyStorageProvider& provider, std::wstring_view sealed, std::string& token) {
     token.clear();
     const auto bytes = FromBase64(ToUtf8(sealed));
-    if (!bytes) return {};
+    if (!bytes || bytes->empty()) return {};
     std::unique_ptr<IStoredKey> key;
     RETURN_IF_FAILED(OpenCookieKey(provider, key));
     const SECURITY_STATUS result = key->Decrypt(*bytes, token);
