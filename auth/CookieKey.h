@@ -16,7 +16,7 @@ namespace quorbel {
 CStatus EnsureCookieKey(IKeyStorageProvider& provider);
 /// The token encrypted, in Base64 (RFC 4648, section 4).
 CStatus SealToken(IKeyStorageProvider& provider, std::string_view token, std::wstring& sealed);
-/// Back again; a text that is no Base64 gives an empty token.
+/// Back again; a text that is empty or no Base64 gives an empty token.
 CStatus UnsealToken(IKeyStorageProvider& provider, std::wstring_view sealed, std::string& token);
 /// @}
 
