@@ -320,6 +320,23 @@ TEST_F(HandlersTest, AReplyToAClientThatHasLeftIsClosed) {
     EXPECT_EQ(room.Entered(), 1u);
 }
 
+TEST_F(HandlersTest, AHandlerIsToldThatItsClientHasLeft) {
+    std::promise<void> waits;
+    std::promise<bool> told;
+    Serve([&](const http_request& request) {
+        const auto abandoned = WorkAbandoned();
+        waits.set_value();
+        told.set_value(WaitForAny({abandoned.get()}, std::chrono::minutes(1)).IsOk());
+        request.reply(200);
+    });
+    EXPECT_EQ(WorkAbandoned(), nullptr) << "of no work at all";
+    CHttpConnection connection(m_port);
+    ASSERT_TRUE(connection.Send(Get(kHost)));
+    waits.get_future().wait();
+    connection.Leave();
+    EXPECT_TRUE(told.get_future().get());
+}
+
 TEST_F(HandlersTest, ARequestIsHandledOnlyWhenTheReplyBeforeItIsSent) {
     std::promise<http_request> first;
     std::atomic<int> handled = 0;

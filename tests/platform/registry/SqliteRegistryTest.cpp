@@ -147,6 +147,23 @@ TEST_F(SqliteRegistryTest, OnlyACommittedTransactionHasAnEffect) {
     EXPECT_EQ(transaction.Value()->Commit(), ErrorCode::InvalidFunction);
 }
 
+TEST_F(SqliteRegistryTest, AReadingTransactionSeesOneMomentAndKeepsNoWriterOut) {
+    const auto registry = OpenRegistry();
+    const auto root = registry->LocalMachine();
+    ASSERT_EQ(root->Set(L"v", CValue::FromNumber32(1)), ErrorCode::Success);
+    {
+        const auto transaction = registry->BeginRead();
+        ASSERT_TRUE(transaction.IsOk());
+        EXPECT_EQ(root->Query(L"v").Value(), CValue::FromNumber32(1));
+        EXPECT_EQ(OpenRegistry()->LocalMachine()->Set(L"v", CValue::FromNumber32(2)), ErrorCode::Success);
+        EXPECT_EQ(root->Query(L"v").Value(), CValue::FromNumber32(1));
+        EXPECT_EQ(root->Set(L"v", CValue::FromNumber32(3)), ErrorCode::AccessDenied);
+        EXPECT_EQ(root->DeleteValue(L"v"), ErrorCode::AccessDenied);
+    }
+    EXPECT_EQ(root->Query(L"v").Value(), CValue::FromNumber32(2));
+    EXPECT_EQ(root->Set(L"v", CValue::FromNumber32(3)), ErrorCode::Success);
+}
+
 TEST_F(SqliteRegistryTest, AWriteThatThrowsLeavesNothingAndNobodyLockedOut) {
     const auto store = CRegistryStore::Open(folder.Path(), options).Value();
     EXPECT_THROW(Ignore(store->Writing([](CKeyTable& keys, CChangeJournal&) -> ErrorCode {
