@@ -4,8 +4,6 @@
 #include <cbor.h>
 #include <limits>
 
-#include "platform/Text.h"
-
 namespace quorbel {
 
 namespace {
@@ -145,9 +143,7 @@ std::optional<std::string> CCborItem::Bytes() const {
 std::optional<std::string> CCborItem::Text() const {
     const cbor_item_t* const item = Get(m_item);
     if (!cbor_isa_string(item)) return std::nullopt;
-    std::string text(reinterpret_cast<const char*>(cbor_string_handle(item)), cbor_string_length(item));
-    if (!FromUtf8Strict(text)) return std::nullopt;
-    return text;
+    return std::string(reinterpret_cast<const char*>(cbor_string_handle(item)), cbor_string_length(item));
 }
 
 std::optional<std::vector<CCborItem>> CCborItem::Array() const {

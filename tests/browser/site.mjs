@@ -53,12 +53,15 @@ export class Site {
             return answers(this.#port);
         });
     }
-    /// Returns the exit code.
+    /// Returns the exit code; null when a signal ended the service, or it was never started.
     async stop() {
-        const ended = new Promise(resolve => this.#service.once('exit', resolve));
-        if (this.#service.exitCode === null && this.#service.signalCode === null) this.#service.kill('SIGTERM');
-        else return this.#service.exitCode;
-        return ended;
+        if (!this.#service) return null;
+        if (this.#service.exitCode === null && this.#service.signalCode === null) {
+            const ended = new Promise(resolve => this.#service.once('exit', resolve));
+            this.#service.kill('SIGTERM');
+            await ended;
+        }
+        return this.#service.exitCode;
     }
     remove() { rmSync(this.#root, { recursive: true, force: true }); }
 

@@ -87,8 +87,8 @@ ExitCode UserList(const CArguments& arguments) {
         }
         if (!areAllWhole) {
             Ignore(
-                Fail(L"warning: As long as a user has a problem, the service takes up no change of any user "
-                     L"of this host, and does not open the host."));
+                Fail(L"warning: With such an entry the service does not open the host. A running service "
+                     L"follows the users no longer until the host's key is changed."));
         }
         return ExitCode::Success;
     });

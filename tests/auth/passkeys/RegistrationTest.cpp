@@ -288,8 +288,6 @@ TEST_F(Registration, RefusesEveryFlipInWhatIsSigned) {
         std::vector<const char*> members;  ///< that hold the signature and what it vouches for
     };
     const CCase cases[] = {{m_authenticator.Packed(kChallenge, -7), {"sig"}},
-                           {m_authenticator.Packed(kChallenge, std::nullopt), {"sig"}},
-                           {m_authenticator.Tpm(kChallenge, -7), {"sig", "certInfo", "pubArea"}},
                            {m_authenticator.Tpm(kChallenge, kRs1), {"sig", "certInfo", "pubArea"}}};
     for (const auto& [made, members] : cases) {
         ASSERT_EQ(Verify(made.Response()), "ok");
@@ -297,10 +295,6 @@ TEST_F(Registration, RefusesEveryFlipInWhatIsSigned) {
             CSoftAttestation flipped = made;
             flipped.authenticatorData = WithBitFlipped(made.authenticatorData, bit);
             EXPECT_NE(Verify(flipped.Response()), "ok") << made.format << bit;
-            CRegistrationResponse response = made.Response();
-            response.authenticatorData = flipped.authenticatorData;
-            EXPECT_NE(Verify(response), "ok") << made.format << bit;
-            EXPECT_NE(VerifyObject(made.Response(), flipped.Object()), "ok") << made.format << bit;
         }
         for (std::size_t bit = 0; bit < made.clientDataJson.size() * 8; ++bit) {
             CSoftAttestation flipped = made;
@@ -334,8 +328,8 @@ TEST_F(Registration, ReadsOfACertificateTheKeyAlone) {
 
 TEST_F(Registration, ChecksTheseBitsOfDataThatNobodySigned) {
     const CSoftAttestation none = m_authenticator.None(kChallenge);
-    ASSERT_EQ(m_authenticator.credentialId.size(), 32U + 1);
-    ASSERT_EQ(none.authenticatorData.size(), 55U + 33 + 77);
+    ASSERT_EQ(m_authenticator.credentialId.size(), 32U);
+    ASSERT_EQ(none.authenticatorData.size(), 55U + 32 + 77);
     struct CRange {
         std::size_t first, end;
         unsigned bits;         ///< of each byte that are checked
@@ -348,6 +342,7 @@ TEST_F(Registration, ChecksTheseBitsOfDataThatNobodySigned) {
         {32, 33, 0x40, "error 13: authData"},
         {53, 54, 0xFF, "C0000A8C: Not enough data for Credential ID."},  // longer than what follows
         {54, 55, 0x80, "C0000A8C: Not enough data for Credential ID."},
+        {54, 55, 0x20, "error 13: authData"},  // of no length
     };
     std::map<std::size_t, std::string> expected;  // by bit
     for (const auto& [first, end, bits, outcome] : table)
