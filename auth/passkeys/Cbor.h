@@ -10,8 +10,8 @@
 
 namespace quorbel {
 
-/// One item of CBOR (RFC 8949), decoded and immutable: a handle that is cheap to copy. For one thread at a time,
-/// also where handles share an item.
+/// One item of CBOR (RFC 8949), decoded and immutable: a handle that is cheap to copy. For one thread at a
+/// time, also where handles share an item.
 class CCborItem {
  public:
     using TextMap = std::map<std::string, CCborItem, std::less<>>;

@@ -34,7 +34,7 @@ cbor::CMembers Signed(std::string_view hash, std::optional<int> algorithm) {
     return members;
 }
 
-/// A TPMS_ATTEST structure (Trusted Platform Module Library, part 2) for the certification of a key.
+/// A TPMS_ATTEST structure (TPM 2.0 Library, Structures) for the certification of a key.
 std::string CertifiedInfo(std::string_view extraData, std::string_view publicArea) {
     const std::string name = std::string("\x00\x22\x00\x0B", 4);
     const std::string signer = name + std::string(32, 's');
