@@ -31,7 +31,7 @@ std::string NameOf(pthread_t thread) {
 
 /// Work that says where it runs and lasts until it is let go.
 struct CHeldWork {
-    const std::shared_ptr<CEvent> started = NewEvent(EventReset::Manual);
+    const std::shared_ptr<CEvent> started = NewEvent(EventReset::Auto);
     const std::shared_ptr<CEvent> letGo = NewEvent(EventReset::Manual);
     pthread_t thread{};
     std::string name;
