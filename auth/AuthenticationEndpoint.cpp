@@ -34,6 +34,16 @@ bool IsNamedValue(std::wstring_view name) {
     return name.starts_with(L"Registry$") || name.starts_with(L"Directory$");
 }
 
+/// A URI reference (RFC 3986, section 4.1). The library takes a text that begins with a character that no URI
+/// has for an empty one.
+bool IsUriReference(const std::string& text) {
+    constexpr std::string_view kNeverInUri = "\"<>\\^`{|}";
+    const auto mayStand = [&](char character) {
+        return character > ' ' && character < '\x7F' && kNeverInUri.find(character) == kNeverInUri.npos;
+    };
+    return std::all_of(text.begin(), text.end(), mayStand) && web::uri::validate(text);
+}
+
 /// The path of the page that a form was posted from: where to go when the form does not say.
 std::wstring ReferringPath(const http_request& request) {
     const std::string origin = Field(request, "Origin").value_or("");
@@ -145,8 +155,7 @@ void CHTTPServer::CAuthenticator::CCall::SignIn() {
     const std::wstring_view password = Text(L"password");
     if (password.empty()) return Refuse(401);
     const bool remembers = EqualNoCase(Text(L"remember"), L"on");
-    m_outcome =
-        m_authenticator.SignIn(NamedUser(), password, remembers ? Remember::Yes : Remember::No);
+    m_outcome = m_authenticator.SignIn(NamedUser(), password, remembers ? Remember::Yes : Remember::No);
 }
 
 void CHTTPServer::CAuthenticator::CCall::ChangePassword() {
@@ -207,7 +216,7 @@ std::shared_ptr<CHTTPServer::CAuthenticator::Response> CHTTPServer::CAuthenticat
     }
     const std::wstring& target = m_outcome.status == 200 ? m_onSuccess : m_onFailure;
     if (!target.empty()) {
-        const bool isUri = web::uri::validate(ToUtf8(target));
+        const bool isUri = IsUriReference(ToUtf8(target));
         m_outcome.status = isUri ? 302 : 400;
         if (isUri) headers[L"Location"] = target;
     }
@@ -233,9 +242,9 @@ void CHTTPServer::CAuthenticator::ReportPasskeyFailure(const CStatus& failure) {
     if (!leftOut) return;
     failure.Report();
     if (*leftOut == 0) return;
-    MessageError(message::kStandardException, {std::to_wstring(*leftOut) +
-                                               L" further passkey errors of the host " + m_relyingPartyId +
-                                               L" were left out"})
+    MessageError(message::kStandardException,
+                 {std::to_wstring(*leftOut) + L" further passkey errors of the host " + m_relyingPartyId +
+                  L" were left out"})
         .Report();
 }
 

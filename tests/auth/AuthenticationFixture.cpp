@@ -22,16 +22,15 @@ CAuthenticationFixture::CAuthenticator::Platform CAuthenticationFixture::Platfor
     return {*m_registry, *m_hasher, *m_keys, *m_work, m_clock};
 }
 
-int CAuthenticationFixture::StartHost(const Values& locationValues) {
+int CAuthenticationFixture::StartHost() {
     AuthenticateHandler::Register(Platform());
     const int port = AddDefaultHost({{L"Anon Root", CValue::FromText(Folder("anon"))},
                                      {L"Admin Root", CValue::FromText(Folder("admin"))}});
     AddLocation(kHost, L"/auth", L"Authenticate");
     const auto location = HostKey(kHost)->Create(L"Locations\\/auth").Value();
     EXPECT_EQ(location->Set(L"Auth Cookie", CValue::FromText(kCookie)), ErrorCode::Success);
-    for (const auto& [name, value] : locationValues) {
-        EXPECT_EQ(location->Set(name, value), ErrorCode::Success);
-    }
+    const auto timeout = CValue::FromNumber32(kTimeout.count());
+    EXPECT_EQ(location->Set(L"Session Timeout", timeout), ErrorCode::Success);
     Start();
     return port;
 }
@@ -56,8 +55,7 @@ void CAuthenticationFixture::SetUserValue(const std::wstring& name, const std::w
     ASSERT_EQ(UserKey(name)->Set(value, content), ErrorCode::Success);
 }
 
-std::shared_ptr<CHTTPServer::CAuthenticator> CAuthenticationFixture::NewAuthenticator(
-    std::uint32_t timeout) {
+std::shared_ptr<CHTTPServer::CAuthenticator> CAuthenticationFixture::NewAuthenticator(std::uint32_t timeout) {
     auto authenticator = std::make_shared<CAuthenticator>(Platform(), L"example.org", timeout);
     const CStatus status = Initialize(*authenticator);
     EXPECT_TRUE(status.IsOk()) << ToUtf8(status.Text());

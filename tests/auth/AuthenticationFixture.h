@@ -37,7 +37,7 @@ class CAuthenticationFixture : public CServiceFixture {
     ~CAuthenticationFixture() override;
 
     /// Serves the host; its port.
-    int StartHost(const Values& locationValues = {});
+    int StartHost();
 
     std::unique_ptr<IKey> UsersKey() { return HostKey(kHost)->Create(L"Users").Value(); }
     std::unique_ptr<IKey> UserKey(const std::wstring& name) { return UsersKey()->Create(name).Value(); }

@@ -22,8 +22,8 @@ class CAuthenticationTest : public CAuthenticationFixture {
     }
     std::uint32_t LoadError(const wchar_t* value, const CValue& content) {
         SetUserValue(L"ann", value, content);
-        const CStatus status = std::make_shared<CAuthenticator>(Platform(), L"h", 1)->Initialize(
-            *m_service, L"/auth", CRegistryKey(HostKey(kHost)), kCookie);
+        const CStatus status = std::make_shared<CAuthenticator>(Platform(), L"h", 1)
+                                   ->Initialize(*m_service, L"/auth", CRegistryKey(HostKey(kHost)), kCookie);
         EXPECT_EQ(UserKey(L"ann")->DeleteValue(value), ErrorCode::Success);
         return status.IsOk() ? 0 : status.Error()->GetCode();
     }
@@ -54,7 +54,7 @@ TEST(CookiePattern, FindsTheLastCookieWhoseNameEndsWithTheName) {
         {L"QbAuth", many + "QbAuth=7", "7"},
         {L"QbAuth", many, ""},
         {L"Qb.uth", "QbXuth=3", "3"},
-        {L"(a|b)?", "b=4", "b"},  // the name's own group comes first
+        {L"(b)", "b=4", "b"},  // the name's own group comes first
         {L"", "=5", ""},
     };
     for (const auto& [name, field, value] : cases) {
