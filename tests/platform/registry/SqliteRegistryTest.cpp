@@ -155,7 +155,9 @@ TEST_F(SqliteRegistryTest, AReadingTransactionSeesOneMomentAndKeepsNoWriterOut) 
         const auto transaction = registry->BeginRead();
         ASSERT_TRUE(transaction.IsOk());
         EXPECT_EQ(root->Query(L"v").Value(), CValue::FromNumber32(1));
-        EXPECT_EQ(OpenRegistry()->LocalMachine()->Set(L"v", CValue::FromNumber32(2)), ErrorCode::Success);
+        std::thread([&] {
+            EXPECT_EQ(OpenRegistry()->LocalMachine()->Set(L"v", CValue::FromNumber32(2)), ErrorCode::Success);
+        }).join();
         EXPECT_EQ(root->Query(L"v").Value(), CValue::FromNumber32(1));
         EXPECT_EQ(root->Set(L"v", CValue::FromNumber32(3)), ErrorCode::AccessDenied);
         EXPECT_EQ(root->DeleteValue(L"v"), ErrorCode::AccessDenied);
