@@ -48,8 +48,7 @@ CHTTPServer::CAuthenticator::~CAuthenticator() {
 }
 
 CStatus CHTTPServer::CAuthenticator::Initialize(CHTTPServer&, const std::wstring&,
-                                                const CRegistryKey& hostKey,
-                                                const std::wstring& cookieName) {
+                                                const CRegistryKey& hostKey, const std::wstring& cookieName) {
     m_relyingPartyHash = Sha256({ToUtf8(m_relyingPartyId)});
     if (m_relyingPartyHash.empty()) return SystemError(ErrorCode::GenFailure, L"SHA256");
     RETURN_IF_FAILED(EnsureCookieKey(m_platform.keys));
@@ -82,14 +81,12 @@ CStatus CHTTPServer::CAuthenticator::StartWatcher() {
     auto ended = CEvent::Create(EventReset::Manual);
     if (!ended.IsOk()) return SystemError(ended.Error());
     m_watcherEnded = std::move(ended).Value();
-    CStatus status =
-        m_platform.work.Run([this](CEvent& stop) { return Watch(stop); }, "RegistryChangeWorker");
-    if (!status.IsOk()) m_watcherEnded.reset();
-    return status;
+    // Set when the work ends, and when it is dropped before it began.
+    const auto atEnd = std::make_shared<CSetAtEnd>(m_watcherEnded);
+    return m_platform.work.Run([this, atEnd](CEvent& stop) { return Watch(stop); }, "RegistryChangeWorker");
 }
 
 CStatus CHTTPServer::CAuthenticator::Watch(CEvent& stop) {
-    const CSetAtEnd ended(m_watcherEnded);
     const CAbandonmentScope watching(m_watching);
     for (;;) {
         const auto woken = WaitForAny({m_changed.get(), &stop, m_stop.get()});
@@ -101,6 +98,8 @@ CStatus CHTTPServer::CAuthenticator::Watch(CEvent& stop) {
 }
 
 CStatus CHTTPServer::CAuthenticator::LoadUsers() {
+    if (!m_usersKey.IsOpen()) return {};
+    HashedPasswords hashed;
     for (;;) {
         std::uint64_t generation = 0;
         {
@@ -108,8 +107,9 @@ CStatus CHTTPServer::CAuthenticator::LoadUsers() {
             generation = m_generation;
         }
         std::optional<CUserTable> loaded;
-        RETURN_IF_FAILED(LoadUserTable({m_platform.registry, m_usersKey, m_platform.hasher, m_platform.keys},
-                                       [this] { return m_stop->Test(); }, loaded));
+        RETURN_IF_FAILED(LoadUserTable(
+            {m_platform.registry, m_usersKey, m_platform.hasher, m_platform.keys},
+            [this] { return m_stop->Test(); }, hashed, loaded));
         if (!loaded || Install(*loaded, generation)) return {};
     }
 }
@@ -128,6 +128,7 @@ bool CHTTPServer::CAuthenticator::Install(CUserTable& loaded, std::uint64_t gene
                now->second.identity != before->second.identity;
     });
     std::swap(m_table, loaded);
+    ++m_generation;
     return true;
 }
 
@@ -206,10 +207,28 @@ CHTTPServer::CAuthenticator::Outcome CHTTPServer::CAuthenticator::WithLongLivedC
 CStatus CHTTPServer::CAuthenticator::PersistCookie(const User& user) const {
     std::wstring sealed;
     RETURN_IF_FAILED(SealToken(m_platform.keys, user.second.cookie, sealed));
-    const auto key = m_usersKey.OpenKey(user.first.Text(), KeyAccess::ReadWrite);
+    const auto transaction = m_platform.registry.Begin();
+    if (!transaction.IsOk()) return SystemError(transaction.Error());
+    const auto key = OpenUser(user);
     if (!key.IsOk()) return SystemError(key.Error());
+    // A token is not kept for who knows a password that another process has replaced meanwhile.
+    CPassword stored;
+    Ignore(stored.Read(key.Value().Store()));
+    if (stored.Form() == PasswordForm::Hashed && !(stored == user.second.password)) {
+        return SystemError(ErrorCode::AccessDenied);
+    }
     RETURN_IF_SYSTEM_ERROR(key.Value().Store().Set(kCookieValue, CValue::FromText(sealed)));
+    RETURN_IF_SYSTEM_ERROR(transaction.Value()->Commit());
     return {};
+}
+
+CResult<CRegistryKey> CHTTPServer::CAuthenticator::OpenUser(const User& user) const {
+    auto key = m_usersKey.OpenKey(user.first.Text(), KeyAccess::ReadWrite);
+    if (!key.IsOk()) return key;
+    const auto identity = key.Value().QueryValue(kIdentityValue);
+    if (!identity.IsOk()) return identity.Error();
+    if (identity.Value().data != user.second.identity) return ErrorCode::FileNotFound;
+    return key;
 }
 
 void CHTTPServer::CAuthenticator::SignOut(User& user) {

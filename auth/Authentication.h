@@ -80,8 +80,8 @@ class CHTTPServer::CAuthenticator : public CHTTPServer::IAuthenticator,
 
     struct PasswordChange {
         UserIdentity caller;
-        std::optional<UserIdentity> target;  ///< whose password an administrator sets
-        std::wstring_view password;          ///< the present one, asked for when there is no target
+        std::optional<UserIdentity> target;            ///< whose password an administrator sets
+        std::wstring_view password;                    ///< the present one, asked for when there is no target
         std::optional<std::wstring_view> newPassword;  ///< 400 without one, when nothing else is wrong
     };
     /// 200, maybe with a token, 400, 401, 403, 404 or 500.
@@ -105,6 +105,7 @@ class CHTTPServer::CAuthenticator : public CHTTPServer::IAuthenticator,
     /// Writes what is wrong with a passkey to the event log, ten times a second at most.
     void ReportPasskeyFailure(const CStatus& failure);
 
+    /// For diagnosis.
     std::size_t SessionCount() const;
 
  private:
@@ -129,10 +130,16 @@ class CHTTPServer::CAuthenticator : public CHTTPServer::IAuthenticator,
     Outcome WithNewSession(const User& user);
     Outcome WithLongLivedCookie(User& user);
     CStatus PersistCookie(const User& user) const;
+    /// The user's own key: FileNotFound when another user has the name by now. Within the transaction that
+    /// writes to it.
+    CResult<CRegistryKey> OpenUser(const User& user) const;
+    /// Stores a new password and forgets the stored token; says whether there was one.
+    CResult<bool> WritePassword(const User& user, const CPassword& password) const;
     void SignOut(User& user);
     std::uint16_t CheckChange(const PasswordChange& change, User*& target);
     Outcome SetNewPassword(User& target, CPassword password, bool isOwn);
-    std::string NewChallenge(User& user);
+    enum class Ceremony { Registration, SignIn };
+    std::string NewChallenge(User& user, Ceremony ceremony);
     /// Under m_challengeLock.
     void ClearChallenge(User& user);
     CStatus KeepCredential(User& user, const CVerifiedCredential& credential,
@@ -144,6 +151,8 @@ class CHTTPServer::CAuthenticator : public CHTTPServer::IAuthenticator,
     CResult<std::string> NewUniqueToken() const;
 
     CStatus VerifyRegistration(const nlohmann::json& body);
+    /// Under m_challengeLock: whose registration the challenge is for; none when it is not pending.
+    std::optional<UserIdentity> RegistrantOf(const std::string& challenge) const;
     /// What an assertion is checked against.
     struct PendingSignIn {
         UserIdentity user;
@@ -183,9 +192,13 @@ class CHTTPServer::CAuthenticator : public CHTTPServer::IAuthenticator,
     /// Guarded by m_usersLock, but for long-lived tokens and their index (m_cookieLock) and challenge times
     /// (m_challengeLock). It is replaced under all the locks.
     CUserTable m_table;
-    std::uint64_t m_generation = 0;  ///< counts changes in place; guarded by m_usersLock
+    std::uint64_t m_generation = 0;  ///< counts the users' changes; guarded by m_usersLock
     CSessions m_sessions;            ///< guarded by m_sessionLock
-    std::map<std::string, UserIdentity> m_challengeIndex;  ///< challenge to user; guarded by m_challengeLock
+    struct PendingChallenge {
+        UserIdentity user;
+        Ceremony ceremony;
+    };
+    std::map<std::string, PendingChallenge> m_challengeIndex;  ///< by challenge; guarded by m_challengeLock
 };
 
 }  // namespace quorbel

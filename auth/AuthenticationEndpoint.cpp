@@ -5,8 +5,10 @@
 #include "LibService/MessageIds.h"
 #include "auth/AuthenticateHandler.h"
 #include "auth/Authentication.h"
+#include "auth/passkeys/Json.h"
 #include "http/FormBody.h"
 #include "platform/UrlPath.h"
+#include "platform/crypto/Secret.h"
 
 namespace quorbel {
 
@@ -26,8 +28,13 @@ std::optional<std::string> Field(const http_request& request, const char* name) 
 
 /// Percent signs decoded; none for a bad one or what is no text.
 std::optional<std::wstring> Decode(const std::wstring& value) {
-    const auto bytes = PercentDecode(ToUtf8(value));
-    return bytes ? FromUtf8Strict(*bytes) : std::nullopt;
+    std::string encoded = ToUtf8(value);
+    auto bytes = PercentDecode(encoded);
+    Wipe(encoded);
+    if (!bytes) return std::nullopt;
+    auto text = FromUtf8Strict(*bytes);
+    Wipe(*bytes);
+    return text;
 }
 
 bool IsNamedValue(std::wstring_view name) {
@@ -89,7 +96,6 @@ class CHTTPServer::CAuthenticator::CCall {
     void SignIn();
     void ChangePassword();
     void SendCreationOptions();
-    void RedirectToReferrer();
     void Refuse(std::uint16_t status) { m_outcome = {status}; }
 
     CAuthenticator& m_authenticator;
@@ -192,8 +198,8 @@ bool CHTTPServer::CAuthenticator::CCall::TakeMembers(const nlohmann::json& body)
 void CHTTPServer::CAuthenticator::CCall::AnswerJson(const std::string& text) {
     const auto contentType = Field(m_request, "Content-Type");
     if (!contentType || !HasMediaType(FromUtf8(*contentType), L"application/json")) return Refuse(400);
-    const auto body = nlohmann::json::parse(text, nullptr, false);
-    if (body.is_discarded() || !TakeMembers(body)) return Refuse(400);
+    nlohmann::json body;
+    if (!ParseJson(text, body) || !TakeMembers(body)) return Refuse(400);
     if (EqualNoCase(m_action, L"webauthn-register")) {
         m_outcome = m_authenticator.RegisterCredential(body);
     } else if (EqualNoCase(m_action, L"webauthn-authenticate")) {
@@ -240,12 +246,12 @@ void CHTTPServer::CAuthenticator::ReportPasskeyFailure(const CStatus& failure) {
     if (failure.IsOk()) return;
     const auto leftOut = m_passkeyEvents.Admit();
     if (!leftOut) return;
-    failure.Report();
-    if (*leftOut == 0) return;
+    if (*leftOut == 0) return failure.Report();
     MessageError(message::kStandardException,
                  {std::to_wstring(*leftOut) + L" further passkey errors of the host " + m_relyingPartyId +
                   L" were left out"})
         .Report();
+    if (m_passkeyEvents.Admit()) failure.Report();
 }
 
 }  // namespace quorbel

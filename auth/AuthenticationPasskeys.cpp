@@ -58,12 +58,12 @@ CResult<CRegistryKey> CreateCredentialKey(CRegistryKey& credentials, std::int64_
 
 }  // namespace
 
-std::string CHTTPServer::CAuthenticator::NewChallenge(User& user) {
+std::string CHTTPServer::CAuthenticator::NewChallenge(User& user, Ceremony ceremony) {
     const std::lock_guard challenges(m_challengeLock);
     ClearChallenge(user);
     user.second.challengeTime = m_platform.clock.Steady().count();
     std::string challenge = MakeChallenge(user.second.identity, user.second.challengeTime);
-    m_challengeIndex.insert_or_assign(challenge, user.first);
+    m_challengeIndex.insert_or_assign(challenge, PendingChallenge{user.first, ceremony});
     return challenge;
 }
 
@@ -77,9 +77,9 @@ CHTTPServer::CAuthenticator::Outcome CHTTPServer::CAuthenticator::CreationOption
     const Registration& registration) {
     const auto options = [&](User& user) {
         return Outcome{.document = CreationOptionsDocument(
-                           {NewChallenge(user), CredentialIds(user.second), m_relyingPartyId,
-                            registration.relyingPartyName, user.second.identity, user.first.Text(),
-                            registration.displayName})};
+                           {NewChallenge(user, Ceremony::Registration), CredentialIds(user.second),
+                            m_relyingPartyId, registration.relyingPartyName, user.second.identity,
+                            user.first.Text(), registration.displayName})};
     };
     return WithVerified(registration.user, registration.password, UsersLock::Shared, options);
 }
@@ -89,7 +89,7 @@ CHTTPServer::CAuthenticator::Outcome CHTTPServer::CAuthenticator::RequestOptions
     const auto user = m_table.users.find(name);
     if (user == m_table.users.end()) return {401};
     return {.document = RequestOptionsDocument(
-                {NewChallenge(*user), CredentialIds(user->second), m_relyingPartyId})};
+                {NewChallenge(*user, Ceremony::SignIn), CredentialIds(user->second), m_relyingPartyId})};
 }
 
 CHTTPServer::CAuthenticator::Outcome CHTTPServer::CAuthenticator::RegisterCredential(
@@ -99,18 +99,27 @@ CHTTPServer::CAuthenticator::Outcome CHTTPServer::CAuthenticator::RegisterCreden
     return {.status = 400, .failure = std::move(status)};
 }
 
+std::optional<UserIdentity> CHTTPServer::CAuthenticator::RegistrantOf(const std::string& challenge) const {
+    const auto pending = m_challengeIndex.find(challenge);
+    // Anybody is given a challenge for signing in, only who knows the password one for registering.
+    if (pending == m_challengeIndex.end() || pending->second.ceremony != Ceremony::Registration) {
+        return std::nullopt;
+    }
+    return pending->second.user;
+}
+
 CStatus CHTTPServer::CAuthenticator::VerifyRegistration(const nlohmann::json& body) {
     CRegistrationResponse response;
     RETURN_IF_FAILED(ReadRegistrationResponse(body, response));
     CClientData clientData;
     RETURN_IF_FAILED(ParseClientData(response.clientDataJson, clientData));
-    UserIdentity name;
+    std::optional<UserIdentity> registrant;
     {
         const std::shared_lock challenges(m_challengeLock);
-        const auto pending = m_challengeIndex.find(clientData.challenge);
-        if (pending == m_challengeIndex.end()) return MessageError(message::kChallengeUnknown);
-        name = pending->second;
+        registrant = RegistrantOf(clientData.challenge);
     }
+    if (!registrant) return MessageError(message::kChallengeUnknown);
+    const UserIdentity& name = *registrant;
     std::optional<std::wstring> displayName;
     RETURN_IF_FAILED(ReadDisplayName(body, displayName));
     CVerifiedCredential credential;
@@ -122,7 +131,7 @@ CStatus CHTTPServer::CAuthenticator::VerifyRegistration(const nlohmann::json& bo
     {
         // It may have been answered, or replaced, while the attestation was checked.
         const std::shared_lock challenges(m_challengeLock);
-        if (!m_challengeIndex.contains(clientData.challenge)) return MessageError(message::kChallengeUnknown);
+        if (!RegistrantOf(clientData.challenge)) return MessageError(message::kChallengeUnknown);
     }
     return KeepCredential(*user, credential, displayName);
 }
@@ -149,7 +158,7 @@ CStatus CHTTPServer::CAuthenticator::WriteCredential(const User& user, const CVe
                                                      const std::optional<std::wstring>& displayName) {
     const auto transaction = m_platform.registry.Begin();
     if (!transaction.IsOk()) return SystemError(transaction.Error());
-    auto key = m_usersKey.OpenKey(user.first.Text(), KeyAccess::ReadWrite);
+    auto key = OpenUser(user);
     if (!key.IsOk()) return SystemError(key.Error());
     auto credentials = key.Value().CreateKey(kCredentialsKey);
     if (!credentials.IsOk()) return SystemError(credentials.Error());
@@ -214,7 +223,9 @@ CStatus CHTTPServer::CAuthenticator::CheckPending(const User& user, PendingSignI
 
 CHTTPServer::CAuthenticator::Outcome CHTTPServer::CAuthenticator::CompleteSignIn(
     const PendingSignIn& pending) {
-    const auto refused = [](CStatus failure) { return Outcome{.status = 400, .failure = std::move(failure)}; };
+    const auto refused = [](CStatus failure) {
+        return Outcome{.status = 400, .failure = std::move(failure)};
+    };
     const std::shared_lock lock(m_usersLock);
     const auto found = m_table.users.find(pending.user);
     if (found == m_table.users.end()) {
@@ -233,8 +244,8 @@ CHTTPServer::CAuthenticator::Outcome CHTTPServer::CAuthenticator::CompleteSignIn
     }
     Outcome outcome = WithNewSession(user);
     if (outcome.status != 200) return outcome;
-    outcome.document = SignInDocument({CredentialIds(user.second), user.second.displayName, user.first.Text(),
-                                       user.second.identity});
+    outcome.document = SignInDocument(
+        {CredentialIds(user.second), user.second.displayName, user.first.Text(), user.second.identity});
     return outcome;
 }
 

@@ -63,13 +63,13 @@ CHTTPServer::CAuthenticator::Outcome CHTTPServer::CAuthenticator::ChangePassword
             present = target->second.password;
         }
         const bool isVerified = !change.target;
-        if (isVerified &&
-            present.Verify(change.password, m_platform.hasher) != PasswordMatch::Right) {
+        if (isVerified && present.Verify(change.password, m_platform.hasher) != PasswordMatch::Right) {
             return {401};
         }
         if (!change.newPassword) return {400};
         if (fresh.Form() == PasswordForm::Plain) {
             const ErrorCode error = fresh.SetPassword(m_platform.hasher);
+            if (error == ErrorCode::OperationAborted) return {500};  // the client has left
             if (error != ErrorCode::Success) return {.status = 500, .failure = SystemError(error)};
         }
         const std::lock_guard lock(m_usersLock);
@@ -83,22 +83,40 @@ CHTTPServer::CAuthenticator::Outcome CHTTPServer::CAuthenticator::ChangePassword
 CHTTPServer::CAuthenticator::Outcome CHTTPServer::CAuthenticator::SetNewPassword(User& target,
                                                                                  CPassword password,
                                                                                  bool isOwn) {
-    const auto key = m_usersKey.OpenKey(target.first.Text(), KeyAccess::ReadWrite);
-    if (!key.IsOk()) return {.status = 500, .failure = SystemError(key.Error())};
-    const ErrorCode error = password.Write(key.Value().Store());
-    if (error != ErrorCode::Success) return {.status = 500, .failure = SystemError(error)};
+    const auto hadToken = WritePassword(target, password);
+    if (!hadToken.IsOk()) return {.status = 500, .failure = SystemError(hadToken.Error())};
     target.second.password = std::move(password);
     ++m_generation;
     SignOut(target);
-    const auto cookie = key.Value().QueryValue(kCookieValue);
+    {
+        // Who began to register a passkey did so with the old password.
+        const std::lock_guard challenges(m_challengeLock);
+        ClearChallenge(target);
+    }
     Outcome outcome;
-    if (cookie.IsOk() && !cookie.Value().AsText().empty()) {
+    if (hadToken.Value()) {
         outcome = WithLongLivedCookie(target);
     } else if (isOwn) {
         outcome = WithNewSession(target);
     }
     if (!isOwn) outcome.token.clear();
     return outcome;
+}
+
+CResult<bool> CHTTPServer::CAuthenticator::WritePassword(const User& user, const CPassword& password) const {
+    const auto transaction = m_platform.registry.Begin();
+    if (!transaction.IsOk()) return transaction.Error();
+    const auto key = OpenUser(user);
+    if (!key.IsOk()) return key.Error();
+    IKey& store = key.Value().Store();
+    ErrorCode error = password.Write(store);
+    if (error != ErrorCode::Success) return error;
+    const auto cookie = store.Query(kCookieValue);
+    // Whatever happens from here on, the old token does not come back.
+    error = cookie.IsOk() ? store.DeleteValue(kCookieValue) : ErrorCode::Success;
+    if (error == ErrorCode::Success) error = transaction.Value()->Commit();
+    if (error != ErrorCode::Success) return error;
+    return cookie.IsOk() && !cookie.Value().AsText().empty();
 }
 
 }  // namespace quorbel

@@ -1,5 +1,6 @@
 #include "auth/UserLoader.h"
 
+#include <algorithm>
 #include <array>
 
 #include "auth/CookieKey.h"
@@ -30,12 +31,20 @@ CStatus ReadEntries(const CUserSource& source, Entries& entries) {
 }
 
 /// OperationAborted when it was stopped.
-ErrorCode HashPasswords(IPasswordHasher& hasher, const std::function<bool()>& isStopped, Entries& entries) {
+ErrorCode HashPasswords(IPasswordHasher& hasher, const std::function<bool()>& isStopped,
+                        HashedPasswords& hashed, Entries& entries) {
     for (auto& [name, entry] : entries) {
         if (isStopped()) return ErrorCode::OperationAborted;
         if (entry.password.Form() != PasswordForm::Plain) continue;
-        const ErrorCode error = entry.password.SetPassword(hasher);
-        if (error != ErrorCode::Success) return error;
+        auto& [plain, known] = hashed[name];
+        if (!(plain == entry.password)) {
+            CPassword fresh = entry.password;
+            const ErrorCode error = fresh.SetPassword(hasher);
+            if (error != ErrorCode::Success) return error;
+            plain = std::move(entry.password);
+            known = std::move(fresh);
+        }
+        entry.password = known;
     }
     return ErrorCode::Success;
 }
@@ -82,9 +91,9 @@ CStatus AddUser(IKeyStorageProvider& keys, const std::wstring& name, CUserEntry 
     std::string cookie;
     RETURN_IF_FAILED(UnsealToken(keys, entry.cookieText, cookie));
     const auto added = table.users.emplace(
-        UserIdentity(name), CUser{std::move(entry.password), *std::move(entry.identity),
-                                  std::move(entry.displayName), std::move(entry.credentials), 0,
-                                  std::move(cookie), entry.isAdministrator});
+        UserIdentity(name),
+        CUser{std::move(entry.password), *std::move(entry.identity), std::move(entry.displayName),
+              std::move(entry.credentials), 0, std::move(cookie), entry.isAdministrator});
     const CUserTable::Users::value_type& user = *added.first;
     for (const auto& [id, publicKey] : user.second.credentials) table.credentialIndex[id] = user.first;
     if (!user.second.cookie.empty()) table.cookieIndex[user.second.cookie] = &user;
@@ -94,12 +103,12 @@ CStatus AddUser(IKeyStorageProvider& keys, const std::wstring& name, CUserEntry 
 }  // namespace
 
 CStatus LoadUserTable(const CUserSource& source, const std::function<bool()>& isStopped,
-                      std::optional<CUserTable>& table) {
+                      HashedPasswords& hashed, std::optional<CUserTable>& table) {
     Entries entries;
     RETURN_IF_FAILED(ReadEntries(source, entries));
-    const ErrorCode hashed = HashPasswords(source.hasher, isStopped, entries);
-    if (hashed == ErrorCode::OperationAborted) return {};
-    RETURN_IF_SYSTEM_ERROR(hashed);
+    const ErrorCode error = HashPasswords(source.hasher, isStopped, hashed, entries);
+    if (error == ErrorCode::OperationAborted) return {};
+    RETURN_IF_SYSTEM_ERROR(error);
     RETURN_IF_FAILED(GiveIdentities(source, entries));
     CUserTable loaded;
     for (auto& [name, entry] : entries) {

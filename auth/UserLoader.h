@@ -19,10 +19,14 @@ struct CUserSource {
     IKeyStorageProvider& keys;
 };
 
+/// Plain passwords that were hashed already, by user: the value as it was read, and its hash.
+using HashedPasswords = std::map<std::wstring, std::pair<CPassword, CPassword>>;
+
 /// Reads all users as they are at one moment, then hashes plain passwords and gives an identity to those who
 /// have none. Each broken entry is a failure of the whole. `isStopped` is asked between two users; when it
-/// says so there is no table and no failure.
+/// says so there is no table and no failure. `hashed` spares a load that has to be run again the hashes that
+/// it has made.
 CStatus LoadUserTable(const CUserSource& source, const std::function<bool()>& isStopped,
-                      std::optional<CUserTable>& table);
+                      HashedPasswords& hashed, std::optional<CUserTable>& table);
 
 }  // namespace quorbel

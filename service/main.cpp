@@ -79,8 +79,11 @@ CStatus Serve(IRegistry& registry, CServiceLogger& trace, std::shared_ptr<CEvent
     crossplat::threadpool::initialize_with_threads(kLibraryThreads);
     const auto server = IHttpServer::Start({localMachine, SystemClock(), ReportHttpServer});
     if (!server.IsOk()) return SystemError(server.Error());
-    CQuorbelHTTPService service({*folders.Value(), trace, SystemClock()}, *localMachine, std::move(stop));
-    CStatus status = service.Run();
+    CStatus status;
+    {
+        CQuorbelHTTPService service({*folders.Value(), trace, SystemClock()}, *localMachine, std::move(stop));
+        status = service.Run();
+    }
     work.Value()->Stop();
     work.Value()->Wait();
     return status;

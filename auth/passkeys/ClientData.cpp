@@ -2,14 +2,15 @@
 
 #include <nlohmann/json.hpp>
 
+#include "auth/passkeys/Json.h"
 #include "platform/crypto/Base64.h"
 
 namespace quorbel {
 
 CStatus ParseClientData(std::string_view json, CClientData& data) {
-    // The library neither parses nor destroys a document by recursion, however deeply it is nested.
-    const auto document = nlohmann::json::parse(json, nullptr, /*allow_exceptions=*/false);
-    if (!document.is_object()) return SystemError(ErrorCode::InvalidData, L"clientDataJSON");
+    nlohmann::json document;
+    if (!ParseJson(json, document) || !document.is_object())
+        return SystemError(ErrorCode::InvalidData, L"clientDataJSON");
     const auto challenge = document.find("challenge");
     if (challenge == document.end() || !challenge->is_string())
         return SystemError(ErrorCode::InvalidData, L"challenge");

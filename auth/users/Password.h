@@ -34,10 +34,10 @@ class CPassword {
     CPassword& operator=(const CPassword&) = default;
     CPassword& operator=(CPassword&& other) noexcept;
 
-    /// The same stored password, salt included.
+    /// The same in the same form, salt included.
     friend bool operator==(const CPassword& left, const CPassword& right) noexcept {
         return left.m_form == right.m_form && left.m_salt == right.m_salt &&
-               left.m_hashText.Get() == right.m_hashText.Get();
+               left.m_hashText.Get() == right.m_hashText.Get() && left.m_plain.Get() == right.m_plain.Get();
     }
 
     PasswordForm Form() const noexcept { return m_form; }

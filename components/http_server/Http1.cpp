@@ -235,6 +235,7 @@ bool CHttp1::Handle() {
     }
     if (!BeginWork()) return true;
     Enter(State::Handling);
+    m_closingSince = {};
     return DoWork(
                [this, host = host.get()] {
                    const CAbandonmentScope scope(m_exchange->Abandonment());
@@ -449,8 +450,8 @@ void CHttp1::EndReply() {
 
 void CHttp1::CutOff() {
     m_reply.Close();
-    if (m_exchange) m_exchange->Abandonment().Abandon();
     if (m_isBusy) {
+        if (m_exchange) m_exchange->Abandonment().Abandon();
         m_isCut = true;
         m_connection.Break();
     } else {
@@ -461,6 +462,7 @@ void CHttp1::CutOff() {
 
 void CHttp1::EnterClosed() {
     m_reply.Close();
+    if (m_exchange) m_exchange->Abandonment().Abandon();
     if (m_state != State::Handling) {
         // A request that no handler has got shares in the connection's ownership.
         m_request.reset();
@@ -500,7 +502,7 @@ void CHttp1::OnTick(std::chrono::nanoseconds now) {
                 RefuseNow(status_codes::RequestTimeout);
             return;
         }
-        case State::Handling: return CheckPeer();
+        case State::Handling: CheckHost(now); return CheckPeer();
         case State::Ready:
         case State::Sending:
             if (std::exchange(m_awaitsWork, false)) m_connection.Post([this] { return Advance(m_input); });
@@ -515,6 +517,12 @@ void CHttp1::OnTick(std::chrono::nanoseconds now) {
 void CHttp1::RefuseNow(std::uint16_t status) {
     Refuse(status);
     Ignore(Advance({}));  // a refusal has no body that another thread could wait for
+}
+
+void CHttp1::CheckHost(std::chrono::nanoseconds now) {
+    if (!m_host->IsClosing()) return;
+    if (m_closingSince.count() == 0) m_closingSince = now;
+    if (now - m_closingSince >= seconds(m_limits->stopSeconds)) m_exchange->Abandonment().Abandon();
 }
 
 void CHttp1::CheckPeer() {

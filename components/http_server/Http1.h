@@ -83,6 +83,8 @@ class CHttp1 final : public IProtocol, private IAnswerWaiter {
     void RefuseNow(std::uint16_t status);
     void CheckProgress(std::chrono::nanoseconds now);
     void CheckPeer();
+    /// A host that closes waits for its handlers: one that takes too long is told that it is in vain.
+    void CheckHost(std::chrono::nanoseconds now);
     void EnterClosed();
     /// Closes now, or as soon as nothing is under way on another thread.
     void CutOff();
@@ -93,10 +95,11 @@ class CHttp1 final : public IProtocol, private IAnswerWaiter {
     CConnection& m_connection;
     const std::shared_ptr<const CHttpLimits> m_limits;
     State m_state = State::Head;
-    std::chrono::nanoseconds m_entered;  // the state, or the wait for a request's first byte
-    bool m_isIdle = false;               // between two requests
-    bool m_isBusy = false;               // work is under way, maybe on another thread
-    bool m_isCut = false;                // close when it no longer is
+    std::chrono::nanoseconds m_entered;         // the state, or the wait for a request's first byte
+    bool m_isIdle = false;                      // between two requests
+    bool m_isBusy = false;                      // work is under way, maybe on another thread
+    bool m_isCut = false;                       // close when it no longer is
+    std::chrono::nanoseconds m_closingSince{};  // when the host of a running handler was seen to close
 
     // The request.
     std::string m_input;  // received, not used yet

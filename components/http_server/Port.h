@@ -30,13 +30,18 @@ class CHost {
     /// Hands a request to the listener; false when it has gone.
     bool Handle(const web::http::http_request& request);
     /// From now on the listener gets no request; waits until those end that it is handling.
-    void CloseAndWait() { m_gate.CloseAndWait(); }
+    void CloseAndWait() {
+        m_isClosing = true;
+        m_gate.CloseAndWait();
+    }
+    bool IsClosing() const noexcept { return m_isClosing.load(std::memory_order_relaxed); }
 
  private:
     const std::string m_name;
     const bool m_isLoopback;
     Listener& m_listener;  // as long as the gate is open
     const std::shared_ptr<const CCertificates::CBinding> m_binding;
+    std::atomic<bool> m_isClosing{false};
     CGate m_gate;
 };
 

@@ -1,4 +1,5 @@
 #include "LibService/MessageIds.h"
+#include "platform/crypto/Base64.h"
 #include "tests/auth/AuthenticationFixture.h"
 
 namespace quorbel {
@@ -111,6 +112,8 @@ TEST_F(CAuthenticationEndpointTest, EveryOutcomeIsAStatus) {
         {kJson, "{\"action\":1}", "400" + none},
         {kJson, "{\"action\":\"\xFF\"}", "400" + none},
         {kJson, std::string(200'000, '['), "400" + none},
+        {kJson, std::string(17, '[') + std::string(17, ']'), "400" + none},
+        {kJson, std::string(16, '[') + std::string(16, ']'), "401" + none},
         {kJson, "[]", "401" + none},
         {kJson, R"({"action":"sign-in","OnFailure":"/json"})", "302|/json|(none)"},
         {kJson, R"({"action":"webauthn-register"})", "400" + none},
@@ -193,11 +196,18 @@ TEST_F(CAuthenticationEndpointTest, AHostThatIsReplacedHasItsOwnUsers) {
 TEST_F(CAuthenticationEndpointTest, SecretsAppearNowhereButInTheRequestsTrace) {
     AddUser(L"eve", L"canary-password");
     m_port = StartHost();
-    const std::string token = SignedIn("eve", "canary-password", "&remember=on");
+    std::wstring told;
+    const auto post = [&](std::string_view body, const std::string& headerLines = kForm) {
+        const CHttpReply reply = Post(body, headerLines);
+        told += FromUtf8(reply.body);
+        for (const auto& [name, value] : reply.headers) told += name + FromUtf8(value);
+        return reply;
+    };
+    const std::string token = TokenOf(Post("user=eve&password=canary-password&remember=on"));
     const std::string session = SignedIn("eve", "canary-password");
     ASSERT_EQ(token.size() + session.size(), 32u);
     const std::string cookie = kForm + "Cookie: QbAuth=" + token + "\r\n";
-    Ignore(Post("user=eve&password=canary-wrong"));
+    Ignore(post("user=eve&password=canary-wrong"));
     m_registry->Faults().Fail(RegistryOperation::Set, ErrorCode::DiskFull, 0);
     Ignore(
         Post("action=change-password&password=canary-password&newPassword=canary-new&"
@@ -209,15 +219,22 @@ TEST_F(CAuthenticationEndpointTest, SecretsAppearNowhereButInTheRequestsTrace) {
         Post("action=change-password&password=canary-password&newPassword=canary-new&"
              "confirmPassword=canary-new",
              cookie));
+    m_keys->Fail(kKeyStorageSuccess);
+    Ignore(post("action=webauthn-register&user=eve&password=canary-new"));
     Ignore(Post(R"({"action":"webauthn-register","user":{"displayName":"canary-new"}})", kJson));
 
     const std::string hash = UserKey(L"eve")->Query(L"Password").Value().data;
-    const std::string key = ReadFile(*std::filesystem::directory_iterator(Path("keys")));
-    std::vector<std::wstring> canaries{L"canary-", FromUtf8(hash.substr(0, 24)), FromUtf8(hash.substr(24))};
+    const std::string file = ReadFile(*std::filesystem::directory_iterator(Path("keys")));
+    ASSERT_EQ(file.size(), 76u);
+    std::wstring key;
+    for (char byte : file.substr(12, 32)) key += ToHex(static_cast<unsigned char>(byte), 2);
+    const std::vector<std::wstring> canaries{L"canary-", FromUtf8(hash.substr(0, 24)),
+                                             FromUtf8(hash.substr(24)), key,
+                                             FromUtf8(ToBase64(file.substr(12, 32)))};
     const auto events = m_events.Take();
     EXPECT_GE(events.size(), 3u) << "the failures were reported";
-    std::wstring told;
     for (const CEventEntry& entry : events) {
+        told += entry.text;
         for (const std::wstring& insert : entry.strings) told += insert + L"\n";
     }
     for (const auto& sentence : m_httpReports.All()) told += sentence;

@@ -18,7 +18,8 @@ class CAuthenticationPasskeyTest : public CAuthenticationFixture {
     }
     static std::string ChallengeOf(const Outcome& options) {
         EXPECT_EQ(options.status, 200);
-        return FromBase64Url(nlohmann::json::parse(options.document).at("challenge").get<std::string>()).value();
+        return FromBase64Url(nlohmann::json::parse(options.document).at("challenge").get<std::string>())
+            .value();
     }
     std::string BeginRegistration(const wchar_t* user = L"ann") {
         return ChallengeOf(m_authenticator->CreationOptions({UserIdentity(user), L"secret", {}, {}}));
@@ -93,7 +94,8 @@ TEST_F(CAuthenticationPasskeyTest, OptionsSayWhatThePageNeeds) {
         {"attestationFormats", {"packed", "tpm"}},
         {"authenticatorSelection", {{"userVerification", "required"}}},
         {"excludeCredentials", credentials},
-        {"pubKeyCredParams", {{{"alg", -7}, {"type", "public-key"}}, {{"alg", -257}, {"type", "public-key"}}}},
+        {"pubKeyCredParams",
+         {{{"alg", -7}, {"type", "public-key"}}, {{"alg", -257}, {"type", "public-key"}}}},
         {"rp", {{"id", "example.org"}, {"name", "The archive"}}},
         {"user", {{"displayName", "A"}, {"id", id}, {"name", "ann"}}}};
     const Outcome creation =
@@ -134,6 +136,14 @@ TEST_F(CAuthenticationPasskeyTest, EachCeremonyNeedsItsOwnPendingChallenge) {
     m_clock.Turn(std::chrono::seconds(1));
     BeginSignIn();
     EXPECT_EQ(ErrorOf(Register(registration, another)), message::kChallengeUnknown);
+    EXPECT_EQ(ErrorOf(Register(BeginSignIn(), another)), message::kChallengeUnknown)
+        << "anybody is given a challenge for signing in";
+    const std::string before = BeginRegistration();
+    EXPECT_EQ(
+        m_authenticator->ChangePassword({UserIdentity(L"ann"), std::nullopt, L"secret", L"better"}).status,
+        200);
+    EXPECT_EQ(ErrorOf(Register(before, another)), message::kChallengeUnknown)
+        << "it was given for the old password";
     EXPECT_EQ(StoredPasskeys(L"ann"), 1u);
 }
 

@@ -154,6 +154,35 @@ TEST_F(CAuthenticationTest, ATokenThatCannotBeKeptIsIssuedAllTheSame) {
     EXPECT_EQ(CallerWith(*authenticator, outcome.token), L"ann/2");
 }
 
+TEST_F(CAuthenticationTest, AnOldTokenDoesNotReturnWhenTheNewOneCannotBeKept) {
+    AddUser(L"ann", L"secret");
+    const auto authenticator = NewAuthenticator();
+    const std::string old = SignIn(*authenticator, L"ann", L"secret", Remember::Yes).token;
+    m_keys->Fail(NTE_FAIL);
+    const Outcome changed = Change(*authenticator, L"ann", L"secret", L"better");
+    m_keys->Fail(kKeyStorageSuccess);
+    EXPECT_EQ(changed.status, 200);
+    EXPECT_EQ(changed.failure.Error()->GetHRESULT(), NTE_FAIL);
+    ASSERT_TRUE(authenticator->LoadUsers().IsOk());
+    EXPECT_EQ(CallerWith(*authenticator, old), L"/1");
+    EXPECT_EQ(SignIn(*authenticator, L"ann", L"better").status, 200);
+}
+
+TEST_F(CAuthenticationTest, WhatIsChangedInPlaceNeverGoesToAnotherUserOfTheName) {
+    AddUser(L"ann", L"secret");
+    SetUserValue(L"broken", L"Administrator", CValue::FromText(L"no number"));
+    CAuthenticator authenticator(Platform(), L"example.org", 100);
+    EXPECT_FALSE(Initialize(authenticator).IsOk());
+    ASSERT_EQ(UsersKey()->DeleteTree(L"broken"), ErrorCode::Success);
+    ASSERT_TRUE(authenticator.LoadUsers().IsOk());  // and nobody watches
+    SetUserValue(L"ann", L"Identity", {ValueType::Binary, "of another one"});
+    const CValue password = UserKey(L"ann")->Query(L"Password").Value();
+    EXPECT_EQ(Change(authenticator, L"ann", L"secret", L"better").status, 500);
+    EXPECT_FALSE(SignIn(authenticator, L"ann", L"secret", Remember::Yes).failure.IsOk());
+    EXPECT_EQ(UserKey(L"ann")->Query(L"Password").Value(), password);
+    EXPECT_FALSE(UserKey(L"ann")->Query(L"Cookie").IsOk());
+}
+
 TEST_F(CAuthenticationTest, APasswordThatCannotBeWrittenChangesNothing) {
     AddUser(L"ann", L"secret");
     const auto authenticator = NewAuthenticator();

@@ -87,8 +87,8 @@ ExitCode UserList(const CArguments& arguments) {
         }
         if (!areAllWhole) {
             Ignore(
-                Fail(L"warning: With such an entry the service does not open the host. A running service "
-                     L"follows the users no longer until the host's key is changed."));
+                Fail(L"warning: With such an entry the service does not start. A running service follows the "
+                     L"users no longer: mend the entry, then start it anew."));
         }
         return ExitCode::Success;
     });
