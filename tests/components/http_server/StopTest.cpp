@@ -2,6 +2,7 @@
 #include <cpprest/producerconsumerstream.h>
 
 #include "platform/Processors.h"
+#include "platform/Waiting.h"
 #include "tests/components/http_server/EngineFixture.h"
 
 namespace quorbel {
@@ -53,6 +54,27 @@ TEST_F(StopTest, IdleConnectionsAreNotWaitedFor) {
         EXPECT_EQ(connection->ReceiveAll(rest), End::Clean);
         EXPECT_EQ(rest, "");
     }
+}
+
+TEST_F(StopTest, AHandlerThatWaitsForLongIsToldThatItsHostCloses) {
+    std::promise<void> waits;
+    Serve(5, [&waits](const http_request& request) {
+        const auto abandoned = WorkAbandoned();
+        waits.set_value();
+        request.reply(WaitForAny({abandoned.get()}, std::chrono::minutes(1)).IsOk() ? 503 : 200);
+    });
+    CHttpConnection connection(m_port);
+    ASSERT_TRUE(connection.Send(Get(kHost)));
+    waits.get_future().wait();
+    auto closing = std::async(std::launch::async, [this] { Close(*m_listeners.front()); });
+    WaitUntil(
+        [&] {
+            m_clock.Turn(std::chrono::seconds(1));
+            return closing.wait_for(std::chrono::milliseconds(1)) == std::future_status::ready;
+        },
+        "the host's end");
+    const auto reply = connection.Receive();
+    EXPECT_EQ(reply ? reply->status : 0, 503);
 }
 
 TEST_F(StopTest, ARunningReplyEndsWhole) {
