@@ -15,16 +15,15 @@ std::wstring ValueOf(const TextMap& values, const wchar_t* name) {
     return value == values.end() ? std::wstring() : value->second;
 }
 
-/// The number that the text begins with: 0 when there is none, and at most what 32 bits hold.
-std::uint32_t SessionTimeout(std::wstring_view text) {
+}  // namespace
+
+std::uint32_t AuthenticateHandler::SessionTimeout(std::wstring_view text) {
     constexpr std::uint64_t kMost = std::numeric_limits<std::uint32_t>::max();
     if (text.empty()) return kDefaultSessionTimeout;
     const bool isNumber = text.front() >= L'0' && text.front() <= L'9';
     const auto number = TakeDecimal(text);
     return isNumber ? static_cast<std::uint32_t>(std::min(number.value_or(kMost), kMost)) : 0;
 }
-
-}  // namespace
 
 std::shared_ptr<CHTTPServer::CRequestHandler> AuthenticateHandler::CreateRequestHandler(
     const web::http::http_request& request) {

@@ -35,6 +35,10 @@ class AuthenticateHandler final : public CHTTPServer::CLocation::CInstance,
     std::shared_ptr<CHTTPServer::CRequestHandler> CreateRequestHandler(
         const web::http::http_request& request) override;
 
+    /// What "Session Timeout" means: the decimal number that it begins with, at most what 32 bits hold; 0 for
+    /// none, 600 for an empty text.
+    static std::uint32_t SessionTimeout(std::wstring_view text);
+
     /// Makes the location known as "Authenticate".
     static void Register(const Platform& platform);
 

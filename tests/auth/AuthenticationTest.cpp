@@ -70,6 +70,21 @@ TEST(CookiePattern, FindsTheLastCookieWhoseNameEndsWithTheName) {
     }
 }
 
+TEST(AuthenticateHandler, TheSessionTimeoutIsTheNumberThatItsTextBeginsWith) {
+    const std::vector<std::pair<const wchar_t*, std::uint32_t>> cases{
+        {L"", 600},
+        {L"1800", 1800},
+        {L"15 min", 15},
+        {L"abc", 0},
+        {L"-5", 0},
+        {L"0", 0},
+        {L"4294967296", 4294967295},
+        {L"99999999999999999999999", 4294967295}};
+    for (const auto& [text, seconds] : cases) {
+        EXPECT_EQ(AuthenticateHandler::SessionTimeout(text), seconds) << ToUtf8(text);
+    }
+}
+
 TEST_F(CAuthenticationTest, SessionsEndWhenUnusedForTheirTimeout) {
     AddUser(L"ann", L"secret");
     const auto authenticator = NewAuthenticator();
