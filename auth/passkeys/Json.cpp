@@ -7,8 +7,9 @@ namespace quorbel {
 bool ParseJson(std::string_view text, nlohmann::json& document) {
     constexpr int kDeepest = 16;
     bool isTooDeep = false;
-    const auto limit = [&isTooDeep](int depth, nlohmann::json::parse_event_t, nlohmann::json&) {
-        isTooDeep |= depth > kDeepest;
+    using Event = nlohmann::json::parse_event_t;
+    const auto limit = [&isTooDeep](int depth, Event event, nlohmann::json&) {
+        isTooDeep |= depth >= kDeepest && (event == Event::array_start || event == Event::object_start);
         return !isTooDeep;
     };
     document = nlohmann::json::parse(text, limit, /*allow_exceptions=*/false);
