@@ -30,6 +30,8 @@ class CCookiePattern {
     std::string_view Find(std::string_view field) const;
 
  private:
+    /// Of a name that stands for itself, instead of an expression, which costs much more than it.
+    std::string m_plainName;
     std::unique_ptr<const re2::RE2> m_expression;
 };
 

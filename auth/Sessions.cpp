@@ -8,7 +8,7 @@ bool CSessions::HasExpired(const CSession& session, Time now) noexcept {
 
 void CSessions::Add(const UserIdentity& user, const std::string& token, bool isAdministrator, Time now) {
     while (!m_order.empty() && HasExpired(m_order.front().session, now)) Erase(m_order.front().place);
-    m_order.push_back({{user, token, isAdministrator, now, m_defaultTimeout}, {}});
+    m_order.push_back({{user, token, isAdministrator, now, m_defaultTimeout}, now, {}});
     const auto added = std::prev(m_order.end());
     added->place = m_byUser.emplace(user, added);
     m_byToken.emplace(added->session.token, added);
@@ -17,9 +17,13 @@ void CSessions::Add(const UserIdentity& user, const std::string& token, bool isA
 const CSessions::CSession* CSessions::Use(std::string_view token, Time now) {
     const auto found = m_byToken.find(token);
     if (found == m_byToken.end() || HasExpired(found->second->session, now)) return nullptr;
-    found->second->session.lastUsed = now;
-    m_order.splice(m_order.end(), m_order, found->second);
-    return &found->second->session;
+    CEntry& entry = *found->second;
+    entry.session.lastUsed = now;
+    if (now - entry.placed >= std::chrono::seconds(1)) {
+        entry.placed = now;
+        m_order.splice(m_order.end(), m_order, found->second);
+    }
+    return &entry.session;
 }
 
 void CSessions::EraseOf(const UserIdentity& user) {

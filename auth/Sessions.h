@@ -46,6 +46,7 @@ class CSessions {
     using ByUser = std::multimap<UserIdentity, Order::iterator>;
     struct CEntry {
         CSession session;
+        Time placed;  ///< when it was put where it stands in the order
         ByUser::iterator place;
     };
 
@@ -53,7 +54,7 @@ class CSessions {
     ByUser::iterator Erase(ByUser::iterator place);
 
     const std::uint32_t m_defaultTimeout;
-    Order m_order;  ///< least recently used first
+    Order m_order;  ///< least recently used first, to the second: moving an entry costs more than finding it
     ByUser m_byUser;
     std::unordered_map<std::string_view, Order::iterator> m_byToken;  ///< views of the sessions' own tokens
 };

@@ -33,10 +33,11 @@ struct CTokenHash {
 /// All users and the ways to find them.
 struct CUserTable {
     using Users = std::map<UserIdentity, CUser>;
-    using CookieIndex = std::unordered_map<std::string, const Users::value_type*, CTokenHash, std::equal_to<>>;
+    using CookieIndex =
+        std::unordered_map<std::string, const Users::value_type*, CTokenHash, std::equal_to<>>;
 
     Users users;
-    std::map<std::string, UserIdentity> credentialIndex;                  ///< credential ID to user
+    std::map<std::string, UserIdentity> credentialIndex;  ///< credential ID to user
     CookieIndex cookieIndex;                              ///< long-lived token to user
 };
 
