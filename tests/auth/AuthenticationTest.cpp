@@ -46,6 +46,9 @@ TEST(CookiePattern, FindsTheLastCookieWhoseNameEndsWithTheName) {
         {L"QbAuth", "a=b;qbAUTH=1", "1"},
         {L"QbAuth", "XQbAuth=2", "2"},
         {L"QbAuth", "QbAuth=1; QbAuth=2", "2"},
+        {L"QbAuth", "QbAuth=1=2;x", "1=2"},
+        {L"QbAuth", "a=QbAuth=5; b=QbAut=6", "5"},
+        {L"QbAuth", "=; =QbAuth=", ""},
         {L"QbAuth", "QbAuth=", ""},
         {L"QbAuth", "QbAuth", ""},
         {L"QbAuth", "QbAuth=\xFF\xFE; x=\xC3", "\xFF\xFE"},
@@ -60,6 +63,10 @@ TEST(CookiePattern, FindsTheLastCookieWhoseNameEndsWithTheName) {
     for (const auto& [name, field, value] : cases) {
         CCookiePattern pattern;
         ASSERT_TRUE(CCookiePattern::Create(name, pattern).IsOk()) << ToUtf8(name);
+        EXPECT_EQ(pattern.Find(field), value) << ToUtf8(name) << " in " << field.substr(0, 80);
+        if (*name == L'\0') continue;
+        // The same name as an expression.
+        ASSERT_TRUE(CCookiePattern::Create(L"(?:" + std::wstring(name) + L")", pattern).IsOk());
         EXPECT_EQ(pattern.Find(field), value) << ToUtf8(name) << " in " << field.substr(0, 80);
     }
     for (const wchar_t* name : {L"(", L"a**", L"[", L"\\1", L"a{2000}{2000}"}) {
