@@ -46,7 +46,8 @@ class CUsersOf {
         authenticator = std::make_shared<CAuthenticator>(
             CAuthenticator::Platform{*registry, hasher, *keys, *work, SystemClock()}, L"example.org", 3600);
         CServer server;
-        if (!authenticator->Initialize(server.server, L"/auth", CRegistryKey(host->Duplicate().Value()), L"QbAuth")
+        if (!authenticator
+                 ->Initialize(server.server, L"/auth", CRegistryKey(host->Duplicate().Value()), L"QbAuth")
                  .IsOk()) {
             std::abort();
         }
@@ -71,7 +72,8 @@ class CUsersOf {
     class CNoTrace final : public CTraceLogger {
      public:
         void Trace(const CTraceLoggable&, std::uint32_t, std::initializer_list<TraceArgument>) override {}
-        void TraceNoSave(const CTraceLoggable&, std::uint32_t, std::initializer_list<TraceArgument>) override {}
+        void TraceNoSave(const CTraceLoggable&, std::uint32_t,
+                         std::initializer_list<TraceArgument>) override {}
     };
     struct CServer {
         std::shared_ptr<IFolderSearch> folders = CreateFolderSearch().Value();
