@@ -233,9 +233,12 @@ bool CHttp1::Handle() {
         BeginReply(web::http::http_response(status));
         return true;
     }
-    if (!BeginWork()) return true;
     Enter(State::Handling);
     m_closingSince = {};
+    if (!BeginWork()) {
+        m_state = State::Ready;
+        return true;
+    }
     return DoWork(
                [this, host = host.get()] {
                    const CAbandonmentScope scope(m_exchange->Abandonment());
@@ -254,9 +257,13 @@ bool CHttp1::Handle() {
 }
 
 bool CHttp1::BeginWork() {
-    m_isBusy = m_connection.Loop().MayWait();
-    m_awaitsWork = !m_isBusy;
-    return m_isBusy;
+    // Said first: once the loop may be handed over, it is no longer this thread that may say so.
+    m_isBusy = true;
+    m_awaitsWork = false;
+    if (m_connection.Loop().MayWait()) return true;
+    m_isBusy = false;
+    m_awaitsWork = true;
+    return false;
 }
 
 template <class Work, class Then>
