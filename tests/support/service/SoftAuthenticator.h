@@ -33,7 +33,7 @@ struct CSoftAuthenticator {
     std::string relyingPartyId = "example.org";
     std::uint8_t flags = 0x45;  ///< at registration; at sign-in without "attested credential data"
     std::string aaguid = "sixteen bytes id";
-    std::string credentialId = std::string("\x00\xFF", 2) + "the credential of this passkey";
+    std::string credentialId = std::string("\x00\xFFthe credential of this passkey", 32);
     std::string extensions;  ///< bytes behind the key
 
     std::string RelyingPartyHash() const;
