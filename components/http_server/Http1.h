@@ -73,8 +73,8 @@ class CHttp1 final : public IProtocol, private IAnswerWaiter {
     Step OnPulled(std::optional<std::size_t> count);
     void EndReply();
 
-    /// False when too much is waiting already: a tick tries again. DoWork or Resume follows otherwise, and the
-    /// loop's other threads may look at the state from here on.
+    /// False when too much is waiting already: a tick tries again. DoWork or Resume follows otherwise, and
+    /// the loop's other threads may look at the state from here on.
     [[nodiscard]] bool BeginWork();
     /// Does `work`, which may wait, and then `then` on the loop; Lost when that happens later.
     template <class Work, class Then>
