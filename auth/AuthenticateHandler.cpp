@@ -1,5 +1,6 @@
 #include "auth/AuthenticateHandler.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "http/Listener.h"

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cpprest/http_msg.h>
 #include <cpprest/streams.h>
 #include <nlohmann/json.hpp>

@@ -1,21 +1,18 @@
 #include "auth/Token.h"
 
 #include <array>
+#include <bit>
+#include <cstdint>
 
+#include "platform/Text.h"
 #include "platform/crypto/Random.h"
 
 namespace quorbel {
 
 CResult<std::string> NewToken() {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
-    std::array<unsigned char, 8> bytes;
+    std::array<unsigned char, sizeof(std::uint64_t)> bytes;
     if (const ErrorCode error = FillRandom(bytes); error != ErrorCode::Success) return error;
-    std::string token;
-    for (unsigned char byte : bytes) {
-        token.push_back(kDigits[byte >> 4]);
-        token.push_back(kDigits[byte & 15]);
-    }
-    return token;
+    return ToUtf8(ToHex(std::bit_cast<std::uint64_t>(bytes), 16));
 }
 
 }  // namespace quorbel
