@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/com/Com.h"
+#include "platform/com/Dispatch.h"
 
 namespace quorbel {
 
@@ -55,6 +55,7 @@ class IArchiveFileControl : public IUnknown {
 /// The archive itself.
 class IArchiveSystem : public IDispatch {
  public:
+    using Base = IDispatch;
     static constexpr GUID kId{0x6C0E7B54, 0x3A0D, 0x4F6B, {0x8E, 0x27, 0x15, 0x0B, 0x9D, 0x48, 0x7A, 0xC3}};
     virtual HRESULT GetVersion(std::wstring* version) = 0;
 };
@@ -63,6 +64,7 @@ class IArchiveSystem : public IDispatch {
 /// are translated. "\" and "/" both separate. Safe to use from any thread.
 class IArchiveFileSystem : public IDispatch {
  public:
+    using Base = IDispatch;
     static constexpr GUID kId{0x4946E6C4, 0xBDBE, 0x4757, {0x95, 0x31, 0xAF, 0x1E, 0xCD, 0xF3, 0x3C, 0x38}};
     virtual HRESULT GetSystem(IArchiveSystem** system) = 0;
     /// Fails when there is no regular file of that path.

@@ -131,7 +131,7 @@ class CLocalFile final : public CComObject<IArchiveFile, IArchiveFileInformation
     const std::shared_ptr<const CSettings> m_settings;
 };
 
-class CLocalArchiveSystem final : public CComObject<IArchiveSystem> {
+class CLocalArchiveSystem final : public CWithoutDispatch<CComObject<IArchiveSystem>> {
  public:
     HRESULT GetVersion(std::wstring* version) override {
         *version = kVersion;
@@ -139,7 +139,7 @@ class CLocalArchiveSystem final : public CComObject<IArchiveSystem> {
     }
 };
 
-class CLocalArchive final : public CComObject<IArchiveFileSystem> {
+class CLocalArchive final : public CWithoutDispatch<CComObject<IArchiveFileSystem>> {
  public:
     explicit CLocalArchive(std::shared_ptr<const CSettings> settings) : m_settings(std::move(settings)) {}
 

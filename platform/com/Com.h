@@ -21,8 +21,17 @@ inline constexpr auto E_NOTIMPL = static_cast<HRESULT>(0x80004001);
 inline constexpr auto E_NOINTERFACE = static_cast<HRESULT>(0x80004002);
 inline constexpr auto E_POINTER = static_cast<HRESULT>(0x80004003);
 inline constexpr auto E_FAIL = static_cast<HRESULT>(0x80004005);
+inline constexpr auto E_UNEXPECTED = static_cast<HRESULT>(0x8000FFFF);
 inline constexpr auto E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000E);
 inline constexpr auto E_INVALIDARG = static_cast<HRESULT>(0x80070057);
+inline constexpr auto DISP_E_MEMBERNOTFOUND = static_cast<HRESULT>(0x80020003);
+inline constexpr auto DISP_E_TYPEMISMATCH = static_cast<HRESULT>(0x80020005);
+inline constexpr auto DISP_E_UNKNOWNNAME = static_cast<HRESULT>(0x80020006);
+inline constexpr auto DISP_E_EXCEPTION = static_cast<HRESULT>(0x80020009);
+inline constexpr auto DISP_E_OVERFLOW = static_cast<HRESULT>(0x8002000A);
+inline constexpr auto DISP_E_BADINDEX = static_cast<HRESULT>(0x8002000B);
+inline constexpr auto CONNECT_E_NOCONNECTION = static_cast<HRESULT>(0x80040200);
+inline constexpr auto CONNECT_E_ADVISELIMIT = static_cast<HRESULT>(0x80040201);
 inline constexpr auto REGDB_E_CLASSNOTREG = static_cast<HRESULT>(0x80040154);
 constexpr bool Succeeded(HRESULT result) noexcept {
     return result >= 0;
@@ -54,15 +63,6 @@ class IUnknown {
     ~IUnknown() = default;
 };
 
-/// Only its place before a component's own methods is used; no call goes through it.
-class IDispatch : public IUnknown {
- public:
-    static constexpr GUID kId{0x00020400, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
-
- protected:
-    ~IDispatch() = default;
-};
-
 /// Owns one reference to a COM object.
 template <class T>
 class CComPtr {
@@ -86,6 +86,8 @@ class CComPtr {
     T* operator->() const noexcept { return m_object; }
     explicit operator bool() const noexcept { return m_object != nullptr; }
 
+    /// Hands the reference over to the caller, who releases it.
+    T* Detach() noexcept { return std::exchange(m_object, nullptr); }
     /// Where a call puts a new reference; what was held is released first.
     T** Receive() noexcept {
         *this = CComPtr();
@@ -130,11 +132,18 @@ class CComObject : public Interfaces... {
     virtual ~CComObject() = default;
 
  private:
+    /// An interface that derives from another one names it as Base.
+    template <class Interface>
+    static bool IsOrDerivesFrom(const GUID& id) {
+        if (id == Interface::kId) return true;
+        if constexpr (requires { typename Interface::Base; }) {
+            return IsOrDerivesFrom<typename Interface::Base>(id);
+        }
+        return false;
+    }
     template <class Interface>
     void Offer(const GUID& id, void** object) {
-        const bool isIts =
-            id == Interface::kId || (std::is_base_of_v<IDispatch, Interface> && id == IDispatch::kId);
-        if (!*object && isIts) *object = static_cast<Interface*>(this);
+        if (!*object && IsOrDerivesFrom<Interface>(id)) *object = static_cast<Interface*>(this);
     }
     std::atomic<std::uint32_t> m_count{0};
 };
