@@ -1,6 +1,9 @@
 #pragma once
 
 #include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
 
 #include "platform/com/Com.h"
 
@@ -14,12 +17,15 @@ using ComFactory = std::function<HRESULT(const GUID& interfaceId, void** object)
 class [[nodiscard]] CComRegistration {
  public:
     CComRegistration(const GUID& classId, ComFactory factory);
+    /// A class that is found by its program's name as well, without regard to case.
+    CComRegistration(const GUID& classId, std::wstring programName, ComFactory factory);
     ~CComRegistration();
     CComRegistration(const CComRegistration&) = delete;
     CComRegistration& operator=(const CComRegistration&) = delete;
 
  private:
     const GUID m_classId;
+    const std::wstring m_programName;
 };
 
 /// Creates a component in process. REGDB_E_CLASSNOTREG for a class that nobody registered.
@@ -29,5 +35,8 @@ template <class Interface>
 HRESULT CreateComInstance(const GUID& classId, CComPtr<Interface>& object) {
     return CreateComInstance(classId, Interface::kId, object.ReceiveVoid());
 }
+
+/// The class of a program's name; none when nobody registered it.
+std::optional<GUID> ClassOfProgram(std::wstring_view programName);
 
 }  // namespace quorbel
