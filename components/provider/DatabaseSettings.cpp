@@ -38,9 +38,8 @@ HRESULT CDatabaseSettings::Pool(std::shared_ptr<CConnectionPool>& pool) {
     return S_OK;
 }
 
-HRESULT CDatabaseSettings::Read(CChoice& choice) const {
-    const auto key = m_localMachine->Open(kSettingsPath, KeyAccess::Read);
-    const auto values = key.IsOk() ? key.Value()->Values() : key.Error();
+HRESULT CDatabaseSettings::Read(CChoice& choice) {
+    const auto values = Values();
     choice.mostOpen = kMostSqliteConnections;
     if (values.IsOk()) {
         for (const auto& [name, value] : values.Value()) {
@@ -53,6 +52,26 @@ HRESULT CDatabaseSettings::Read(CChoice& choice) const {
     if (!choice.database.empty()) return S_OK;
     SetErrorInfo(std::wstring(kSettingsPath) + L" names no \"Database\".");
     return E_FAIL;
+}
+
+CResult<std::vector<CNamedValue>> CDatabaseSettings::Values() {
+    std::shared_ptr<IKey> key;
+    {
+        const std::lock_guard guard(m_lock);
+        key = m_key;
+    }
+    if (key) {
+        auto values = key->Values();
+        if (values.Error() != ErrorCode::KeyDeleted) return values;
+    }
+    auto opened = m_localMachine->Open(kSettingsPath, KeyAccess::Read);
+    if (!opened.IsOk()) return opened.Error();
+    key = std::move(opened).Value();
+    {
+        const std::lock_guard guard(m_lock);
+        m_key = key;
+    }
+    return key->Values();
 }
 
 }  // namespace quorbel
