@@ -11,6 +11,7 @@
 #include "auth/users/PasswordHashQueue.h"
 #include "components/archive/LocalArchive.h"
 #include "components/http_server/HttpServer.h"
+#include "components/provider/ArchiveProvider.h"
 #include "data/SQLRequestHandler.h"
 #include "data/SystemInfoHandler.h"
 #include "platform/File.h"
@@ -69,6 +70,7 @@ CStatus Serve(IRegistry& registry, CServiceLogger& trace, std::shared_ptr<CEvent
     const std::shared_ptr<IKey> localMachine = registry.LocalMachine();
     const CComRegistration archive = RegisterLocalArchive(localMachine);
     const CComRegistration dataInitialize = RegisterDataInitialize();
+    const CComRegistration provider = RegisterArchiveProvider(localMachine);
     SystemInfoHandler::Register();
     CSQLRequestHandler::Register(SystemClock());
     const auto keysFolder = OpenKeysFolder();

@@ -84,8 +84,9 @@ HRESULT CCommandFunctions::SetProvenance(std::wstring_view provenance) {
 }
 
 HRESULT CCommandFunctions::AddHeader(std::wstring_view field) {
-    const std::wstring_view name = Trim(field.substr(0, field.find(L':')));
-    if (name.size() == field.size() || !IsToken(name)) return Refuse(L"A header is written \"Name: value\".");
+    const std::size_t colon = field.find(L':');
+    const std::wstring_view name = Trim(field.substr(0, colon));
+    if (colon == field.npos || !IsToken(name)) return Refuse(L"A header is written \"Name: value\".");
     if (std::ranges::any_of(field, IsControl)) return Refuse(L"A header holds no control characters.");
     const bool isRefused = std::ranges::any_of(
         kRefusedNames, [&](std::wstring_view refused) { return EqualNoCase(name, refused); });

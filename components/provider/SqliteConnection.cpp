@@ -80,18 +80,18 @@ HRESULT CSqliteConnection::Plan(const CSqlCommand& command, const std::vector<CS
                                 Transaction& transaction) {
     // A transaction that begins with reading cannot always go on to write.
     bool writes = false;
-    bool readsOnly = true;
+    bool needsNone = texts.size() == 1;
     for (std::size_t index = 0; index != texts.size(); ++index) {
         Statement statement;
         const HRESULT result = Prepare(texts[index], command.statements[index].line, statement);
         if (!Succeeded(result) && index == 0) return result;
         // Whether a later one is broken or only too early shows when its turn comes.
-        writes =
-            writes || (statement ? statement->Effect() == SqliteEffect::Writes : MayWrite(texts[index].text));
-        readsOnly = readsOnly && statement && statement->Effect() == SqliteEffect::Reads;
+        const bool mayWrite =
+            statement ? statement->Effect() == SqliteEffect::Writes : MayWrite(texts[index].text);
+        writes = writes || mayWrite;
+        needsNone = needsNone && !mayWrite && statement->Effect() != SqliteEffect::WritesTemporary;
     }
-    transaction = writes ? Transaction::Writing : Transaction::Reading;
-    if (texts.size() == 1 && readsOnly) transaction = Transaction::None;
+    transaction = needsNone ? Transaction::None : writes ? Transaction::Writing : Transaction::Reading;
     return S_OK;
 }
 

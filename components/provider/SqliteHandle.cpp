@@ -83,7 +83,7 @@ HRESULT CSqliteHandle::Configure() {
 }
 
 HRESULT CSqliteHandle::Prepare(const std::string& text, std::size_t line, CPreparedSqlite& prepared) {
-    m_writes = m_writesTemporary = false;
+    m_writes = m_writesTemporary = m_sets = false;
     m_refused = nullptr;
     sqlite3_stmt* statement = nullptr;
     const char* tail = nullptr;
@@ -101,11 +101,14 @@ HRESULT CSqliteHandle::Prepare(const std::string& text, std::size_t line, CPrepa
         SetErrorInfo(L"The statement is not whole (line " + std::to_wstring(line) + L").");
         return DB_E_ERRORSINCOMMAND;
     }
-    const bool onlyTemporary = m_writesTemporary && !m_writes;
-    prepared.effect = ::sqlite3_stmt_readonly(statement) ? SqliteEffect::Reads
-                      : onlyTemporary                    ? SqliteEffect::WritesTemporary
-                                                         : SqliteEffect::Writes;
+    prepared.effect = EffectOf(statement);
     return S_OK;
+}
+
+SqliteEffect CSqliteHandle::EffectOf(sqlite3_stmt* statement) const noexcept {
+    if (m_sets) return SqliteEffect::Sets;
+    if (::sqlite3_stmt_readonly(statement)) return SqliteEffect::Reads;
+    return m_writesTemporary && !m_writes ? SqliteEffect::WritesTemporary : SqliteEffect::Writes;
 }
 
 HRESULT CSqliteHandle::Step(sqlite3_stmt* statement, std::size_t line) {
@@ -162,8 +165,8 @@ int CSqliteHandle::Authorize(int action, const char* database) {
         case SQLITE_CREATE_TEMP_INDEX:
         case SQLITE_CREATE_TEMP_TABLE:
         case SQLITE_CREATE_TEMP_TRIGGER:
-        case SQLITE_CREATE_TEMP_VIEW:
-        case SQLITE_PRAGMA: m_isSpoiled = true; break;
+        case SQLITE_CREATE_TEMP_VIEW: m_isSpoiled = true; break;
+        case SQLITE_PRAGMA: m_isSpoiled = m_sets = true; break;
         case SQLITE_INSERT:
         case SQLITE_UPDATE:
         case SQLITE_DELETE:

@@ -21,6 +21,7 @@ struct CSqliteOptions {
 /// What a statement does to the database, as far as preparing it shows.
 enum class SqliteEffect {
     Reads,
+    Sets,             ///< a PRAGMA, which some transactions do not allow
     WritesTemporary,  ///< to temporary tables only
     Writes
 };
@@ -65,6 +66,7 @@ class CSqliteHandle {
     CSqliteHandle(std::chrono::milliseconds busyTimeout, std::shared_ptr<CEvent> cancelEvent) noexcept
         : m_busyTimeout(busyTimeout), m_cancelEvent(std::move(cancelEvent)) {}
     HRESULT Configure();
+    SqliteEffect EffectOf(sqlite3_stmt* statement) const noexcept;
     int Authorize(int action, const char* database);
     int Refuse(const wchar_t* what);
     bool WaitWhileBusy(int tries);
@@ -78,6 +80,7 @@ class CSqliteHandle {
     bool m_isOwn = false;   // the statement is one of ours
     bool m_writes = false;  // found while a statement is prepared
     bool m_writesTemporary = false;
+    bool m_sets = false;
     const wchar_t* m_refused = nullptr;
 };
 
