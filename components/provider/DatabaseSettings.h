@@ -24,9 +24,11 @@ class CDatabaseSettings {
     /// What a pool depends on.
     struct CChoice {
         std::wstring database;
+        std::wstring connection;  // instead of the database, unless it is empty
         std::size_t mostOpen = 0;
         bool operator==(const CChoice&) const = default;
     };
+    static std::shared_ptr<ISqlDatabase> Open(const CChoice& choice);
     HRESULT Read(CChoice& choice);
     CResult<std::vector<CNamedValue>> Values();
 
