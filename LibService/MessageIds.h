@@ -21,6 +21,10 @@ inline constexpr std::uint32_t kStandardException = 0xC000012C;       ///< excep
 inline constexpr std::uint32_t kNotFound = 0xC00007D0;                ///< host name; request path
 inline constexpr std::uint32_t kConfigurationMissing = 0xC00100CE;    ///< none
 
+// Queries.
+inline constexpr std::uint32_t kDataSourceUnavailable = 0xC00009C4;  ///< initialisation string; reason
+inline constexpr std::uint32_t kCommandFailed = 0xC00009C5;          ///< command; reason; query file
+
 // Passkeys.
 inline constexpr std::uint32_t kAuthenticatorDataMalformed = 0xC0000A8C;     ///< what is wrong with it
 inline constexpr std::uint32_t kPasskeyUserGone = 0xC0000A8D;                ///< user

@@ -61,6 +61,8 @@ std::optional<std::wstring> SystemMessage(std::uint32_t number) {
         case ErrorCode::WriteFault: return L"The system cannot write to the specified device.";
         case ErrorCode::ReadFault: return L"The system cannot read from the specified device.";
         case ErrorCode::GenFailure: return L"A device attached to the system is not functioning.";
+        case ErrorCode::SharingViolation:
+            return L"The process cannot access the file because it is being used by another process.";
         case ErrorCode::NotSupported: return L"The request is not supported.";
         case ErrorCode::InvalidParameter: return L"The parameter is incorrect.";
         case ErrorCode::BrokenPipe: return L"The pipe has been ended.";
@@ -92,11 +94,13 @@ std::optional<std::wstring> SystemMessage(std::uint32_t number) {
         case ErrorCode::IoDevice:
             return L"The request could not be performed because of an I/O device error.";
         case ErrorCode::TooManyLinks: return L"Too many links lead to the file.";
+        case ErrorCode::NotFound: return L"Element not found.";
         case ErrorCode::Cancelled: return L"The operation was cancelled.";
         case ErrorCode::PrivilegeNotHeld: return L"A required privilege is not held by the client.";
         case ErrorCode::InternalError: return L"An internal error occurred.";
         case ErrorCode::NoSystemResources: return L"Insufficient system resources exist for this operation.";
         case ErrorCode::Timeout: return L"The operation returned because the time limit expired.";
+        case ErrorCode::UnsupportedType: return L"Data of this type is not supported.";
         case ErrorCode::CantResolveFilename: return L"The name of the file cannot be resolved by the system.";
         case ErrorCode::EncodingFailed: return L"An encoding error has occurred.";
         case ErrorCode::DecodingFailed: return L"A decoding error has occurred.";

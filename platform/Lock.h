@@ -24,6 +24,7 @@ enum class LockRank : std::uint8_t {
     HttpServer = 55,       ///< the hosts of the HTTP engine, their ports and sockets
     HttpLoops = 57,        ///< the loops that are watched for work that waits
     Certificates = 60,     ///< the followed certificates and what is known of their files
+    Fetching = 61,         ///< a query's rows; held while one is fetched and rendered
     ThreadSet = 65,        ///< which threads of a set are idle; held while one is chosen or started
     EventLog = 70,
     TraceLogger = 80,

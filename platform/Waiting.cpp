@@ -24,9 +24,27 @@ CWaitingObserverScope::~CWaitingObserverScope() {
 }
 
 void CAbandonment::Abandon() noexcept {
-    const std::lock_guard lock(m_lock);
-    m_isAbandoned = true;
-    if (m_event) m_event->Set();
+    std::vector<std::weak_ptr<ICancellable>> cancelled;
+    {
+        const std::lock_guard lock(m_lock);
+        m_isAbandoned = true;
+        if (m_event) m_event->Set();
+        std::swap(cancelled, m_work);
+    }
+    for (const auto& work : cancelled) {
+        if (const auto running = work.lock()) running->Cancel();
+    }
+}
+
+void CAbandonment::Add(std::weak_ptr<ICancellable> work) {
+    {
+        const std::lock_guard lock(m_lock);
+        if (!m_isAbandoned) {
+            m_work.push_back(std::move(work));
+            return;
+        }
+    }
+    if (const auto running = work.lock()) running->Cancel();
 }
 
 std::shared_ptr<CEvent> CAbandonment::Event() {
@@ -41,6 +59,10 @@ std::shared_ptr<CEvent> CAbandonment::Event() {
 
 std::shared_ptr<CEvent> WorkAbandoned() {
     return t_abandonment ? t_abandonment->Event() : nullptr;
+}
+
+void CancelWhenAbandoned(std::weak_ptr<ICancellable> work) {
+    if (t_abandonment) t_abandonment->Add(std::move(work));
 }
 
 CAbandonmentScope::CAbandonmentScope(CAbandonment& abandonment) noexcept

@@ -11,6 +11,8 @@
 #include "auth/users/PasswordHashQueue.h"
 #include "components/archive/LocalArchive.h"
 #include "components/http_server/HttpServer.h"
+#include "components/provider/ArchiveProvider.h"
+#include "data/SQLRequestHandler.h"
 #include "data/SystemInfoHandler.h"
 #include "platform/File.h"
 #include "platform/Program.h"
@@ -18,6 +20,7 @@
 #include "platform/StopSignals.h"
 #include "platform/Terminal.h"
 #include "platform/VisibleText.h"
+#include "platform/oledb/DataInitialize.h"
 #include "service/QuorbelHTTPService.h"
 
 namespace quorbel {
@@ -66,7 +69,10 @@ CStatus Serve(IRegistry& registry, CServiceLogger& trace, std::shared_ptr<CEvent
     if (!folders.IsOk()) return SystemError(folders.Error());
     const std::shared_ptr<IKey> localMachine = registry.LocalMachine();
     const CComRegistration archive = RegisterLocalArchive(localMachine);
+    const CComRegistration dataInitialize = RegisterDataInitialize();
+    const CComRegistration provider = RegisterArchiveProvider(localMachine);
     SystemInfoHandler::Register();
+    CSQLRequestHandler::Register(SystemClock());
     const auto keysFolder = OpenKeysFolder();
     if (!keysFolder.IsOk()) return SystemError(keysFolder.Error(), L"keys folder");
     const auto keys = OpenKeyStorageProvider(keysFolder.Value());

@@ -8,6 +8,12 @@
 
 namespace quorbel {
 
+/// How a database writes what is no parameter.
+enum class SqlDialect {
+    Sqlite,   ///< quotes ', ", ` and [ ]; the statements of a trigger's body belong to its CREATE
+    Standard  ///< quotes ' and ", E'...' with backslashes, $tag$...$tag$; comments nest
+};
+
 /// The value that a command's parameter has in one execution. Of several with one name the first counts.
 struct CSqlArgument {
     std::wstring name;  ///< compared exactly
@@ -20,11 +26,12 @@ struct CSqlStatement {
     std::vector<std::string> pieces;
     /// The parameters' names, in the order of the text.
     std::vector<std::wstring> parameters;
+    std::size_t line = 1;  ///< where it begins in the command's text, counted from 1
 };
 
 /// A command's text, parsed: its statements in order, without empty ones. Parameters are written `@name` or
-/// `@[any name]`; nothing inside quotes (', ", `, [ ]), comments or behind another "@" is a parameter. A
-/// leading byte-order mark is dropped.
+/// `@[any name]` (a "]" in it is doubled); nothing inside quotes, comments or behind another "@" is a
+/// parameter. A leading byte-order mark is dropped.
 struct CSqlCommand {
     std::vector<CSqlStatement> statements;
 };

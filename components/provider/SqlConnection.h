@@ -72,6 +72,11 @@ class ISqlDatabase {
  public:
     virtual ~ISqlDatabase() = default;
     virtual HRESULT Connect(std::unique_ptr<ISqlConnection>& connection) = 0;
+    /// How its commands are written.
+    virtual SqlDialect Dialect() const noexcept { return SqlDialect::Standard; }
+    /// A number that changes when another database has taken this one's place, so that connections made
+    /// before are of no more use. Quick.
+    virtual std::uint64_t Version() const noexcept { return 0; }
 };
 
 }  // namespace quorbel

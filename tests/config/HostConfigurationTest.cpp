@@ -19,7 +19,7 @@ constexpr std::wstring_view kShared = L"Applications";
 constexpr std::wstring_view kApplication = L"Applications\\Shop";
 
 /// Translates the folders of one drive, and says which paths it was asked for.
-class CFakeArchive final : public CComObject<IArchiveFileSystem> {
+class CFakeArchive final : public CWithoutDispatch<CComObject<IArchiveFileSystem>> {
  public:
     HRESULT GetSystem(IArchiveSystem**) override { return E_NOTIMPL; }
     HRESULT OpenFile(const wchar_t*, IArchiveFile**) override { return E_NOTIMPL; }

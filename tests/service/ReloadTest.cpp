@@ -10,7 +10,7 @@ namespace {
 constexpr char kHostsPath[] = "HKLM\\Software\\Quorbel\\Quorbel HTTP Service\\Hosts\\";
 
 /// An archive whose version cannot be had.
-class CBrokenArchive final : public CComObject<IArchiveFileSystem> {
+class CBrokenArchive final : public CWithoutDispatch<CComObject<IArchiveFileSystem>> {
  public:
     HRESULT GetSystem(IArchiveSystem**) override { return E_FAIL; }
     HRESULT OpenFile(const wchar_t*, IArchiveFile**) override { return E_NOTIMPL; }

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "components/provider/SqlFunctions.h"
+#include "platform/Lock.h"
+#include "platform/com/Dispatch.h"
+
+namespace quorbel {
+
+/// The interface identifier under which the consumer's event sink has the properties "Actor", the script
+/// engine library, and "Resource", the value that each action is given.
+inline constexpr GUID kScriptProperties{
+    0xD2BE7AA4, 0x1B6D, 0x4BD9, {0x97, 0xA7, 0xBA, 0xF8, 0x1F, 0xFD, 0x8D, 0x1D}};
+
+/// Where the consumer advises the sink that carries out a command's script actions. Safe to use from any
+/// thread.
+class CSinkPoint final : public CComObject<IConnectionPoint> {
+ public:
+    HRESULT Advise(IUnknown* sink, std::uint32_t* cookie) override;
+    HRESULT Unadvise(std::uint32_t cookie) override;
+    /// Null when none is advised.
+    CComPtr<IDispatch> Sink() const;
+
+ private:
+    mutable CMutex m_lock{LockRank::Innermost};  // guards:
+    CComPtr<IDispatch> m_sink;
+    std::uint32_t m_cookie = 0;
+};
+
+/// What the functions of one execution do. One thread at a time. Members throw std::bad_alloc.
+class CCommandFunctions final : public ISqlFunctions {
+ public:
+    explicit CCommandFunctions(CComPtr<CSinkPoint> point) : m_point(std::move(point)) {}
+
+    HRESULT SetProvenance(std::wstring_view provenance) override;
+    HRESULT AddHeader(std::wstring_view field) override;
+    HRESULT SetScriptLibrary(std::wstring_view path) override;
+    HRESULT SetScriptResource(const VARIANT& resource) override;
+    HRESULT RunScriptAction(std::wstring_view name, std::span<const CVariant> arguments,
+                            CVariant& result) override;
+
+    /// VT_EMPTY when none was set.
+    const CVariant& Provenance() const noexcept { return m_provenance; }
+    const std::vector<std::wstring>& Headers() const noexcept { return m_headers; }
+
+ private:
+    HRESULT SetProperty(const wchar_t* name, const VARIANT& value);
+
+    const CComPtr<CSinkPoint> m_point;
+    CVariant m_provenance;
+    std::vector<std::wstring> m_headers;
+};
+
+}  // namespace quorbel

@@ -1,0 +1,49 @@
+#include "components/provider/SessionConnection.h"
+
+#include <mutex>
+
+#include "platform/com/ErrorInfo.h"
+#include "platform/oledb/OleDb.h"
+
+namespace quorbel {
+
+HRESULT CSessionConnection::Take(const CCancelFlag& command) {
+    bool isUsed = false;
+    {
+        const std::lock_guard guard(m_lock);
+        if (m_isTaken) {
+            SetErrorInfo(L"The session has another command's rowset open.");
+            return DB_E_OBJECTOPEN;
+        }
+        m_isTaken = true;
+        isUsed = std::exchange(m_isUsed, true);
+    }
+    const HRESULT renewed = isUsed ? m_connection->Renew() : S_OK;
+    if (Succeeded(renewed)) {
+        const std::lock_guard guard(m_lock);
+        m_command = &command;
+    }
+    // From here on Cancel reaches the connection; what came before it left its flag.
+    if (Succeeded(renewed) && !command) return S_OK;
+    GiveBack();
+    if (!Succeeded(renewed)) return renewed;
+    SetErrorInfo(L"The command was cancelled.");
+    return DB_E_CANCELED;
+}
+
+void CSessionConnection::GiveBack() noexcept {
+    const std::lock_guard guard(m_lock);
+    m_command = nullptr;
+    m_isTaken = false;
+}
+
+void CSessionConnection::Cancel(const CCancelFlag& command) noexcept {
+    const std::lock_guard guard(m_lock);
+    if (m_command == &command) (**m_connection).Cancel();
+}
+
+HRESULT CSessionConnection::Parse(std::wstring_view text, std::shared_ptr<const CSqlCommand>& command) {
+    return m_commands->Parse(m_pool->Database().Dialect(), text, command);
+}
+
+}  // namespace quorbel

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "components/provider/ConnectionPool.h"
+#include "components/provider/SqlCommandCache.h"
+#include "platform/Lock.h"
+
+namespace quorbel {
+
+/// Whether a command was cancelled; also what tells commands apart.
+using CCancelFlag = std::atomic<bool>;
+
+/// The connection of a session, which its commands use one after the other.
+class CSessionConnection {
+ public:
+    CSessionConnection(std::unique_ptr<CPooledConnection> connection, std::shared_ptr<CConnectionPool> pool,
+                       std::shared_ptr<CSqlCommandCache> commands)
+        : m_pool(std::move(pool)), m_commands(std::move(commands)), m_connection(std::move(connection)) {}
+
+    /// Takes the connection for one execution of a command. DB_E_OBJECTOPEN while another has it,
+    /// DB_E_CANCELED for a command that was cancelled.
+    HRESULT Take(const CCancelFlag& command);
+    /// When the rows are gone.
+    void GiveBack() noexcept;
+    /// Cancels what the command runs, if anything. From any thread.
+    void Cancel(const CCancelFlag& command) noexcept;
+
+    ISqlConnection& operator*() const noexcept { return **m_connection; }
+    HRESULT Parse(std::wstring_view text, std::shared_ptr<const CSqlCommand>& command);
+
+ private:
+    const std::shared_ptr<CConnectionPool> m_pool;
+    const std::shared_ptr<CSqlCommandCache> m_commands;
+    const std::unique_ptr<CPooledConnection> m_connection;
+
+    CMutex m_lock{LockRank::Innermost};  // guards:
+    bool m_isTaken = false;
+    bool m_isUsed = false;                   // by a command before
+    const CCancelFlag* m_command = nullptr;  // the one to cancel
+};
+
+}  // namespace quorbel

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "components/provider/SqlConnection.h"
+#include "components/provider/SqliteHandle.h"
+
+namespace quorbel {
+
+/// An execution's arguments, found by name. Refers to them.
+class CSqlArguments {
+ public:
+    explicit CSqlArguments(std::span<const CSqlArgument> arguments);
+    /// The first of this name; null when there is none.
+    const VARIANT* Find(std::wstring_view name) const;
+
+ private:
+    std::map<std::wstring_view, const VARIANT*> m_byName;
+};
+
+/// A statement's text with its parameters as SQLite writes them: one number for each name.
+struct CSqliteText {
+    explicit CSqliteText(const CSqlStatement& statement);
+    std::string text;
+    std::vector<std::wstring> parameters;  ///< the names of ?1, ?2, ...
+};
+
+/// A prepared statement of one connection, run any number of times, one at a time.
+class CSqliteStatement {
+ public:
+    CSqliteStatement(CSqliteHandle& handle, CPreparedSqlite prepared)
+        : m_handle(handle), m_prepared(std::move(prepared)) {}
+
+    SqliteEffect Effect() const noexcept { return m_prepared.effect; }
+    sqlite3_stmt* Get() const noexcept { return m_prepared.statement.get(); }
+
+    /// Sets the parameters before the first step; one without an argument is NULL. `line` is named by
+    /// failures of this run.
+    HRESULT Bind(const std::vector<std::wstring>& parameters, const CSqlArguments& arguments,
+                 std::size_t line);
+    /// S_OK with a row, DB_S_ENDOFROWSET, or a failure.
+    HRESULT Step() { return m_handle.Step(Get(), m_line); }
+    /// The columns of the result; after the first step.
+    std::shared_ptr<const std::vector<CSqlColumn>> Columns();
+    /// Ends a run, at any place.
+    void Reset() noexcept;
+
+ private:
+    CSqliteHandle& m_handle;
+    CPreparedSqlite m_prepared;
+    std::size_t m_line = 1;
+    std::shared_ptr<const std::vector<CSqlColumn>> m_columns;
+    int m_preparations = -1;  // when m_columns was made
+};
+
+}  // namespace quorbel

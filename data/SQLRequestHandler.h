@@ -1,0 +1,77 @@
+#pragma once
+
+#include <latch>
+#include <memory>
+#include <string>
+
+#include "data/results/ResultStream.h"
+#include "http/EventLimiter.h"
+#include "http/RequestHandler.h"
+
+namespace quorbel {
+
+/// What handlers of query files have in common: the file, and a response that is there when the query runs.
+class CSQLRequestInstance {
+ public:
+    class Response;
+
+    /// `events` keeps failing queries from filling the event log.
+    CSQLRequestInstance(std::wstring folder, std::wstring file, std::shared_ptr<CEventLimiter> events)
+        : root(std::move(folder)), queryFile(std::move(file)), m_events(std::move(events)) {}
+
+ protected:
+    const std::wstring root;
+    const std::wstring queryFile;
+    const std::shared_ptr<CEventLimiter> m_events;
+};
+
+/// The answer of a query: 200 and its result once the query has been opened, else a failure without body.
+class CSQLRequestInstance::Response : public CHTTPServer::CRequestHandler::CResponse,
+                                      public std::enable_shared_from_this<Response> {
+ public:
+    using Results = ResultStream<std::uint8_t>;
+
+    Response() : CResponse(CacheClass::Dynamic) {}
+
+    /// Wait until the query has been opened, or has failed.
+    /// @{
+    std::uint16_t StatusCode() override;
+    concurrency::streams::istream& Body() override;
+    /// @}
+    std::wstring ContentType() const override { return contentType; }
+
+    /// Starts the query; once, right after creation.
+    void Start(const std::wstring& name, const web::http::http_request& request,
+               CHTMLDataSource::Rendering rendering);
+
+ protected:
+    /// Opens the query of the strategy; throws std::system_error when it fails. The response is not shown to
+    /// anybody before it returns.
+    virtual void OpenQuery(Results::QueryInfo& query) = 0;
+    void AddHeader(std::wstring_view field);
+
+    std::wstring contentType;
+
+ private:
+    void Finish(const pplx::task<std::shared_ptr<Results::QueryInfo>>& opened);
+
+    std::uint16_t status = web::http::status_codes::NoContent;
+    std::latch ready{1};
+};
+
+/// Answers a request with the result of a command, which a file beside the static ones holds: the handler of
+/// files of the kind "SQL". docs/query-files.md tells what such a file may hold.
+class CSQLRequestHandler final : public CSQLRequestInstance, public CHTTPServer::CRequestHandler {
+ public:
+    /// Makes the kind "SQL" known.
+    static void Register(IClock& clock);
+
+    using CSQLRequestInstance::CSQLRequestInstance;
+    std::shared_ptr<CResponse> CreateResponse(const web::http::http_request& request,
+                                              const UserIdentity& user, const TextMap& parameters) override;
+
+ private:
+    class Response;
+};
+
+}  // namespace quorbel

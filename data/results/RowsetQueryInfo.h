@@ -1,0 +1,74 @@
+#pragma once
+
+#include <string>
+
+#include "data/results/ResultStream.h"
+
+namespace quorbel {
+
+/// Renders rows as text: a header, each row, a footer; in UTF-8 on the wire.
+class ResultStream<std::uint8_t>::RowsetQueryInfo : public QueryInfo {
+ public:
+    using QueryInfo::QueryInfo;
+
+    std::size_t Read(std::uint8_t* buffer, std::size_t count) final;
+
+    virtual std::wstring Header() = 0;
+    virtual std::wstring Footer() = 0;
+    /// Appends the next row's text; DB_S_ENDOFROWSET when there is none.
+    virtual HRESULT Row(std::wstring& text) = 0;
+
+ private:
+    void Render();
+    void RenderRow();
+
+    std::wstring m_text;  // rendered last, reused for its memory
+    std::string pending;  // UTF-8, from m_taken on not yet delivered
+    std::size_t m_taken = 0;
+    bool headerDone = false;
+    bool ended = false;
+};
+
+/// A JSON array of objects. Names are written as they are; in texts only quotes, backslashes, backspace, tab,
+/// line feed and form feed are escaped, and carriage returns are left out.
+class ResultStream<std::uint8_t>::JsonQueryInfo final : public RowsetQueryInfo {
+ public:
+    using RowsetQueryInfo::RowsetQueryInfo;
+    std::wstring ContentType() const override { return L"application/json"; }
+    std::wstring Header() override { return L"["; }
+    std::wstring Footer() override { return L"]"; }
+    HRESULT Row(std::wstring& text) override;
+
+ private:
+    void AppendRow(std::wstring& text);
+    bool m_isFirst = true;
+};
+
+/// XML with a reference to the generated stylesheet. Names are written as they are, values with the five
+/// characters escaped that XML has names for.
+class ResultStream<std::uint8_t>::XMLQueryInfo final : public RowsetQueryInfo {
+ public:
+    XMLQueryInfo(std::wstring name, web::http::http_request request, Rendering rendering)
+        : RowsetQueryInfo(std::move(rendering)), m_name(std::move(name)), m_request(std::move(request)) {}
+    std::wstring ContentType() const override { return L"text/xml"; }
+    std::wstring Header() override;
+    std::wstring Footer() override { return L"</data>\r\n"; }
+    HRESULT Row(std::wstring& text) override;
+
+ private:
+    void AppendRow(std::wstring& text);
+    const std::wstring m_name;
+    const web::http::http_request m_request;
+};
+
+/// The stylesheet that shows the rows of the same query, in XML, as a table (XSLT 1.0).
+class ResultStream<std::uint8_t>::XSLQueryInfo final : public RowsetQueryInfo {
+ public:
+    using RowsetQueryInfo::RowsetQueryInfo;
+    std::wstring ContentType() const override { return L"text/xml"; }
+    std::wstring Header() override;
+    std::wstring Footer() override { return {}; }
+    HRESULT Row(std::wstring&) override { return DB_S_ENDOFROWSET; }
+};
+
+}  // namespace quorbel

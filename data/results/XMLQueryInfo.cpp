@@ -1,0 +1,56 @@
+#include "data/results/RowsetQueryInfo.h"
+#include "platform/Text.h"
+
+namespace quorbel {
+
+namespace {
+
+void AppendEscaped(std::wstring& text, std::wstring_view value) {
+    for (const wchar_t character : value) {
+        switch (character) {
+            case L'"': text += L"&quot;"; break;
+            case L'&': text += L"&amp;"; break;
+            case L'\'': text += L"&apos;"; break;
+            case L'<': text += L"&lt;"; break;
+            case L'>': text += L"&gt;"; break;
+            default: text += character; break;
+        }
+    }
+}
+
+}  // namespace
+
+std::wstring ResultStream<std::uint8_t>::XMLQueryInfo::Header() {
+    const std::wstring path = FromUtf8(web::uri::decode(m_request.relative_uri().path()));
+    return L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n"
+           L"<?xml-stylesheet type=\"text/xsl\" href=\"" +
+           path +
+           L".xslt\"?>\r\n"
+           L"<data xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">\r\n";
+}
+
+HRESULT ResultStream<std::uint8_t>::XMLQueryInfo::Row(std::wstring& text) {
+    return Fetch([&] {
+        AppendRow(text);
+        return S_OK;
+    });
+}
+
+void ResultStream<std::uint8_t>::XMLQueryInfo::AppendRow(std::wstring& text) {
+    text += L"<row>";
+    for (std::size_t column = 0; column != Columns().size(); ++column) {
+        if (Columns()[column].info.iOrdinal == 0) continue;
+        const std::wstring& name = Columns()[column].name;
+        const DBSTATUS status = Values().Status(column);
+        if (status == DBSTATUS_S_ISNULL) {
+            text.append(L"<").append(name).append(L" xsi:nil=\"true\"/>");
+        } else if (HasValue(status)) {
+            text.append(L"<").append(name).append(L">");
+            AppendEscaped(text, ShownText(column));
+            text.append(L"</").append(name).append(L">");
+        }
+    }
+    text += L"</row>";
+}
+
+}  // namespace quorbel

@@ -1,0 +1,255 @@
+#include <gmock/gmock.h>
+#include <sqlite3.h>
+
+#include "LibService/MessageIds.h"
+#include "tests/data/QueryFixture.h"
+
+namespace quorbel {
+
+namespace {
+
+using nlohmann::json;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+/// A query that gives so many rows, and then fails.
+constexpr const char* kFailsAtRow10000 =
+    "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n)"
+    "SELECT CASE WHEN i < 10000 THEN i ELSE abs(-9223372036854775807 - 1) END AS i FROM n";
+constexpr const char* kEndless =
+    "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT max(i) AS i FROM n";
+constexpr const char* kEndlessRows =
+    "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i FROM n";
+
+std::string Encode(std::string_view text) {
+    return web::uri::encode_data_string(std::string(text));
+}
+
+class CSQLRequestTest : public CQueryFixture {
+ protected:
+    void SetMaxConnections(std::uint32_t count) {
+        const auto archive = m_localMachine->Create(L"SOFTWARE\\Quorbel\\Archive").Value();
+        ASSERT_EQ(archive->Set(L"MaxConnections", CValue::FromNumber32(count)), ErrorCode::Success);
+    }
+};
+
+TEST_F(CSQLRequestTest, OneQueryFileIsAnsweredInEveryForm) {
+    RunSql(
+        "CREATE TABLE item(id INTEGER PRIMARY KEY, title TEXT, done BOOLEAN, price NUMERIC(8,2), picture "
+        "BLOB);"
+        "INSERT INTO item VALUES (1, 'A & \"B\"', 1, 12.5, x'89504E47'), (2, NULL, 0, NULL, NULL)");
+    Write("report.GET.sql", "SELECT id, title, done, price FROM item ORDER BY id");
+    Write("picture.GET.sql", "SELECT picture FROM item WHERE id = @id");
+    Serve();
+
+    const CHttpReply asJson = Json("/report");
+    EXPECT_EQ(
+        asJson.body,
+        R"([{"id":1,"title":"A & \"B\"","done":true,"price":12.5},{"id":2,"title":null,"done":false,"price":null}])");
+    EXPECT_EQ(asJson.Header(L"Content-Type"), "application/json");
+    EXPECT_EQ(asJson.Header(L"Cache-Control"), "no-store");
+    EXPECT_EQ(asJson.Header(L"X-Content-Type-Options"), "nosniff");
+
+    const CHttpReply asXml =
+        Get(m_port, "/report", "Accept: text/html,application/xhtml+xml,application/xml;q=0.9\r\n");
+    EXPECT_EQ(asXml.Header(L"Content-Type"), "text/xml");
+    EXPECT_THAT(asXml.body, HasSubstr("href=\"/report.xslt\""));
+    EXPECT_THAT(
+        asXml.body,
+        HasSubstr(
+            "<row><id>1</id><title>A &amp; &quot;B&quot;</title><done>Tr</done><price>12.5</price></row>"));
+
+    const CHttpReply stylesheet = Get(m_port, "/report.xslt");
+    EXPECT_EQ(stylesheet.status, 200);
+    EXPECT_THAT(stylesheet.body, HasSubstr("<th align=\"left\">title</th>"));
+
+    const CHttpReply raw = Get(m_port, "/picture?id=1&Stream=image/png");
+    EXPECT_EQ(raw.body, "\x89PNG");
+    EXPECT_EQ(raw.Header(L"Content-Type"), "image/png");
+    ExpectBareStatus(Get(m_port, "/picture?id=2&Stream=image/png"), 404);
+    ExpectBareStatus(Get(m_port, "/picture?id=3&Stream=image/png"), 404);
+    ExpectBareStatus(Get(m_port, "/report?Stream=image/png"), 500);
+    ExpectBareStatus(Get(m_port, "/report", "Accept: text/html\r\n"), 415);
+    ExpectBareStatus(Get(m_port, "/report"), 415);
+}
+
+TEST_F(CSQLRequestTest, ParametersComeFromTheSessionTheConfigurationTheFormAndTheQuery) {
+    Write("who.GET.sql",
+          "SELECT @Session$User AS u, @Session$Host AS h, @Registry$Application AS a, @name AS n, @[a%20b] "
+          "AS e, @none AS x, @Accept AS y");
+    Write("who.POST.sql", "SELECT @Registry$Application AS a, @name AS n, http_decode(@name) AS d, @q AS q");
+    Write("headers.GET.sql", "SELECT CAST(@[Header$X-Test] AS BLOB) AS h");
+    Serve({{L"Application", CValue::FromText(L"Archive")}});
+
+    EXPECT_EQ(Rows("/who?name=c%20d%E2%82%AC&a%20b=%3D&Session$User=admin&Registry$Application=other").dump(),
+              R"([{"a":"Archive","e":"=","h":"127.0.0.1","n":"c d€","u":"","x":null,"y":null}])");
+    EXPECT_EQ(Post("/who?q=1", "name=J%C3%BCrgen+K&Registry%24Application=x&Registry$Application=y").body,
+              R"([{"a":"Archive","n":"J%C3%BCrgen%20K","d":"Jürgen K","q":"1"}])");
+    EXPECT_EQ(Get(m_port, "/headers?Stream=text/plain", "X-Test: value\r\n").body, "value");
+}
+
+TEST_F(CSQLRequestTest, ThousandsOfParametersAndHostileValuesArriveAsTheyWereSent) {
+    Write("echo.GET.sql", "SELECT @v AS v");
+    Write("echo.POST.sql", "SELECT length(http_decode(@v)) AS n");
+    Serve();
+    const char* values[] = {"",
+                            "'; DROP TABLE x; --",
+                            "\"\\/\b\f\n\t",
+                            "\xE2\x80\xAE\xF0\x9F\x91\xA8\xE2\x80\x8D\xF0\x9F\x91\xA9",
+                            "</script><![CDATA[",
+                            "\xEF\xBF\xBE\xEF\xBF\xBF",
+                            "1e400",
+                            "@v $v :v ?1"};
+    for (const char* value : values) {
+        EXPECT_EQ(Rows("/echo?v=" + Encode(value)).at(0).at("v"), value) << value;
+    }
+    std::string many;
+    for (int index = 0; index != 700; ++index) many += "p" + std::to_string(index) + "=1&";
+    EXPECT_EQ(Rows("/echo?" + many + "v=x").at(0).at("v"), "x");
+    EXPECT_EQ(Post("/echo", "v=" + std::string(1'000'000, 'x')).body, R"([{"n":1000000}])");
+    std::string fields;
+    for (int index = 0; index != 5000; ++index) fields += "p" + std::to_string(index) + "=1&";
+    EXPECT_EQ(Post("/echo", fields + "v=x").body, R"([{"n":1}])");
+}
+
+TEST_F(CSQLRequestTest, ACommandChoosesProvenanceAndHeaders) {
+    Write("a.GET.sql",
+          "SELECT http_provenance('manifest'), http_header('X-Test: a'), http_header('x-test:  b '); SELECT "
+          "1 AS n");
+    Write("b.GET.sql", "SELECT http_provenance('Unknown'), http_header('no colon')");
+    Write("c.GET.sql", "SELECT http_header('Content-Length: 3')");
+    Write("d.GET.sql", "SELECT http_header('X: a' || char(13, 10) || 'Y: b')");
+    Serve();
+    const CHttpReply a = Json("/a");
+    EXPECT_EQ(a.body, R"([{"n":1}])");
+    EXPECT_EQ(a.Header(L"Cache-Control"), "max-age=3600");
+    EXPECT_EQ(a.Header(L"X-Test"), "a, b");
+    ExpectBareStatus(Json("/c"), 500);
+    ExpectBareStatus(Json("/d"), 500);
+    EXPECT_NE(Json("/b").status, 200) << "a header without a name is an error of the file";
+}
+
+TEST_F(CSQLRequestTest, WhatAQueryFileGetsWrongIsToldToTheOperatorAlone) {
+    Write("broken.GET.sql", "SELECT secret FROM nowhere");
+    Write("empty.GET.sql", "");
+    Write("comment.GET.sql", "-- nothing\n;");
+    Write("foreign.GET.sql", "SELECT ?1, :x");
+    Write("first.GET.sql", "SELECT abs(-9223372036854775807 - 1)");
+    Write("ok.GET.sql", "\xEF\xBB\xBFSELECT 1 AS n");
+    Serve();
+    EXPECT_EQ(Rows("/ok").dump(), R"([{"n":1}])");
+    for (const char* target : {"/broken", "/empty", "/comment", "/foreign", "/first"}) {
+        SCOPED_TRACE(target);
+        ExpectBareStatus(Json(target), 500);
+    }
+    const auto events = WithId(m_events.Take(), message::kCommandFailed);
+    ASSERT_EQ(events.size(), 5U);
+    EXPECT_EQ(events[0].strings.at(0), L"SELECT secret FROM nowhere");
+    EXPECT_THAT(ToUtf8(events[0].strings.at(1)), HasSubstr("nowhere"));
+    EXPECT_THAT(ToUtf8(events[0].strings.at(2)), HasSubstr("broken.GET.sql"));
+}
+
+TEST_F(CSQLRequestTest, AQueryFileThatGoesOrChangesIsReadAnew) {
+    Write("a.GET.sql", "SELECT 1 AS n");
+    Serve();
+    EXPECT_EQ(Json("/a").body, R"([{"n":1}])");
+    Write("a.GET.sql", "SELECT 2 AS n");
+    EXPECT_EQ(Json("/a").body, R"([{"n":2}])");
+    std::filesystem::remove(Path("root/a.GET.sql"));
+    EXPECT_EQ(Json("/a").status, 404);
+    std::filesystem::create_directory(Path("root/a.GET.sql"));
+    EXPECT_EQ(Json("/a").status, 404);
+}
+
+TEST_F(CSQLRequestTest, ABodyThatFailsHalfwayIsCutOff) {
+    Write("a.GET.sql", kFailsAtRow10000);
+    Serve();
+    CHttpConnection connection(m_port);
+    ASSERT_TRUE(connection.Send("GET /a HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: application/json\r\n\r\n"));
+    std::string bytes;
+    EXPECT_EQ(connection.ReceiveAll(bytes), CHttpConnection::End::Aborted);
+    EXPECT_THAT(bytes, HasSubstr("HTTP/1.1 200"));
+    EXPECT_THAT(bytes, Not(HasSubstr("\r\n0\r\n\r\n")));
+}
+
+TEST_F(CSQLRequestTest, ADatabaseThatIsLockedMissingOrDamagedIsAFailureAndComesBack) {
+    RunSql("CREATE TABLE t(n INTEGER)");
+    Write("read.GET.sql", "SELECT count(*) AS n FROM t");
+    Write("write.POST.sql", "INSERT INTO t VALUES (1); SELECT count(*) AS n FROM t");
+    Serve();
+    EXPECT_EQ(Post("/write", "a=b").body, R"([{"n":1}])");
+    {
+        sqlite3* other = nullptr;
+        ASSERT_EQ(sqlite3_open(Path("archive.db").c_str(), &other), SQLITE_OK);
+        ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+        ExpectBareStatus(Post("/write", "a=b"), 423);
+        EXPECT_EQ(Json("/read").body, R"([{"n":1}])") << "readers do not mind";
+        sqlite3_close(other);
+    }
+    EXPECT_EQ(Post("/write", "a=b").body, R"([{"n":2}])");
+
+    std::filesystem::rename(Path("archive.db"), Path("away.db"));
+    ExpectBareStatus(Json("/read"), 500);
+    EXPECT_EQ(WithId(m_events.Take(), message::kDataSourceUnavailable).size(), 1U);
+    std::ofstream(Path("archive.db")) << std::string(8192, 'x');
+    ExpectBareStatus(Json("/read"), 500);
+    std::filesystem::remove(Path("archive.db-wal"));
+    std::filesystem::remove(Path("archive.db-shm"));
+    std::filesystem::rename(Path("away.db"), Path("archive.db"));
+    EXPECT_EQ(Json("/read").status, 200);
+}
+
+TEST_F(CSQLRequestTest, AQueryEndsWhenItsClientLeaves) {
+    SetMaxConnections(1);
+    Write("endless.GET.sql", kEndless);
+    Write("rows.GET.sql", kEndlessRows);
+    Write("ok.GET.sql", "SELECT 1 AS n");
+    Serve();
+    // The one connection to the database is free again only once the query has ended.
+    for (const char* target : {"/endless", "/rows"}) {
+        SCOPED_TRACE(target);
+        CHttpConnection connection(m_port);
+        ASSERT_TRUE(connection.Send(std::string("GET ") + target +
+                                    " HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: application/json\r\n\r\n"));
+        EXPECT_TRUE(target == std::string_view("/endless") || connection.WaitForBytes());
+        connection.Leave();
+        EXPECT_EQ(Json("/ok").body, R"([{"n":1}])");
+    }
+}
+
+TEST_F(CSQLRequestTest, AThousandRequestsAtOnceAreAllAnswered) {
+    RunSql("CREATE TABLE t(n INTEGER)");
+    Write("slow.GET.sql",
+          "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 2000) SELECT count(*) AS n "
+          "FROM n");
+    Serve();
+    constexpr int kClients = 1000;
+    std::vector<std::unique_ptr<CHttpConnection>> connections;
+    for (int index = 0; index != kClients; ++index) {
+        connections.push_back(std::make_unique<CHttpConnection>(m_port));
+        ASSERT_TRUE(connections.back()->Send(
+            "GET /slow HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: application/json\r\n\r\n"));
+    }
+    int answered = 0;
+    for (const auto& connection : connections) {
+        const auto reply = connection->Receive();
+        answered += reply && reply->status == 200 && reply->body == R"([{"n":2000}])" ? 1 : 0;
+    }
+    EXPECT_EQ(answered, kClients);
+}
+
+TEST_F(CSQLRequestTest, SlowQueriesDoNotStopQuickOnes) {
+    Write("endless.GET.sql", kEndless);
+    Write("ok.GET.sql", "SELECT 1 AS n");
+    Serve();
+    std::vector<std::unique_ptr<CHttpConnection>> slow;
+    for (int index = 0; index != 64; ++index) {
+        slow.push_back(std::make_unique<CHttpConnection>(m_port));
+        ASSERT_TRUE(slow.back()->Send("GET /endless HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\n\r\n"));
+    }
+    EXPECT_EQ(Json("/ok").body, R"([{"n":1}])");
+}
+
+}  // namespace
+
+}  // namespace quorbel
