@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <mutex>
 
+#include "components/provider/OdbcDatabase.h"
 #include "components/provider/SqliteDatabase.h"
 #include "platform/Text.h"
 #include "platform/com/ErrorInfo.h"
@@ -13,6 +14,8 @@ namespace {
 
 constexpr wchar_t kSettingsPath[] = L"SOFTWARE\\Quorbel\\Archive";
 constexpr std::size_t kMostSqliteConnections = 256;
+/// Servers commonly allow 100 sessions, to all who use them.
+constexpr std::size_t kMostServerConnections = 64;
 
 std::wstring TextOf(const CValue& value) {
     if (value.type == ValueType::Text) return value.AsText();
@@ -30,8 +33,9 @@ HRESULT CDatabaseSettings::Pool(std::shared_ptr<CConnectionPool>& pool) {
     if (!m_pool || choice != m_choice) {
         CPoolOptions options;
         options.mostOpen = choice.mostOpen;
-        former = std::exchange(
-            m_pool, std::make_shared<CConnectionPool>(OpenSqliteDatabase(choice.database), options));
+        auto database = choice.connection.empty() ? OpenSqliteDatabase(choice.database)
+                                                  : OpenOdbcDatabase(choice.connection);
+        former = std::exchange(m_pool, std::make_shared<CConnectionPool>(std::move(database), options));
         m_choice = std::move(choice);
     }
     pool = m_pool;
@@ -41,17 +45,19 @@ HRESULT CDatabaseSettings::Pool(std::shared_ptr<CConnectionPool>& pool) {
 HRESULT CDatabaseSettings::Read(CChoice& choice) const {
     const auto key = m_localMachine->Open(kSettingsPath, KeyAccess::Read);
     const auto values = key.IsOk() ? key.Value()->Values() : key.Error();
-    choice.mostOpen = kMostSqliteConnections;
+    choice.mostOpen = 0;
     if (values.IsOk()) {
         for (const auto& [name, value] : values.Value()) {
             if (EqualNoCase(name, L"Database")) choice.database = TextOf(value);
-            if (EqualNoCase(name, L"MaxConnections")) {
-                choice.mostOpen = std::max(value.AsNumber32().value_or(kMostSqliteConnections), 1U);
-            }
+            if (EqualNoCase(name, L"Connection")) choice.connection = TextOf(value);
+            if (EqualNoCase(name, L"MaxConnections")) choice.mostOpen = value.AsNumber32().value_or(0);
         }
     }
-    if (!choice.database.empty()) return S_OK;
-    SetErrorInfo(std::wstring(kSettingsPath) + L" names no \"Database\".");
+    if (choice.mostOpen == 0) {
+        choice.mostOpen = choice.connection.empty() ? kMostSqliteConnections : kMostServerConnections;
+    }
+    if (!choice.database.empty() || !choice.connection.empty()) return S_OK;
+    SetErrorInfo(std::wstring(kSettingsPath) + L" names no \"Database\" and no \"Connection\".");
     return E_FAIL;
 }
 

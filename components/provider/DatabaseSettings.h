@@ -23,7 +23,8 @@ class CDatabaseSettings {
  private:
     /// What a pool depends on.
     struct CChoice {
-        std::wstring database;
+        std::wstring database;    // an SQLite file
+        std::wstring connection;  // for ODBC, goes before the file
         std::size_t mostOpen = 0;
         bool operator==(const CChoice&) const = default;
     };
