@@ -72,6 +72,7 @@ std::optional<std::wstring> SystemMessage(std::uint32_t number) {
         case ErrorCode::InvalidName:
             return L"The file name, directory name or volume label syntax is incorrect.";
         case ErrorCode::ModuleNotFound: return L"The specified module could not be found.";
+        case ErrorCode::ProcNotFound: return L"The specified procedure could not be found.";
         case ErrorCode::DirectoryNotEmpty: return L"The directory is not empty.";
         case ErrorCode::BadPathname: return L"The specified path is invalid.";
         case ErrorCode::Busy: return L"The requested resource is in use.";

@@ -35,6 +35,7 @@ enum class [[nodiscard]] ErrorCode : std::uint32_t{
     InsufficientBuffer = 122,
     InvalidName = 123,
     ModuleNotFound = 126,
+    ProcNotFound = 127,
     DirectoryNotEmpty = 145,
     BadPathname = 161,
     Busy = 170,

@@ -31,6 +31,7 @@ enum class LockRank : std::uint8_t {
     ConsoleEcho = 85,
     Registry = 90,
     RegistryWatches = 100,
+    ScriptEngines = 110,  ///< the loaded script engine libraries; held while one is loaded
     Innermost = 255,  ///< locks under which no other is taken
 };
 

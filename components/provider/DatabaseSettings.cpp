@@ -14,7 +14,6 @@ namespace {
 
 constexpr wchar_t kSettingsPath[] = L"SOFTWARE\\Quorbel\\Archive";
 constexpr std::size_t kMostSqliteConnections = 256;
-/// Servers commonly allow 100 sessions, to all who use them.
 constexpr std::size_t kMostServerConnections = 64;
 
 std::wstring TextOf(const CValue& value) {
@@ -33,32 +32,54 @@ HRESULT CDatabaseSettings::Pool(std::shared_ptr<CConnectionPool>& pool) {
     if (!m_pool || choice != m_choice) {
         CPoolOptions options;
         options.mostOpen = choice.mostOpen;
-        auto database = choice.connection.empty() ? OpenSqliteDatabase(choice.database)
-                                                  : OpenOdbcDatabase(choice.connection);
-        former = std::exchange(m_pool, std::make_shared<CConnectionPool>(std::move(database), options));
+        former = std::exchange(m_pool, std::make_shared<CConnectionPool>(Open(choice), options));
         m_choice = std::move(choice);
     }
     pool = m_pool;
     return S_OK;
 }
 
-HRESULT CDatabaseSettings::Read(CChoice& choice) const {
-    const auto key = m_localMachine->Open(kSettingsPath, KeyAccess::Read);
-    const auto values = key.IsOk() ? key.Value()->Values() : key.Error();
-    choice.mostOpen = 0;
+std::shared_ptr<ISqlDatabase> CDatabaseSettings::Open(const CChoice& choice) {
+    return choice.connection.empty() ? OpenSqliteDatabase(choice.database)
+                                     : OpenOdbcDatabase(choice.connection);
+}
+
+HRESULT CDatabaseSettings::Read(CChoice& choice) {
+    const auto values = Values();
+    std::optional<std::uint32_t> mostOpen;
     if (values.IsOk()) {
         for (const auto& [name, value] : values.Value()) {
             if (EqualNoCase(name, L"Database")) choice.database = TextOf(value);
             if (EqualNoCase(name, L"Connection")) choice.connection = TextOf(value);
-            if (EqualNoCase(name, L"MaxConnections")) choice.mostOpen = value.AsNumber32().value_or(0);
+            if (EqualNoCase(name, L"MaxConnections")) mostOpen = value.AsNumber32();
         }
     }
-    if (choice.mostOpen == 0) {
-        choice.mostOpen = choice.connection.empty() ? kMostSqliteConnections : kMostServerConnections;
-    }
-    if (!choice.database.empty() || !choice.connection.empty()) return S_OK;
-    SetErrorInfo(std::wstring(kSettingsPath) + L" names no \"Database\" and no \"Connection\".");
+    const bool isFile = choice.connection.empty();
+    choice.mostOpen = mostOpen.value_or(isFile ? kMostSqliteConnections : kMostServerConnections);
+    choice.mostOpen = std::max<std::size_t>(choice.mostOpen, 1);
+    if (!isFile || !choice.database.empty()) return S_OK;
+    SetErrorInfo(std::wstring(kSettingsPath) + L" names no \"Database\".");
     return E_FAIL;
+}
+
+CResult<std::vector<CNamedValue>> CDatabaseSettings::Values() {
+    std::shared_ptr<IKey> key;
+    {
+        const std::lock_guard guard(m_lock);
+        key = m_key;
+    }
+    if (key) {
+        auto values = key->Values();
+        if (values.Error() != ErrorCode::KeyDeleted) return values;
+    }
+    auto opened = m_localMachine->Open(kSettingsPath, KeyAccess::Read);
+    if (!opened.IsOk()) return opened.Error();
+    key = std::move(opened).Value();
+    {
+        const std::lock_guard guard(m_lock);
+        m_key = key;
+    }
+    return key->Values();
 }
 
 }  // namespace quorbel

@@ -1,0 +1,2 @@
+-- The guest book, the last entry first.
+SELECT time, name, entry FROM guests ORDER BY id DESC LIMIT 50;

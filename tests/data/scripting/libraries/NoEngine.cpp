@@ -1,0 +1,4 @@
+// A library, but no script engine.
+extern "C" int fnSomethingElse() {
+    return 1;
+}
