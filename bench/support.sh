@@ -123,6 +123,32 @@ memory_of() {
     awk -v field="$2:" '$1 == field { print $2 }' "/proc/$1/status"
 }
 
+# ticks_of PROCESS: its CPU time so far, in clock ticks, of all threads.
+ticks_of() {
+    sed 's/.*) //' "/proc/$1/stat" | awk '{ print $12 + $13 }'
+}
+
+# forget_peak PROCESS: from here on its VmHWM starts anew.
+forget_peak() {
+    echo 5 >"/proc/$1/clear_refs"
+}
+
+# write_result_printer: $folder/wrk.lua lets wrk end with the line "result REPLIES BYTES MICROSECONDS P99 ERRORS".
+write_result_printer() {
+    cat >"$folder/wrk.lua" <<'END_OF_TEXT'
+function done(summary, latency)
+    local errors = summary.errors
+    print(string.format("result %.0f %.0f %.0f %.0f %.0f", summary.requests, summary.bytes, summary.duration,
+        latency:percentile(99), errors.connect + errors.read + errors.write + errors.status + errors.timeout))
+end
+END_OF_TEXT
+}
+
+# use_database PROGRAMS FILE: query files read this database.
+use_database() {
+    "$1/qbctl" reg add 'HKLM\SOFTWARE\Quorbel\Archive' /v Database /t REG_SZ /d "$2" /f >/dev/null
+}
+
 # Of the numbers on standard input, one a line: median, least and greatest.
 median() {
     sort -g | awk '{ n[NR] = $1 }

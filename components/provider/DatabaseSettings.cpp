@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <mutex>
 
+#include "components/provider/OdbcDatabase.h"
 #include "components/provider/SqliteDatabase.h"
 #include "platform/Text.h"
 #include "platform/com/ErrorInfo.h"
@@ -13,6 +14,7 @@ namespace {
 
 constexpr wchar_t kSettingsPath[] = L"SOFTWARE\\Quorbel\\Archive";
 constexpr std::size_t kMostSqliteConnections = 256;
+constexpr std::size_t kMostServerConnections = 64;
 
 std::wstring TextOf(const CValue& value) {
     if (value.type == ValueType::Text) return value.AsText();
@@ -30,29 +32,54 @@ HRESULT CDatabaseSettings::Pool(std::shared_ptr<CConnectionPool>& pool) {
     if (!m_pool || choice != m_choice) {
         CPoolOptions options;
         options.mostOpen = choice.mostOpen;
-        former = std::exchange(
-            m_pool, std::make_shared<CConnectionPool>(OpenSqliteDatabase(choice.database), options));
+        former = std::exchange(m_pool, std::make_shared<CConnectionPool>(Open(choice), options));
         m_choice = std::move(choice);
     }
     pool = m_pool;
     return S_OK;
 }
 
-HRESULT CDatabaseSettings::Read(CChoice& choice) const {
-    const auto key = m_localMachine->Open(kSettingsPath, KeyAccess::Read);
-    const auto values = key.IsOk() ? key.Value()->Values() : key.Error();
-    choice.mostOpen = kMostSqliteConnections;
+std::shared_ptr<ISqlDatabase> CDatabaseSettings::Open(const CChoice& choice) {
+    return choice.connection.empty() ? OpenSqliteDatabase(choice.database)
+                                     : OpenOdbcDatabase(choice.connection);
+}
+
+HRESULT CDatabaseSettings::Read(CChoice& choice) {
+    const auto values = Values();
+    std::optional<std::uint32_t> mostOpen;
     if (values.IsOk()) {
         for (const auto& [name, value] : values.Value()) {
             if (EqualNoCase(name, L"Database")) choice.database = TextOf(value);
-            if (EqualNoCase(name, L"MaxConnections")) {
-                choice.mostOpen = std::max(value.AsNumber32().value_or(kMostSqliteConnections), 1U);
-            }
+            if (EqualNoCase(name, L"Connection")) choice.connection = TextOf(value);
+            if (EqualNoCase(name, L"MaxConnections")) mostOpen = value.AsNumber32();
         }
     }
-    if (!choice.database.empty()) return S_OK;
+    const bool isFile = choice.connection.empty();
+    choice.mostOpen = mostOpen.value_or(isFile ? kMostSqliteConnections : kMostServerConnections);
+    choice.mostOpen = std::max<std::size_t>(choice.mostOpen, 1);
+    if (!isFile || !choice.database.empty()) return S_OK;
     SetErrorInfo(std::wstring(kSettingsPath) + L" names no \"Database\".");
     return E_FAIL;
+}
+
+CResult<std::vector<CNamedValue>> CDatabaseSettings::Values() {
+    std::shared_ptr<IKey> key;
+    {
+        const std::lock_guard guard(m_lock);
+        key = m_key;
+    }
+    if (key) {
+        auto values = key->Values();
+        if (values.Error() != ErrorCode::KeyDeleted) return values;
+    }
+    auto opened = m_localMachine->Open(kSettingsPath, KeyAccess::Read);
+    if (!opened.IsOk()) return opened.Error();
+    key = std::move(opened).Value();
+    {
+        const std::lock_guard guard(m_lock);
+        m_key = key;
+    }
+    return key->Values();
 }
 
 }  // namespace quorbel

@@ -24,15 +24,19 @@ class CDatabaseSettings {
     /// What a pool depends on.
     struct CChoice {
         std::wstring database;
+        std::wstring connection;  // instead of the database, unless it is empty
         std::size_t mostOpen = 0;
         bool operator==(const CChoice&) const = default;
     };
-    HRESULT Read(CChoice& choice) const;
+    static std::shared_ptr<ISqlDatabase> Open(const CChoice& choice);
+    HRESULT Read(CChoice& choice);
+    CResult<std::vector<CNamedValue>> Values();
 
     const std::shared_ptr<IKey> m_localMachine;
     const std::shared_ptr<CSqlCommandCache> m_commands = std::make_shared<CSqlCommandCache>();
 
     CMutex m_lock{LockRank::Innermost};  // guards:
+    std::shared_ptr<IKey> m_key;         // open, since opening costs more than reading; null before
     CChoice m_choice;
     std::shared_ptr<CConnectionPool> m_pool;  // of m_choice
 };

@@ -63,13 +63,16 @@ HRESULT CProviderRowset::GetData(HROW row, HACCESSOR accessor, void* data) {
         ISqlRows& rows = m_execution->Rows();
         const auto columns = rows.Columns();
         bool isWhole = true;
+        bool isShort = false;  // of memory
         for (const DBBINDING& binding : *bindings) {
             const std::size_t column = binding.iOrdinal - 1;
             const DBSTATUS status =
                 WriteRowValue(columns[column], rows.Value(column), binding, static_cast<std::byte*>(data));
             isWhole = isWhole && (status == DBSTATUS_S_OK || status == DBSTATUS_S_ISNULL ||
                                   status == DBSTATUS_S_TRUNCATED);
+            isShort = isShort || status == DBSTATUS_E_CANTCREATE;
         }
+        if (isShort) return E_OUTOFMEMORY;
         return isWhole ? S_OK : DB_S_ERRORSOCCURRED;
     });
 }

@@ -86,6 +86,7 @@ HRESULT CSqliteConnection::Plan(const CSqlCommand& command, const std::vector<CS
         const HRESULT result = Prepare(texts[index], command.statements[index].line, statement);
         if (!Succeeded(result) && index == 0) return result;
         // Whether a later one is broken or only too early shows when its turn comes.
+        if (!Succeeded(result)) Ignore(TakeErrorInfo());
         const bool mayWrite =
             statement ? statement->Effect() == SqliteEffect::Writes : MayWrite(texts[index].text);
         writes = writes || mayWrite;
@@ -154,13 +155,13 @@ HRESULT CSqliteConnection::RunInTransaction(Transaction transaction, const CSqlC
 
 HRESULT CSqliteConnection::RunToEnd(CSqliteStatement& statement) {
     for (;;) {
-        const HRESULT result = StepOf(statement);
+        const HRESULT result = m_functions.ResultOfStep(statement.Step());
         if (result != S_OK) return Succeeded(result) ? S_OK : result;
     }
 }
 
 HRESULT CSqliteConnection::KeepRows(CSqliteStatement& statement, std::unique_ptr<ISqlRows>& rows) {
-    HRESULT result = StepOf(statement);
+    HRESULT result = m_functions.ResultOfStep(statement.Step());
     if (!Succeeded(result)) return result;
     auto kept = std::make_unique<CSqliteKeptRows>(statement.Columns());
     const int columns = ::sqlite3_column_count(statement.Get());
@@ -170,17 +171,10 @@ HRESULT CSqliteConnection::KeepRows(CSqliteStatement& statement, std::unique_ptr
             SetErrorInfo(L"A statement that writes returns too many rows.");
             return DB_E_ERRORSINCOMMAND;
         }
-        result = StepOf(statement);
+        result = m_functions.ResultOfStep(statement.Step());
     }
     if (Succeeded(result)) rows = std::move(kept);
     return Succeeded(result) ? S_OK : result;
-}
-
-HRESULT CSqliteConnection::StepOf(CSqliteStatement& statement) {
-    const HRESULT result = statement.Step();
-    if (Succeeded(result) || result == DB_E_CANCELED) return result;
-    const HRESULT failure = m_functions.TakeFailure();
-    return Succeeded(failure) ? result : failure;
 }
 
 void CSqliteConnection::Rollback() noexcept {

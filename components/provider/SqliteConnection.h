@@ -45,7 +45,6 @@ class CSqliteConnection final : public ISqlConnection {
                              std::unique_ptr<ISqlRows>& rows);
     HRESULT RunToEnd(CSqliteStatement& statement);
     HRESULT KeepRows(CSqliteStatement& statement, std::unique_ptr<ISqlRows>& rows);
-    HRESULT StepOf(CSqliteStatement& statement);
     void Rollback() noexcept;
 
     CSqliteFunctions m_functions;  // outlives the handle

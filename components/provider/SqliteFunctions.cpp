@@ -5,6 +5,7 @@
 #include "components/provider/SqliteValues.h"
 #include "platform/Text.h"
 #include "platform/com/ErrorInfo.h"
+#include "platform/oledb/OleDb.h"
 
 namespace quorbel {
 
@@ -58,6 +59,12 @@ void CSqliteFunctions::Fail(sqlite3_context* context, HRESULT result) noexcept {
     if (description.empty()) description = HResultMessage(result);
     const std::string text = ToUtf8(description);
     ::sqlite3_result_error(context, text.c_str(), static_cast<int>(text.size()));
+}
+
+HRESULT CSqliteFunctions::ResultOfStep(HRESULT result) noexcept {
+    const HRESULT failure = std::exchange(m_failure, S_OK);
+    const bool isOwn = Succeeded(result) || result == DB_E_CANCELED || Succeeded(failure);
+    return isOwn ? result : failure;
 }
 
 HRESULT CSqliteFunctions::Provenance(sqlite3_context*, std::span<sqlite3_value*> arguments) {

@@ -19,8 +19,8 @@ class CSqliteFunctions {
         m_functions = functions;
         m_failure = S_OK;
     }
-    /// The first failure of a function since the last call; S_OK when none has failed.
-    HRESULT TakeFailure() noexcept { return std::exchange(m_failure, S_OK); }
+    /// The result of a step: that of the function that failed, when it was one.
+    HRESULT ResultOfStep(HRESULT result) noexcept;
 
  private:
     using Function = HRESULT (CSqliteFunctions::*)(sqlite3_context*, std::span<sqlite3_value*>);
@@ -38,7 +38,7 @@ class CSqliteFunctions {
     HRESULT Action(sqlite3_context* context, std::span<sqlite3_value*> arguments);
 
     ISqlFunctions* m_functions = nullptr;
-    HRESULT m_failure = S_OK;
+    HRESULT m_failure = S_OK;  // the first of a function since the last step
 };
 
 /// What a field of a form means: percent signs with two hexadecimal digits are bytes of UTF-8, "+" is a

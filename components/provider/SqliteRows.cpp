@@ -30,10 +30,7 @@ CSqlValue CSqliteRows::Value(std::size_t column) {
 }
 
 HRESULT CSqliteRows::Step() {
-    const HRESULT result = m_statement->Step();
-    if (Succeeded(result) || result == DB_E_CANCELED) return result;
-    const HRESULT failure = m_functions.TakeFailure();
-    return Succeeded(failure) ? result : failure;
+    return m_functions.ResultOfStep(m_statement->Step());
 }
 
 }  // namespace quorbel

@@ -93,7 +93,18 @@ HRESULT CHTMLDataSource::Prepare(const std::wstring& text) {
     if (!Succeeded(result)) return result;
     result = commandText->SetCommandText(DBGUID_DEFAULT, text.c_str());
     if (!Succeeded(result)) return result;
-    return SetCommand(std::move(command));
+    result = SetCommand(std::move(command));
+    return Succeeded(result) ? TakeActions() : result;
+}
+
+HRESULT CHTMLDataSource::TakeActions() {
+    if (!m_actions) {
+        m_actions = CComPtr<CDataAccessor::CActionEventHandler>(
+            new CDataAccessor::CActionEventHandler(std::make_shared<CActionEventInvoker>()));
+    }
+    const HRESULT result = m_actions->Advise(*m_command.Get());
+    const bool asksForNone = result == E_NOINTERFACE || result == CONNECT_E_NOCONNECTION;
+    return asksForNone ? S_OK : result;
 }
 
 HRESULT CHTMLDataSource::SetCommand(CComPtr<ICommand> command) {
@@ -103,6 +114,7 @@ HRESULT CHTMLDataSource::SetCommand(CComPtr<ICommand> command) {
 }
 
 void CHTMLDataSource::ReleaseCommand() noexcept {
+    if (m_actions) m_actions->Unadvise();
     CComPtr<ICommand> command;
     const std::lock_guard lock(m_commandLock);
     std::swap(command, m_command);

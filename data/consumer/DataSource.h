@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "data/consumer/RowAccessor.h"
+#include "data/scripting/DataAccessor.h"
 #include "platform/Lock.h"
 #include "platform/oledb/OleDb.h"
 
@@ -100,6 +101,7 @@ class CHTMLDataSource : public CAccessorBuffer {
     HRESULT Run(const GUID& interfaceId, IUnknown** result);
     HRESULT DeclareParameters(ICommandWithParameters& command) const;
     HRESULT SetCommand(CComPtr<ICommand> command);
+    HRESULT TakeActions();
     void ReleaseCommand() noexcept;
     HRESULT ReadColumns();
     HRESULT BindRow();
@@ -111,6 +113,7 @@ class CHTMLDataSource : public CAccessorBuffer {
     CRowAccessor::Form m_form = CRowAccessor::Form::Text;
     CComPtr<IDBInitialize> m_source;
     CComPtr<IOpenRowset> m_session;
+    CComPtr<CDataAccessor::CActionEventHandler> m_actions;  // the provider calls it while a command lives
     CComPtr<IRowset> m_rowset;
     std::vector<CParameter> m_parameters;
     std::vector<CColumn> m_columns;

@@ -1,3 +1,4 @@
+#include <fstream>
 #include <gmock/gmock.h>
 #include <sqlite3.h>
 
@@ -112,6 +113,45 @@ TEST_F(CSQLRequestTest, ThousandsOfParametersAndHostileValuesArriveAsTheyWereSen
     EXPECT_EQ(Post("/echo", fields + "v=x").body, R"([{"n":1}])");
 }
 
+TEST_F(CSQLRequestTest, ValuesOfEveryKindAreWhatStrictParsersAccept) {
+    Write("all.GET.sql",
+          "CREATE TEMP TABLE t(i2 SMALLINT, i4 INT, i8 INTEGER, r4 FLOAT4, r8 DOUBLE, n NUMERIC(20,4), b "
+          "BOOLEAN, s TEXT, d DATE, v, x BLOB);"
+          "INSERT INTO t VALUES (-32768, -2147483648, -9223372036854775807 - 1, 3.4028235e38, "
+          "-1.7976931348623157e308,"
+          " -9999999999999999.5, 1, char(34, 92, 47, 8, 9, 10, 12, 13, 127, 8232, 55357, 65533, 128512, "
+          "1114111), '2026-02-30', 'text', x'00FF'),"
+          "(32767, 2147483647, 9223372036854775807, 1e-45, 5e-324, 0.1, 0, '', '', 12.5, x''),"
+          "(NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL),"
+          "(40000, 3000000000, 1.5, 'x', 'x', 'x', 'x', 7, 7, -7, 'text'),"
+          "(1, 1, 1, 1, 1, 12345678901234567890123, 2, CAST(x'EDA080C3' AS TEXT), 'a' || char(9) || "
+          "'b', '<&>', x'0A');"
+          "SELECT * FROM t");
+    Write("infinite.GET.sql", "SELECT 9e999 AS a, -9e999 AS b");
+    Serve();
+    EXPECT_EQ(Json("/infinite").body, R"([{"a":1e999,"b":-1e999}])");
+    const json rows = Rows("/all");
+    ASSERT_EQ(rows.size(), 5U);
+    EXPECT_EQ(rows[0].at("i8"), INT64_MIN);
+    EXPECT_EQ(rows[0].at("r8"), -1.7976931348623157e308);
+    EXPECT_EQ(rows[0].at("v"), "text");
+    EXPECT_EQ(rows[0].at("x"), "00FF");
+    EXPECT_EQ(rows[1].at("v"), 12.5);
+    EXPECT_EQ(rows[2].size(), 11U);
+    EXPECT_FALSE(rows[3].contains("i2")) << "a value that its column cannot hold is left out";
+    EXPECT_EQ(rows[4].at("s"), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD")
+        << "what is no text becomes U+FFFD";
+
+    const CHttpReply xml = Get(m_port, "/all", "Accept: application/xml\r\n");
+    std::ofstream(Path("all.xml"), std::ios::binary) << xml.body;
+    const std::string check = "xmllint --noout '" + Path("all.xml").string() + "' 2>&1";
+    const std::unique_ptr<FILE, int (*)(FILE*)> output(::popen(check.c_str(), "r"), ::pclose);
+    char text[2000] = {};
+    EXPECT_THAT(std::string(text, ::fread(text, 1, sizeof text, output.get())),
+                HasSubstr("PCDATA invalid Char value 8"))
+        << "the backspace in a text, and nothing before it";
+}
+
 TEST_F(CSQLRequestTest, ACommandChoosesProvenanceAndHeaders) {
     Write("a.GET.sql",
           "SELECT http_provenance('manifest'), http_header('X-Test: a'), http_header('x-test:  b '); SELECT "
@@ -127,6 +167,22 @@ TEST_F(CSQLRequestTest, ACommandChoosesProvenanceAndHeaders) {
     ExpectBareStatus(Json("/c"), 500);
     ExpectBareStatus(Json("/d"), 500);
     EXPECT_NE(Json("/b").status, 200) << "a header without a name is an error of the file";
+}
+
+TEST_F(CSQLRequestTest, ACommandRunsScriptActions) {
+    const std::string engine =
+        "SELECT script_library('QbLua.so'), script_resource('function twice(x) return 2 * x end "
+        "function fail() error(\"no way\") end function spin() while true do end end'); ";
+    Write("twice.GET.sql", engine + "SELECT script_action('twice', @n + 0) AS n");
+    Write("fail.GET.sql", engine + "SELECT script_action('fail') AS n");
+    Write("spin.GET.sql", engine + "SELECT script_action('spin') AS n");
+    Write("missing.GET.sql", "SELECT script_library('NoSuch.so'), script_action('x')");
+    Serve();
+    EXPECT_EQ(Json("/twice?n=21").body, R"([{"n":42}])");
+    for (const char* target : {"/fail", "/spin", "/missing"}) ExpectBareStatus(Json(target), 500);
+    const auto events = WithId(m_events.Take(), message::kCommandFailed);
+    ASSERT_EQ(events.size(), 3U);
+    EXPECT_THAT(ToUtf8(events[0].strings.at(1)), HasSubstr("no way"));
 }
 
 TEST_F(CSQLRequestTest, WhatAQueryFileGetsWrongIsToldToTheOperatorAlone) {

@@ -35,17 +35,19 @@ class ArchiveProviderTest : public testing::Test {
                      L"INSERT INTO t VALUES(1,'one',1,10,x'00FF'),(2,NULL,0,'big',NULL)");
     }
 
-    void SetDatabase(const std::filesystem::path& file) {
+    void Set(std::wstring_view name, const CValue& value) {
         auto key = localMachine->Create(kSettings);
         ASSERT_TRUE(key.IsOk());
-        EXPECT_EQ(key.Value()->Set(L"Database", CValue::FromText(FromUtf8(file.native()))),
-                  ErrorCode::Success);
+        EXPECT_EQ(key.Value()->Set(name, value), ErrorCode::Success);
+    }
+    void SetDatabase(const std::filesystem::path& file) {
+        Set(L"Database", CValue::FromText(FromUtf8(file.native())));
     }
     static void MakeDatabase(const std::filesystem::path& file, std::wstring_view text) {
         WriteFile(file, "");
         std::unique_ptr<ISqlConnection> connection;
         ASSERT_EQ(OpenSqliteDatabase(FromUtf8(file.native()))->Connect(connection), S_OK);
-        const COutcome outcome = RunSql(*connection, text);
+        const CSqlOutcome outcome = RunSql(*connection, text);
         ASSERT_EQ(outcome.result, S_OK) << ToUtf8(outcome.description);
     }
 
@@ -409,8 +411,12 @@ TEST_F(ArchiveProviderTest, FollowsItsSettings) {
     MakeDatabase(folder / "third.db", L"CREATE TABLE t(a); INSERT INTO t VALUES(1)");
     std::filesystem::rename(folder / "third.db", folder / "other.db");
     EXPECT_EQ(Query(L"SELECT count(*) FROM t"), Lines{L"1"}) << "the file was replaced";
-    SetDatabase(folder / "missing.db");
     CComPtr<IOpenRowset> session;
+    Set(L"Connection", CValue::FromText(L"Driver=/missing/driver.so"));
+    EXPECT_FALSE(Succeeded(OpenSession(session))) << "a server goes before the file";
+    EXPECT_FALSE(TakeErrorInfo().empty());
+    Set(L"Connection", CValue::FromText(L""));
+    SetDatabase(folder / "missing.db");
     EXPECT_EQ(OpenSession(session), E_FAIL);
     EXPECT_FALSE(TakeErrorInfo().empty());
     EXPECT_EQ(localMachine->Open(kSettings, KeyAccess::ReadWrite).Value()->DeleteValue(L"Database"),
@@ -420,10 +426,7 @@ TEST_F(ArchiveProviderTest, FollowsItsSettings) {
 }
 
 TEST_F(ArchiveProviderTest, AnswersManyThreadsThroughFewConnections) {
-    EXPECT_EQ(localMachine->Open(kSettings, KeyAccess::ReadWrite)
-                  .Value()
-                  ->Set(L"MaxConnections", CValue::FromNumber32(4)),
-              ErrorCode::Success);
+    Set(L"MaxConnections", CValue::FromNumber32(4));
     EXPECT_EQ(Query(L"PRAGMA journal_mode=WAL"), Lines{L"wal"});
     std::vector<std::thread> threads;
     for (int number = 0; number != 64; ++number) {

@@ -60,15 +60,15 @@ inline std::string Shown(ISqlRows& rows) {
     return line;
 }
 
-struct COutcome {
+struct CSqlOutcome {
     HRESULT result = S_OK;
     std::vector<std::string> rows;
     std::wstring description;  ///< of a failure
 };
 
 /// Fetches all rows.
-inline COutcome Fetched(ISqlRows& rows) {
-    COutcome outcome;
+inline CSqlOutcome Fetched(ISqlRows& rows) {
+    CSqlOutcome outcome;
     while ((outcome.result = rows.Next()) == S_OK) outcome.rows.push_back(Shown(rows));
     if (outcome.result == DB_E_CANCELED || !Succeeded(outcome.result)) outcome.description = TakeErrorInfo();
     if (outcome.result == DB_S_ENDOFROWSET) outcome.result = S_OK;
@@ -85,8 +85,9 @@ inline HRESULT Opened(ISqlConnection& connection, std::wstring_view text, ISqlFu
 }
 
 /// Executes and fetches everything.
-inline COutcome RunSql(ISqlConnection& connection, std::wstring_view text,
-                       const std::vector<CSqlArgument>& arguments = {}, ISqlFunctions* functions = nullptr) {
+inline CSqlOutcome RunSql(ISqlConnection& connection, std::wstring_view text,
+                          const std::vector<CSqlArgument>& arguments = {},
+                          ISqlFunctions* functions = nullptr) {
     CRecordingFunctions unused;
     std::unique_ptr<ISqlRows> rows;
     const HRESULT result = Opened(

@@ -96,7 +96,7 @@ TEST_F(SqliteConnectionTest, RunsAllStatementsOrNone) {
          kFull, "database or disk is full (line 1)"},
     };
     for (const auto& [text, result, description] : cases) {
-        const COutcome outcome = RunSql(*connection, text);
+        const CSqlOutcome outcome = RunSql(*connection, text);
         EXPECT_EQ(outcome.result, result) << ToUtf8(text);
         EXPECT_EQ(ToUtf8(outcome.description), description);
         if (!connection->Reset()) connection = Connect();
@@ -118,7 +118,7 @@ TEST_F(SqliteConnectionTest, LetsLaterStatementsUseWhatEarlierOnesMade) {
         {L"INSERT INTO t VALUES(3,'c')", {}},
     };
     for (const auto& [text, rows] : cases) {
-        const COutcome outcome = RunSql(*connection, text);
+        const CSqlOutcome outcome = RunSql(*connection, text);
         EXPECT_EQ(outcome.result, S_OK) << ToUtf8(text) << ToUtf8(outcome.description);
         EXPECT_EQ(outcome.rows, rows) << ToUtf8(text);
         if (!connection->Reset()) connection = Connect();
@@ -162,7 +162,7 @@ TEST_F(SqliteConnectionTest, FailsOnTheRowThatFails) {
                      L"SELECT i, CASE i WHEN 9 THEN json(i || 'x') END FROM n",
                      functions, rows),
               S_OK);
-    const COutcome outcome = Fetched(*rows);
+    const CSqlOutcome outcome = Fetched(*rows);
     EXPECT_EQ(outcome.result, DB_E_ERRORSINCOMMAND);
     EXPECT_EQ(outcome.rows.size(), 8U);
 }
@@ -211,7 +211,7 @@ TEST_F(SqliteConnectionTest, EndsWhatRunsWhenItIsCancelled) {
     // Cancelled at any time: before, while and after the command begins.
     for (int round = 0; round != 20; ++round) {
         std::thread canceller([&] { connection->Cancel(); });
-        const COutcome outcome = RunSql(*connection, round % 2 == 0 ? kEndless : kEndlessRows);
+        const CSqlOutcome outcome = RunSql(*connection, round % 2 == 0 ? kEndless : kEndlessRows);
         canceller.join();
         EXPECT_EQ(outcome.result, DB_E_CANCELED);
         EXPECT_EQ(RunSql(*connection, L"SELECT 1").result, DB_E_CANCELED) << "until it is reset";
@@ -246,7 +246,7 @@ class CLocker {
 TEST_F(SqliteConnectionTest, ReportsALockedDatabaseAndWorksOnceItIsFree) {
     {
         const CLocker locker(path);
-        const COutcome outcome = RunSql(*connection, L"INSERT INTO t(a) VALUES(1)");
+        const CSqlOutcome outcome = RunSql(*connection, L"INSERT INTO t(a) VALUES(1)");
         EXPECT_EQ(outcome.result, kLocked);
         EXPECT_EQ(outcome.description, L"database is locked");
         EXPECT_EQ(RunSql(*connection, L"SELECT count(*) FROM t").rows, Lines{"0"})
@@ -293,7 +293,7 @@ TEST_F(SqliteConnectionTest, ReportsADamagedDatabase) {
 
 TEST_F(SqliteConnectionTest, CallsTheFunctionsOfTheCommand) {
     CRecordingFunctions functions;
-    const COutcome outcome =
+    const CSqlOutcome outcome =
         RunSql(*connection,
                L"SELECT http_provenance('Manifest'); SELECT http_header('A: 1'), http_header(NULL);"
                L"SELECT script_library('x.so'); SELECT script_resource(5);"
@@ -314,7 +314,7 @@ TEST_F(SqliteConnectionTest, ReturnsTheFailureOfAFunction) {
     for (const std::wstring_view text :
          {L"SELECT script_action('f')", L"INSERT INTO t(b) SELECT script_action('f')",
           L"SELECT http_header('A: 1'); SELECT 1"}) {
-        const COutcome outcome = RunSql(*connection, text, {}, &functions);
+        const CSqlOutcome outcome = RunSql(*connection, text, {}, &functions);
         EXPECT_EQ(outcome.result, HResultFromWin32(5)) << ToUtf8(text);
         EXPECT_EQ(outcome.description, L"As the test wants. (line 1)");
     }
