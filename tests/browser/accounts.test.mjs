@@ -1,48 +1,18 @@
 // Accounts in a real browser: passwords, passkeys, areas by level, on the demo's pages.
 import assert from 'node:assert/strict';
-import { createRequire } from 'node:module';
 import { after, before, describe, it } from 'node:test';
 
 import { Site, until } from './site.mjs';
-
-const { chromium } = createRequire(`${process.env.QUORBEL_MODULES}/`)('playwright-core');
+import { Visitors, formWith, headingOf, pathOf, signIn, submit } from './visitors.mjs';
 
 const cookieName = 'MerrowArchive';
 const newPassword = 'a new one: 100 % "better" + ümlaut';
 const site = new Site();
-let browser;
+let visitors;
 let reader;
 let passkeyDevice;
 
-/// One person's browser: its page, and what went wrong in it.
-async function visit(options = {}) {
-    const context = await browser.newContext({ baseURL: site.url, ...options });
-    const page = await context.newPage();
-    const faults = [];
-    page.on('pageerror', error => faults.push(error));
-    return { context, page, faults };
-}
-
-const pathOf = page => new URL(page.url()).pathname;
-const headingOf = page => page.locator('h1').textContent();
-const formWith = (page, action) => page.locator(`form:has(input[name="action"][value="${action}"])`);
 const cookieOf = async context => (await context.cookies()).find(cookie => cookie.name === cookieName);
-
-/// Presses the form's button and waits for the page that answers.
-async function submit(page, form) {
-    const before = page.url();
-    await form.getByRole('button').click();
-    await page.waitForURL(url => url.href !== before);
-}
-
-async function signIn(page, user, password, remember = false) {
-    await page.goto('/account');
-    const form = formWith(page, 'sign-in');
-    await form.getByLabel('Name').fill(user);
-    await form.getByLabel('Password').fill(password);
-    if (remember) await form.getByLabel('Keep me signed in').check();
-    await submit(page, form);
-}
 
 async function changePassword(page, present, wanted) {
     await page.goto('/account');
@@ -82,7 +52,7 @@ async function signInWithPasskey(page) {
 
 /// Where a request for `path` ends that carries this cookie alone.
 async function endOf(path, cookie) {
-    const { context, page } = await visit();
+    const { context, page } = await visitors.enter();
     if (cookie) await context.addCookies([{ name: cookieName, value: cookie.value, url: site.url }]);
     await page.goto(path);
     const end = pathOf(page);
@@ -93,15 +63,8 @@ async function endOf(path, cookie) {
 describe('accounts', { timeout: 240_000 }, () => {
     before(async () => {
         await site.start();
-        const asRoot = process.getuid() === 0;
-        browser = await chromium.launch({
-            executablePath: '/usr/bin/chromium',
-            headless: true,
-            chromiumSandbox: !asRoot,
-            args: ['--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-                '--disable-component-update', '--disable-sync'],
-        });
-        reader = await visit();
+        visitors = await Visitors.launch(site.url);
+        reader = await visitors.enter();
         passkeyDevice = await reader.context.newCDPSession(reader.page);
         await passkeyDevice.send('WebAuthn.enable');
         ({ authenticatorId: passkeyDevice.id } = await passkeyDevice.send('WebAuthn.addVirtualAuthenticator', {
@@ -112,13 +75,13 @@ describe('accounts', { timeout: 240_000 }, () => {
         }));
     });
     after(async () => {
-        await browser?.close();
+        await visitors?.close();
         await site.stop();
         site.remove();
     });
 
     it('send strangers from everything but the hall back to it', async () => {
-        const { page, context, faults } = await visit();
+        const { page, context, faults } = await visitors.enter();
         for (const open of ['/about', '/guestbook', '/notice', '/account']) {
             await page.goto(open);
             assert.equal(pathOf(page), open);
@@ -188,7 +151,7 @@ describe('accounts', { timeout: 240_000 }, () => {
     });
 
     it('say so when the device gives no passkey', async () => {
-        const { page, context } = await visit();
+        const { page, context } = await visitors.enter();
         const device = await context.newCDPSession(page);
         await device.send('WebAuthn.enable');
         await device.send('WebAuthn.addVirtualAuthenticator',
@@ -214,7 +177,7 @@ describe('accounts', { timeout: 240_000 }, () => {
         assert.equal(await endOf('/readers', before), '/', 'the old cookie is dead');
         assert.equal(await endOf('/readers', now), '/readers');
 
-        const other = await visit();
+        const other = await visitors.enter();
         await signIn(other.page, 'reader', site.passwordOf('reader'));
         assert.equal(pathOf(other.page), '/sign-in-failed');
         await signIn(other.page, 'reader', newPassword);
@@ -223,7 +186,7 @@ describe('accounts', { timeout: 240_000 }, () => {
     });
 
     it('open the administrators’ area to an administrator, who sets a reader’s password', async () => {
-        const { page, context, faults } = await visit();
+        const { page, context, faults } = await visitors.enter();
         await signIn(page, 'keeper', site.passwordOf('keeper'));
         assert.equal(pathOf(page), '/readers');
         await page.goto('/console');
@@ -246,7 +209,7 @@ describe('accounts', { timeout: 240_000 }, () => {
     });
 
     it('work without scripts, but for passkeys, which the pages tell', async () => {
-        const { page, context } = await visit({ javaScriptEnabled: false });
+        const { page, context } = await visitors.enter({ javaScriptEnabled: false });
         await page.goto('/account');
         assert.equal(await page.locator('#passkey-sign-in').isVisible(), false);
         assert.equal(await page.locator('noscript .told').isVisible(), true);
@@ -258,7 +221,7 @@ describe('accounts', { timeout: 240_000 }, () => {
     });
 
     it('keep passwords, passkeys and who wants to stay signed in over a restart', async () => {
-        const { page, context } = await visit();
+        const { page, context } = await visitors.enter();
         await signIn(page, 'reader', 'for a reader who lost it');
         const session = await cookieOf(context);
         await context.clearCookies();
