@@ -18,8 +18,8 @@ namespace {
 using web::http::status_codes;
 
 constexpr const wchar_t* kInitialisation = L"Provider=Quorbel.OLEDBProvider";
-/// The event log gets so much of a command: as a rule, all of it.
-constexpr std::size_t kLongestCommand = 4096;
+/// The event log takes so many characters of a command.
+constexpr std::size_t kLongestCommand = 30'000;
 
 std::uint16_t StatusOf(ErrorCode code) {
     switch (code) {
@@ -104,9 +104,9 @@ void CSQLRequestInstance::Response::AddHeader(std::wstring_view field) {
     const std::size_t colon = field.find(L':');
     if (colon == field.npos) return;
     const std::wstring_view value = Trim(field.substr(colon + 1));
-    std::wstring& header = m_headers[std::wstring(Trim(field.substr(0, colon)))];
-    if (!header.empty()) header += L", ";
-    header += value;
+    const auto [header, isNew] = m_headers.try_emplace(std::wstring(Trim(field.substr(0, colon))));
+    if (!isNew) header->second += L", ";
+    header->second += value;
 }
 
 /// The state of one running query.
@@ -122,29 +122,47 @@ class CSQLRequestHandler::Response final : public CSQLRequestInstance::Response 
 
  private:
     void OpenQuery(Results::QueryInfo& query) override;
+    void OpenSource(Results::QueryInfo& query) const;
     void SetParameters(Results::QueryInfo& query) const;
     void Execute(Results::QueryInfo& query, const std::wstring& command);
     void TakeResultValues(IResultValues& values);
 
     const std::wstring m_queryFile;
-    const std::shared_ptr<CEventLimiter> m_events;
+    const std::shared_ptr<Events> m_events;
     const web::http::http_request m_request;
     const std::wstring m_user;
     const TextMap m_namedValues;
 };
 
 void CSQLRequestHandler::Response::OpenQuery(Results::QueryInfo& query) {
-    const auto command = ReadQueryFile(m_queryFile);
-    if (!command.IsOk()) throw ToSystemError(HResultFromWin32(ToNumber(command.Error())));
-    if (const HRESULT result = query.Open(kInitialisation); !Succeeded(result)) {
-        m_events->Write(ReasonFor(result), [](const std::wstring& reason) {
+    Ignore(TakeErrorInfo());  // of whoever had the thread before
+    const auto text = ReadQueryFile(m_queryFile);
+    if (!text.IsOk()) throw ToSystemError(HResultFromWin32(ToNumber(text.Error())));
+    OpenSource(query);
+    SetParameters(query);
+    // It may be needed after this response has gone.
+    query.ReportFailures([events = m_events, text = text.Value(), file = m_queryFile](HRESULT result) {
+        events->commands.Write(ReasonFor(result), [&](const std::wstring& reason) {
+            const bool isLong = text.size() > kLongestCommand;
+            const std::wstring command = isLong ? text.substr(0, kLongestCommand) + L"…" : text;
+            MessageError(message::kCommandFailed, {command, reason, file}).Report();
+        });
+    });
+    Execute(query, text.Value());
+    const HRESULT result = query.Prepare();
+    if (result == HResultFromWin32(ToNumber(ErrorCode::NotFound))) throw ToSystemError(result);
+    if (!Succeeded(result)) query.Fail(result);
+}
+
+void CSQLRequestHandler::Response::OpenSource(Results::QueryInfo& query) const {
+    const HRESULT result = query.Open(kInitialisation);
+    if (Succeeded(result)) return;
+    if (result != DB_E_CANCELED) {
+        m_events->sources.Write(ReasonFor(result), [](const std::wstring& reason) {
             MessageError(message::kDataSourceUnavailable, {kInitialisation, reason}).Report();
         });
-        throw ToSystemError(result);
     }
-    SetParameters(query);
-    Execute(query, command.Value());
-    if (const HRESULT result = query.Prepare(); !Succeeded(result)) throw ToSystemError(result);
+    throw ToSystemError(result);
 }
 
 void CSQLRequestHandler::Response::SetParameters(Results::QueryInfo& query) const {
@@ -161,15 +179,8 @@ void CSQLRequestHandler::Response::SetParameters(Results::QueryInfo& query) cons
 void CSQLRequestHandler::Response::Execute(Results::QueryInfo& query, const std::wstring& command) {
     CComPtr<IUnknown> values;
     const HRESULT result = query.Execute(command, IResultValues::kId, values.Receive());
-    if (Succeeded(result)) {
-        if (values) TakeResultValues(*reinterpret_cast<IResultValues*>(values.Get()));
-        return;
-    }
-    m_events->Write(ReasonFor(result), [&](const std::wstring& reason) {
-        MessageError(message::kCommandFailed, {command.substr(0, kLongestCommand), reason, m_queryFile})
-            .Report();
-    });
-    throw ToSystemError(result);
+    if (!Succeeded(result)) query.Fail(result);
+    if (values) TakeResultValues(*reinterpret_cast<IResultValues*>(values.Get()));
 }
 
 void CSQLRequestHandler::Response::TakeResultValues(IResultValues& values) {
@@ -185,7 +196,7 @@ void CSQLRequestHandler::Response::TakeResultValues(IResultValues& values) {
 }
 
 void CSQLRequestHandler::Register(IClock& clock) {
-    CRequestHandlerFactory::Register(L"SQL", [events = std::make_shared<CEventLimiter>(clock)](
+    CRequestHandlerFactory::Register(L"SQL", [events = std::make_shared<Events>(clock)](
                                                  const std::wstring& folder, const std::wstring& file) {
         return std::make_shared<CSQLRequestHandler>(folder, file, events);
     });

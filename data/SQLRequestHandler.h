@@ -15,14 +15,20 @@ class CSQLRequestInstance {
  public:
     class Response;
 
-    /// `events` keeps failing queries from filling the event log.
-    CSQLRequestInstance(std::wstring folder, std::wstring file, std::shared_ptr<CEventLimiter> events)
+    /// Keep failing queries from filling the event log.
+    struct Events {
+        explicit Events(IClock& clock) : sources(clock), commands(clock) {}
+        CEventLimiter sources;
+        CEventLimiter commands;
+    };
+
+    CSQLRequestInstance(std::wstring folder, std::wstring file, std::shared_ptr<Events> events)
         : root(std::move(folder)), queryFile(std::move(file)), m_events(std::move(events)) {}
 
  protected:
     const std::wstring root;
     const std::wstring queryFile;
-    const std::shared_ptr<CEventLimiter> m_events;
+    const std::shared_ptr<Events> m_events;
 };
 
 /// The answer of a query: 200 and its result once the query has been opened, else a failure without body.

@@ -47,6 +47,10 @@ std::shared_ptr<ISqlDatabase> CDatabaseSettings::Open(const CChoice& choice) {
 HRESULT CDatabaseSettings::Read(CChoice& choice) {
     const auto values = Values();
     std::optional<std::uint32_t> mostOpen;
+    if (!values.IsOk() && values.Error() != ErrorCode::FileNotFound) {
+        SetErrorInfo(std::wstring(kSettingsPath) + L" cannot be read.");
+        return E_FAIL;
+    }
     if (values.IsOk()) {
         for (const auto& [name, value] : values.Value()) {
             if (EqualNoCase(name, L"Database")) choice.database = TextOf(value);

@@ -54,7 +54,9 @@ void CSqliteFunctions::Call(sqlite3_context* context, int count, sqlite3_value**
 }
 
 void CSqliteFunctions::Fail(sqlite3_context* context, HRESULT result) {
-    if (Succeeded(m_failure)) m_failure = result;
+    // The numbers of calls by name mean something else to whoever looks for system errors.
+    const bool isOfCall = (static_cast<std::uint32_t>(result) & 0xFFFF0000) == 0x80020000;
+    if (Succeeded(m_failure)) m_failure = isOfCall ? DB_E_ERRORSINCOMMAND : result;
     std::wstring description = TakeErrorInfo();
     if (description.empty()) description = HResultMessage(result);
     const std::string text = ToUtf8(description);

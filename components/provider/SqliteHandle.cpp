@@ -15,6 +15,8 @@ namespace {
 /// Steps of the virtual machine between two looks at whether the command was cancelled: some 50 µs.
 constexpr int kStepsBetweenLooks = 4000;
 constexpr std::chrono::milliseconds kLongestPause{10};
+/// Bytes of a text or blob; a function that makes longer ones could not be cancelled for long.
+constexpr int kLongestValue = 128 << 20;
 
 HRESULT Translate(int code) noexcept {
     switch (code & 0xFF) {
@@ -34,6 +36,13 @@ HRESULT Translate(int code) noexcept {
         case SQLITE_NOTADB: return E_FAIL;
         default: return DB_E_ERRORSINCOMMAND;
     }
+}
+
+/// What a connection would set for the whole process, the registry included.
+bool IsOfProcess(const char* pragma) noexcept {
+    constexpr const char* kNames[] = {"hard_heap_limit", "soft_heap_limit", "temp_store_directory",
+                                      "data_store_directory"};
+    return std::ranges::any_of(kNames, [&](const char* name) { return ::strcasecmp(name, pragma) == 0; });
 }
 
 }  // namespace
@@ -73,10 +82,11 @@ HRESULT CSqliteHandle::Configure() {
         [](void* self) { return static_cast<CSqliteHandle*>(self)->m_isCanceled.load() ? 1 : 0; }, this);
     ::sqlite3_set_authorizer(
         m_database,
-        [](void* self, int action, const char*, const char*, const char* database, const char*) {
-            return static_cast<CSqliteHandle*>(self)->Authorize(action, database);
+        [](void* self, int action, const char* name, const char*, const char* database, const char*) {
+            return static_cast<CSqliteHandle*>(self)->Authorize(action, name, database);
         },
         this);
+    ::sqlite3_limit(m_database, SQLITE_LIMIT_LENGTH, kLongestValue);
     // The first look at the file: whether it is a database at all.
     const HRESULT result = RunOwn("SELECT 1 FROM sqlite_schema");
     return result == DB_E_ERRORSINCOMMAND ? E_FAIL : result;
@@ -154,7 +164,7 @@ void CSqliteHandle::Resume() noexcept {
     m_cancelEvent->Clear();
 }
 
-int CSqliteHandle::Authorize(int action, const char* database) {
+int CSqliteHandle::Authorize(int action, const char* name, const char* database) {
     if (m_isOwn) return SQLITE_OK;
     switch (action) {
         case SQLITE_TRANSACTION:
@@ -166,7 +176,13 @@ int CSqliteHandle::Authorize(int action, const char* database) {
         case SQLITE_CREATE_TEMP_TABLE:
         case SQLITE_CREATE_TEMP_TRIGGER:
         case SQLITE_CREATE_TEMP_VIEW: m_isSpoiled = true; break;
-        case SQLITE_PRAGMA: m_isSpoiled = m_sets = true; break;
+        case SQLITE_CREATE_VTABLE:
+            if (database && std::strcmp(database, "temp") == 0) m_isSpoiled = true;
+            break;
+        case SQLITE_PRAGMA:
+            if (IsOfProcess(name)) return Refuse(L"This PRAGMA is the service's to set");
+            m_isSpoiled = m_sets = true;
+            break;
         case SQLITE_INSERT:
         case SQLITE_UPDATE:
         case SQLITE_DELETE:

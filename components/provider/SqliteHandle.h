@@ -67,7 +67,7 @@ class CSqliteHandle {
         : m_busyTimeout(busyTimeout), m_cancelEvent(std::move(cancelEvent)) {}
     HRESULT Configure();
     SqliteEffect EffectOf(sqlite3_stmt* statement) const noexcept;
-    int Authorize(int action, const char* database);
+    int Authorize(int action, const char* name, const char* database);
     int Refuse(const wchar_t* what);
     bool WaitWhileBusy(int tries);
 

@@ -4,6 +4,7 @@
 
 #include "data/consumer/ParameterAccessor.h"
 #include "platform/com/ClassRegistry.h"
+#include "platform/com/ErrorInfo.h"
 
 namespace quorbel {
 
@@ -70,6 +71,11 @@ HRESULT CHTMLDataSource::Execute(const std::wstring& text, const GUID& interface
     const CRegistration registration(*this);
     if (!registration.IsFirst()) return DB_E_NOTREENTRANT;
     if (!m_session) return E_UNEXPECTED;
+    if (text.find(L'\0') != text.npos) {
+        SetErrorInfo(L"The command holds a zero character.");
+        return DB_E_ERRORSINCOMMAND;
+    }
+    CloseRowset();
     try {
         HRESULT code = Prepare(text);
         if (Succeeded(code)) code = Run(interfaceId, result);
@@ -174,9 +180,9 @@ HRESULT CHTMLDataSource::ReadColumns() {
 }
 
 HRESULT CHTMLDataSource::Fetch(const std::function<HRESULT()>& render) {
-    const std::lock_guard lock(m_fetching);
     const CRegistration registration(*this);
     if (!registration.IsFirst()) return DB_E_NOTREENTRANT;
+    const std::lock_guard lock(m_fetching);
     if (!m_rowset) return E_UNEXPECTED;
     try {
         HRESULT result = BindRow();
@@ -232,14 +238,17 @@ void CHTMLDataSource::ReleaseRow() noexcept {
     Ignore(m_rowset->ReleaseRows(1, &m_rowHandle, nullptr, nullptr, nullptr));
 }
 
+void CHTMLDataSource::CloseRowset() noexcept {
+    const std::lock_guard lock(m_fetching);
+    m_row.ReleaseValues();
+    ReleaseRow();
+    m_row.Release();
+    m_rowset = nullptr;
+    m_hasFetched = false;
+}
+
 HRESULT CHTMLDataSource::Close() {
-    {
-        const std::lock_guard lock(m_fetching);
-        m_row.ReleaseValues();
-        if (m_rowset) ReleaseRow();
-        m_row.Release();
-        m_rowset = nullptr;
-    }
+    CloseRowset();
     ReleaseCommand();
     m_session = nullptr;
     m_source = nullptr;

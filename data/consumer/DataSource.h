@@ -108,6 +108,7 @@ class CHTMLDataSource : public CAccessorBuffer {
     HRESULT NextRow();
     HRESULT ApplyFilter();
     void ReleaseRow() noexcept;
+    void CloseRowset() noexcept;
 
     const Rendering m_rendering;
     CRowAccessor::Form m_form = CRowAccessor::Form::Text;

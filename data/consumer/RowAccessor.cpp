@@ -151,9 +151,9 @@ HRESULT CRowAccessor::CreateAccessor() {
 HRESULT CRowAccessor::GetData(IRowset& rowset, HROW row) {
     ReleaseValues();
     std::memset(m_buffer.get(), 0, m_size);
-    const HRESULT result = rowset.GetData(row, m_handle, m_buffer.get());
-    m_hasValues = Succeeded(result);
-    return result;
+    // Whatever the result: some values may be there.
+    m_hasValues = true;
+    return rowset.GetData(row, m_handle, m_buffer.get());
 }
 
 void CRowAccessor::ReleaseValues() noexcept {

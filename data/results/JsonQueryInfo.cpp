@@ -37,29 +37,23 @@ void AppendValue(std::wstring& text, DBTYPE type, std::wstring_view value) {
 }  // namespace
 
 HRESULT ResultStream<std::uint8_t>::JsonQueryInfo::Row(std::wstring& text) {
-    return Fetch([&] {
-        AppendRow(text);
-        return S_OK;
-    });
-}
-
-void ResultStream<std::uint8_t>::JsonQueryInfo::AppendRow(std::wstring& text) {
-    text += std::exchange(m_isFirst, false) ? L"{" : L",{";
-    const wchar_t* separator = L"\"";
-    for (std::size_t column = 0; column != Columns().size(); ++column) {
-        if (Columns()[column].info.iOrdinal == 0) continue;
+    const wchar_t* before = m_isFirst ? L"{\"" : L",{\"";
+    const HRESULT result = FetchColumns([&](std::size_t column) {
         const DBSTATUS status = Values().Status(column);
         const bool isNull = status == DBSTATUS_S_ISNULL;
-        if (!isNull && !HasValue(status)) continue;
-        text.append(separator).append(Columns()[column].name).append(L"\":");
-        separator = L",\"";
+        if (!isNull && !HasValue(status)) return;
+        text.append(std::exchange(before, L",\"")).append(Columns()[column].name).append(L"\":");
         if (isNull) {
             text += L"null";
         } else {
             AppendValue(text, Values().OutputType(column), ShownText(column));
         }
-    }
+    });
+    if (result != S_OK) return result;
+    if (text.empty()) text = m_isFirst ? L"{" : L",{";
     text += L'}';
+    m_isFirst = false;
+    return S_OK;
 }
 
 }  // namespace quorbel

@@ -41,6 +41,11 @@ std::system_error ToSystemError(HRESULT result) {
     return {result & 0xFFFF, std::system_category()};
 }
 
+void ResultStream<std::uint8_t>::QueryInfo::Fail(HRESULT result) const {
+    if (m_report && result != DB_E_CANCELED) m_report(result);
+    throw ToSystemError(result);
+}
+
 std::shared_ptr<ResultStream<std::uint8_t>::QueryInfo> ResultStream<std::uint8_t>::Choose(
     const std::wstring& name, const web::http::http_request& request, CHTMLDataSource::Rendering rendering) {
     if (AsksForStylesheet(request)) return std::make_shared<XSLQueryInfo>(std::move(rendering));

@@ -60,7 +60,10 @@ class ResultStream<std::uint8_t> {
 class ResultStream<std::uint8_t>::QueryInfo : public CHTMLDataBuffer, public ICancellable {
  public:
     using CHTMLDataBuffer::CHTMLDataBuffer;
+    /// Told of what ends the body before its time, but for a query that was cancelled.
+    using FailureReport = std::function<void(HRESULT)>;
 
+    void ReportFailures(FailureReport report) { m_report = std::move(report); }
     /// Puts up to `count` body bytes (at least 1) into the buffer; 0 only at the body's end. Throws
     /// std::system_error with the failure's Win32 error number.
     virtual std::size_t Read(std::uint8_t* buffer, std::size_t count) = 0;
@@ -71,6 +74,11 @@ class ResultStream<std::uint8_t>::QueryInfo : public CHTMLDataBuffer, public ICa
     virtual std::wstring ContentType() const = 0;
 
     void Cancel() noexcept override { CHTMLDataSource::Cancel(); }
+    /// Reports the failure and throws what Read throws.
+    [[noreturn]] void Fail(HRESULT result) const;
+
+ private:
+    FailureReport m_report;
 };
 
 /// What a failure is to the HTTP library: its low 16 bits as a system error.

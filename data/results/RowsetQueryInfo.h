@@ -18,13 +18,21 @@ class ResultStream<std::uint8_t>::RowsetQueryInfo : public QueryInfo {
     /// Appends the next row's text; DB_S_ENDOFROWSET when there is none.
     virtual HRESULT Row(std::wstring& text) = 0;
 
+ protected:
+    /// Fetches the next row and calls `append` for each column but a bookmark, in the order of their
+    /// ordinals, with the column's place. E_FAIL when an ordinal from 1 to their number is missing.
+    HRESULT FetchColumns(const std::function<void(std::size_t column)>& append);
+
  private:
+    std::size_t CopyOut(std::uint8_t* buffer, std::size_t count);
     void Render();
-    void RenderRow();
+    HRESULT RenderRow();
+    HRESULT OrderColumns();
 
     std::wstring m_text;  // rendered last, reused for its memory
     std::string pending;  // UTF-8, from m_taken on not yet delivered
     std::size_t m_taken = 0;
+    std::vector<std::size_t> m_order;  // the columns' places by ordinal, from 1 on
     bool headerDone = false;
     bool ended = false;
 };
@@ -40,7 +48,6 @@ class ResultStream<std::uint8_t>::JsonQueryInfo final : public RowsetQueryInfo {
     HRESULT Row(std::wstring& text) override;
 
  private:
-    void AppendRow(std::wstring& text);
     bool m_isFirst = true;
 };
 
@@ -56,7 +63,6 @@ class ResultStream<std::uint8_t>::XMLQueryInfo final : public RowsetQueryInfo {
     HRESULT Row(std::wstring& text) override;
 
  private:
-    void AppendRow(std::wstring& text);
     const std::wstring m_name;
     const web::http::http_request m_request;
 };

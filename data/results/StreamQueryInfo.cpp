@@ -53,7 +53,7 @@ std::size_t ResultStream<std::uint8_t>::StreamQueryInfo::Read(std::uint8_t* buff
     std::uint32_t read = 0;
     const auto most = static_cast<std::uint32_t>(std::min<std::size_t>(count, UINT32_MAX));
     const HRESULT result = m_stream->Read(buffer, most, &read);
-    if (!Succeeded(result)) throw ToSystemError(result);
+    if (!Succeeded(result)) Fail(result);
     return read;
 }
 

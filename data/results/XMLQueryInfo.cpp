@@ -30,16 +30,8 @@ std::wstring ResultStream<std::uint8_t>::XMLQueryInfo::Header() {
 }
 
 HRESULT ResultStream<std::uint8_t>::XMLQueryInfo::Row(std::wstring& text) {
-    return Fetch([&] {
-        AppendRow(text);
-        return S_OK;
-    });
-}
-
-void ResultStream<std::uint8_t>::XMLQueryInfo::AppendRow(std::wstring& text) {
     text += L"<row>";
-    for (std::size_t column = 0; column != Columns().size(); ++column) {
-        if (Columns()[column].info.iOrdinal == 0) continue;
+    const HRESULT result = FetchColumns([&](std::size_t column) {
         const std::wstring& name = Columns()[column].name;
         const DBSTATUS status = Values().Status(column);
         if (status == DBSTATUS_S_ISNULL) {
@@ -49,8 +41,9 @@ void ResultStream<std::uint8_t>::XMLQueryInfo::AppendRow(std::wstring& text) {
             AppendEscaped(text, ShownText(column));
             text.append(L"</").append(name).append(L">");
         }
-    }
+    });
     text += L"</row>";
+    return result;
 }
 
 }  // namespace quorbel

@@ -171,7 +171,9 @@ TEST_F(SqliteConnectionTest, RefusesWhatIsNotACommandsToDo) {
     for (const std::wstring_view text :
          {L"BEGIN", L"COMMIT", L"SELECT 1; ROLLBACK", L"SAVEPOINT s; SELECT 1",
           L"INSERT INTO t(a) VALUES(1); COMMIT", L"ATTACH ':memory:' AS m", L"DETACH main", L"VACUUM",
-          L"SELECT load_extension('x')", L"PRAGMA writable_schema=1; DELETE FROM sqlite_schema"}) {
+          L"SELECT load_extension('x')", L"PRAGMA writable_schema=1; DELETE FROM sqlite_schema",
+          L"PRAGMA Hard_Heap_Limit=200000", L"PRAGMA soft_heap_limit=1",
+          L"PRAGMA temp_store_directory='/tmp'"}) {
         EXPECT_FALSE(Succeeded(RunSql(*connection, text).result)) << ToUtf8(text);
         if (!connection->Reset()) connection = Connect();
     }
@@ -185,7 +187,9 @@ TEST_F(SqliteConnectionTest, LeavesNothingOfACommandBehind) {
     EXPECT_TRUE(connection->Reset());
     for (const std::wstring_view text :
          {L"CREATE TEMP TABLE x(a)", L"CREATE TEMP VIEW x AS SELECT 1", L"PRAGMA case_sensitive_like=1",
-          L"CREATE TEMP TRIGGER x DELETE ON t BEGIN SELECT 1; END"}) {
+          L"CREATE TEMP TRIGGER x DELETE ON t BEGIN SELECT 1; END",
+          L"CREATE VIRTUAL TABLE main.f USING fts5(a); CREATE VIRTUAL TABLE temp.x USING fts5vocab(main, f, "
+          L"row)"}) {
         const auto other = Connect();
         ASSERT_EQ(RunSql(*other, text).result, S_OK) << ToUtf8(text);
         EXPECT_FALSE(other->Reset()) << ToUtf8(text);

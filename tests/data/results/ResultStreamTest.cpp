@@ -159,7 +159,7 @@ TEST_F(CResultStreamTest, NullsAreWrittenAndFailedValuesAreLeftOut) {
     m_fake->columns = {{L"Bookmark", DBTYPE_I4, 4, 0},
                        {L"A", DBTYPE_WSTR, 10, 1},
                        {L"B", DBTYPE_I4, 4, 2},
-                       {L"C", DBTYPE_VARIANT, 16, 5}};
+                       {L"C", DBTYPE_VARIANT, 16, 3}};
     const Value bookmark{L"7"};
     const Value null{L"", DBSTATUS_S_ISNULL};
     const Value failed{L"x", DBSTATUS_E_CANTCONVERTVALUE};
@@ -168,6 +168,14 @@ TEST_F(CResultStreamTest, NullsAreWrittenAndFailedValuesAreLeftOut) {
     EXPECT_EQ(Json(), R"([{"A":null,"C":null},{"B":null},{}])");
     EXPECT_THAT(Xml(), ::testing::EndsWith("\r\n<row><A xsi:nil=\"true\"/><C xsi:nil=\"true\"/></row><row><B "
                                            "xsi:nil=\"true\"/></row><row></row></data>\r\n"));
+}
+
+TEST_F(CResultStreamTest, ColumnsAreWrittenInTheOrderOfTheirOrdinals) {
+    m_fake->columns = {{L"B", DBTYPE_I4, 4, 2}, {L"A", DBTYPE_I4, 4, 1}};
+    m_fake->rows = {{{L"2"}, {L"1"}}};
+    EXPECT_EQ(Json(), R"([{"A":1,"B":2}])");
+    m_fake->columns[0].ordinal = 3;
+    EXPECT_THROW(Ignore(Json()), std::system_error) << "ordinal 2 is missing";
 }
 
 TEST_F(CResultStreamTest, AnEmptyRowsetIsAnEmptyDocument) {
