@@ -22,7 +22,10 @@ class COdbcHandle {
         return *this;
     }
     ~COdbcHandle() {
-        if (m_handle) SQLFreeHandle(m_type, m_handle);
+        if (!m_handle) return;
+        // psqlodbc forgets what it knows of a statement that was only prepared unless that is closed first.
+        if (m_type == SQL_HANDLE_STMT) SQLFreeStmt(m_handle, SQL_CLOSE);
+        SQLFreeHandle(m_type, m_handle);
     }
 
     bool IsOpen() const noexcept { return m_handle != nullptr; }

@@ -282,12 +282,16 @@ TEST(Odbc, ReportsAFailureAmongTheRowsAfterThoseBeforeIt) {
     EXPECT_EQ(Get(*connection, L"SELECT 1"), Rows{"I1"});
 }
 
-/// Bytes of memory that the process has needed at most.
+/// Bytes of memory that the process has needed at most; always 0 with a sanitizer, which keeps what was
+/// freed.
 std::size_t PeakMemory() {
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
         if (line.starts_with("VmHWM:")) return std::stoul(line.substr(6)) * 1024;
     }
+    ADD_FAILURE() << "the system does not say how much memory is in use";
+#endif
     return 0;
 }
 
