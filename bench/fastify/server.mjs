@@ -58,14 +58,14 @@ class StatementPool {
 
 const app = fastify();
 
-const byId = database.prepare(`${columns} item WHERE id = @id`);
+const byId = database.prepare(`${columns} item WHERE id = ?`);
 app.get("/row", { schema: { querystring: numberInQuery("id"), response } }, (request, reply) => {
-    reply.send(byId.all(request.query));
+    reply.send(byId.all(request.query.id));
 });
 
-const ofKind = database.prepare(`${columns} item WHERE kind = @kind ORDER BY created LIMIT 100`);
+const ofKind = database.prepare(`${columns} item WHERE kind = ? ORDER BY created LIMIT 100`);
 app.get("/page", { schema: { querystring: numberInQuery("kind"), response } }, (request, reply) => {
-    reply.send(ofKind.all(request.query));
+    reply.send(ofKind.all(request.query.kind));
 });
 
 for (const [path, sql] of [

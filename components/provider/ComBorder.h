@@ -6,10 +6,10 @@
 
 namespace quorbel {
 
-/// Runs the body of an interface's method, out of which no exception may come: want of memory is
+/// Runs the body of an interface's method: want of memory, the one exception that our code lets happen, is
 /// E_OUTOFMEMORY.
 template <class Body>
-HRESULT AtBorder(Body&& body) noexcept {
+HRESULT AtBorder(Body&& body) {
     try {
         return body();
     } catch (const std::bad_alloc&) {

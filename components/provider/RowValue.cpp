@@ -225,8 +225,7 @@ CWritten Judge(const CSqlColumn& column, const CSqlValue& value) noexcept {
     return fits ? CWritten{DBSTATUS_S_OK} : kCannotConvert;
 }
 
-CWritten Write(const CSqlColumn& column, const CSqlValue& value, const DBBINDING& binding,
-               std::byte* at) noexcept {
+CWritten Write(const CSqlColumn& column, const CSqlValue& value, const DBBINDING& binding, std::byte* at) {
     if (std::holds_alternative<std::monostate>(value)) return {DBSTATUS_S_ISNULL};
     const CSqlValue fitting = FitToColumn(column.type, value);
     if (std::holds_alternative<std::monostate>(fitting)) return kCannotConvert;
@@ -241,7 +240,7 @@ CWritten Write(const CSqlColumn& column, const CSqlValue& value, const DBBINDING
 }  // namespace
 
 DBSTATUS WriteRowValue(const CSqlColumn& column, const CSqlValue& value, const DBBINDING& binding,
-                       std::byte* row) noexcept {
+                       std::byte* row) {
     const bool isWanted = (binding.dwPart & DBPART_VALUE) != 0;
     std::byte* const at = row + binding.obValue;
     const CWritten written = isWanted ? Write(column, value, binding, at) : Judge(column, value);

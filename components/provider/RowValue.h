@@ -17,6 +17,6 @@ namespace quorbel {
 /// DBSTATUS_S_TRUNCATED and their whole length; numbers that do not fit are DBSTATUS_E_DATAOVERFLOW.
 /// E_OUTOFMEMORY is DBSTATUS_E_CANTCREATE.
 DBSTATUS WriteRowValue(const CSqlColumn& column, const CSqlValue& value, const DBBINDING& binding,
-                       std::byte* row) noexcept;
+                       std::byte* row);
 
 }  // namespace quorbel

@@ -53,11 +53,6 @@ HRESULT CSqliteConnection::Open(const std::string& path, const CSqliteOptions& o
     return S_OK;
 }
 
-CSqliteConnection::~CSqliteConnection() {
-    // Before the handle that they belong to.
-    m_statements.clear();
-}
-
 HRESULT CSqliteConnection::Execute(const CSqlCommand& command, std::span<const CSqlArgument> arguments,
                                    ISqlFunctions& functions, std::unique_ptr<ISqlRows>& rows) {
     if (command.statements.empty()) {

@@ -19,7 +19,6 @@ class CSqliteConnection final : public ISqlConnection {
     /// E_FAIL for a file that is missing or no database.
     static HRESULT Open(const std::string& path, const CSqliteOptions& options,
                         std::unique_ptr<ISqlConnection>& connection);
-    ~CSqliteConnection() override;
 
     HRESULT Execute(const CSqlCommand& command, std::span<const CSqlArgument> arguments,
                     ISqlFunctions& functions, std::unique_ptr<ISqlRows>& rows) override;
@@ -50,7 +49,7 @@ class CSqliteConnection final : public ISqlConnection {
     CSqliteFunctions m_functions;  // outlives the handle
     std::unique_ptr<CSqliteHandle> m_handle;
     std::size_t m_mostKeptBytes = 0;
-    std::unordered_map<std::string, CKept> m_statements;  // by text
+    std::unordered_map<std::string, CKept> m_statements;  // by text; gone before the handle
     std::uint64_t m_uses = 0;
 };
 

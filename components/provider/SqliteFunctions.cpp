@@ -53,7 +53,7 @@ void CSqliteFunctions::Call(sqlite3_context* context, int count, sqlite3_value**
     }
 }
 
-void CSqliteFunctions::Fail(sqlite3_context* context, HRESULT result) noexcept {
+void CSqliteFunctions::Fail(sqlite3_context* context, HRESULT result) {
     if (Succeeded(m_failure)) m_failure = result;
     std::wstring description = TakeErrorInfo();
     if (description.empty()) description = HResultMessage(result);

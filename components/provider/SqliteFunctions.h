@@ -28,7 +28,7 @@ class CSqliteFunctions {
     static void Call(sqlite3_context* context, int count, sqlite3_value** arguments) noexcept;
     template <Function kFunction>
     int Register(sqlite3* database, const char* name, int arguments, int flags);
-    void Fail(sqlite3_context* context, HRESULT result) noexcept;
+    void Fail(sqlite3_context* context, HRESULT result);
 
     HRESULT Provenance(sqlite3_context* context, std::span<sqlite3_value*> arguments);
     HRESULT Header(sqlite3_context* context, std::span<sqlite3_value*> arguments);

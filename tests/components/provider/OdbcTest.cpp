@@ -8,7 +8,7 @@
 #include "platform/Text.h"
 #include "platform/com/ErrorInfo.h"
 #include "platform/oledb/OleDb.h"
-#include "tests/components/provider/SqlCommands.h"
+#include "tests/components/provider/OdbcRun.h"
 #include "tests/support/PostgresServer.h"
 
 namespace quorbel {
@@ -32,7 +32,7 @@ CSqlArgument Text(std::wstring name, std::wstring_view text) {
 /// Runs a command that has to work.
 Rows Get(ISqlConnection& connection, std::wstring_view text,
          const std::vector<CSqlArgument>& arguments = {}) {
-    const COutcome outcome = RunCommand(connection, text, arguments);
+    const COdbcOutcome outcome = RunOdbc(connection, text, arguments);
     EXPECT_EQ(outcome.result, S_OK) << ToUtf8(text) << ": " << ToUtf8(outcome.description);
     return outcome.rows;
 }
@@ -93,8 +93,8 @@ TEST(Odbc, GivesEachTypeOfTheServerAsOneOfItsOwn) {
     };
     const auto connection = Connect();
     for (const CCase& one : cases) {
-        const COutcome outcome =
-            RunCommand(*connection, L"SELECT " + std::wstring(one.expression) + L" AS \"n\u00e4me\"");
+        const COdbcOutcome outcome =
+            RunOdbc(*connection, L"SELECT " + std::wstring(one.expression) + L" AS \"n\u00e4me\"");
         const std::string shown = ToUtf8(one.expression);
         ASSERT_EQ(outcome.result, S_OK) << shown << ToUtf8(outcome.description);
         ASSERT_EQ(outcome.columns.size(), 1u) << shown;
@@ -143,7 +143,7 @@ TEST(Odbc, ComparesParametersWithWhateverTypeTheColumnHas) {
         EXPECT_EQ(Get(*connection, one.text, one.arguments), one.rows) << ToUtf8(one.text);
         ASSERT_TRUE(connection->Reset());
     }
-    const COutcome refused = RunCommand(*connection, L"SELECT @a", {Text(L"a", L"x\0y"sv)});
+    const COdbcOutcome refused = RunOdbc(*connection, L"SELECT @a", {Text(L"a", L"x\0y"sv)});
     EXPECT_EQ(refused.result, DB_E_ERRORSINCOMMAND);
     EXPECT_NE(refused.description.find(L"zero character"), std::wstring::npos);
 }
@@ -163,13 +163,13 @@ TEST(Odbc, PassesLongTextsAndBytesBothWays) {
 TEST(Odbc, ReadsAndWritesTextsOfADatabaseWithAnotherEncodingInAnyLocale) {
     const auto connection = Connect();
     // No transaction can make a database, so a command cannot.
-    EXPECT_EQ(RunCommand(*connection, L"CREATE DATABASE x").result, DB_E_ERRORSINCOMMAND);
+    EXPECT_EQ(RunOdbc(*connection, L"CREATE DATABASE x").result, DB_E_ERRORSINCOMMAND);
     CPostgresServer::Shared().CreateDatabase("latin", "LATIN1");
     const auto latin = Connect(L"latin");
     for (int round = 0; round < 2; ++round) {
         EXPECT_EQ(Get(*latin, L"SELECT @a || '\u00fc', current_date > '2000-01-01'", {Text(L"a", L"\u00e9")}),
                   Rows{"T\xC3\xA9\xC3\xBC|B1"});
-        EXPECT_EQ(RunCommand(*latin, L"SELECT @a", {Text(L"a", L"\u20ac")}).result, DB_E_ERRORSINCOMMAND)
+        EXPECT_EQ(RunOdbc(*latin, L"SELECT @a", {Text(L"a", L"\u20ac")}).result, DB_E_ERRORSINCOMMAND)
             << "the database has no such character";
         ASSERT_TRUE(latin->Reset());
     }
@@ -230,7 +230,7 @@ TEST(Odbc, RunsAllStatementsOfACommandOrNone) {
         L"CREATE OR REPLACE FUNCTION add(x int) RETURNS int LANGUAGE sql AS 'INSERT INTO w VALUES (x) "
         L"RETURNING n'");
     for (const CCase& one : cases) {
-        const COutcome outcome = RunCommand(*connection, one.text);
+        const COdbcOutcome outcome = RunOdbc(*connection, one.text);
         EXPECT_EQ(outcome.result, one.result) << ToUtf8(one.text) << ": " << ToUtf8(outcome.description);
         EXPECT_EQ(outcome.description.empty(), Succeeded(one.result)) << ToUtf8(one.text);
         if (Succeeded(one.result)) {
@@ -256,11 +256,11 @@ TEST(Odbc, HoldsNoLocksWhileTheRowsOfACommandThatWritesAreRead) {
     Get(*connection,
         L"DROP TABLE IF EXISTS k; CREATE TABLE k AS SELECT g AS n FROM generate_series(1, 3000) g");
     for (const std::wstring_view text : cases) {
-        CRecordedFunctions functions;
+        CRecordingFunctions functions;
         std::unique_ptr<ISqlRows> rows;
-        ASSERT_EQ(OpenCommand(*connection, text, {}, functions, rows), S_OK) << ToUtf8(TakeErrorInfo());
+        ASSERT_EQ(OpenOdbc(*connection, text, functions, rows), S_OK) << ToUtf8(TakeErrorInfo());
         ASSERT_EQ(rows->Next(), S_OK);
-        const COutcome locked = RunCommand(*observer, L"LOCK TABLE k IN ACCESS EXCLUSIVE MODE NOWAIT");
+        const COdbcOutcome locked = RunOdbc(*observer, L"LOCK TABLE k IN ACCESS EXCLUSIVE MODE NOWAIT");
         EXPECT_EQ(locked.result, S_OK) << ToUtf8(text) << ToUtf8(locked.description);
         int count = 1;
         while (rows->Next() == S_OK) ++count;
@@ -272,8 +272,8 @@ TEST(Odbc, HoldsNoLocksWhileTheRowsOfACommandThatWritesAreRead) {
 
 TEST(Odbc, ReportsAFailureAmongTheRowsAfterThoseBeforeIt) {
     const auto connection = Connect();
-    const COutcome outcome =
-        RunCommand(*connection, L"SELECT g, 1/(10000-g) FROM generate_series(1, 20000) g");
+    const COdbcOutcome outcome =
+        RunOdbc(*connection, L"SELECT g, 1/(10000-g) FROM generate_series(1, 20000) g");
     EXPECT_EQ(outcome.result, DB_E_ERRORSINCOMMAND);
     EXPECT_NE(outcome.description.find(L"division by zero"), std::wstring::npos);
     EXPECT_GT(outcome.rows.size(), 9000u);
@@ -293,15 +293,15 @@ std::size_t PeakMemory() {
 
 TEST(Odbc, NeedsLittleMemoryForManyRows) {
     const auto connection = Connect();
-    CRecordedFunctions functions;
+    CRecordingFunctions functions;
     for (const std::wstring_view earlier : {L"", L"SELECT 1;"}) {
         std::unique_ptr<ISqlRows> rows;
         const std::size_t before = PeakMemory();
-        ASSERT_EQ(OpenCommand(*connection,
-                              std::wstring(earlier) +
-                                  L"SELECT g, repeat('x', 1000) FROM generate_series(1, 150000) g",
-                              {}, functions, rows),
-                  S_OK);
+        ASSERT_EQ(
+            OpenOdbc(*connection,
+                     std::wstring(earlier) + L"SELECT g, repeat('x', 1000) FROM generate_series(1, 150000) g",
+                     functions, rows),
+            S_OK);
         std::size_t count = 0;
         while (rows->Next() == S_OK) ++count;
         EXPECT_EQ(count, 150000u);
@@ -314,7 +314,7 @@ TEST(Odbc, NeedsLittleMemoryForManyRows) {
 TEST(Odbc, RefusesAChangeThatReturnsMoreThanIsKept) {
     const auto connection = Connect();
     Get(*connection, L"DROP TABLE IF EXISTS big; CREATE TABLE big (t text)");
-    const COutcome outcome = RunCommand(
+    const COdbcOutcome outcome = RunOdbc(
         *connection, L"INSERT INTO big SELECT repeat('x', 1000000) FROM generate_series(1, 70) RETURNING t");
     EXPECT_EQ(outcome.result, DB_E_ERRORSINCOMMAND);
     EXPECT_NE(outcome.description.find(L"more memory"), std::wstring::npos);
@@ -343,9 +343,9 @@ TEST(Odbc, EndsWhatRunsWhenItIsCancelledAndWorksAgainAfterReset) {
             connection->Cancel();
             connection->Cancel();
         });
-        EXPECT_EQ(RunCommand(*connection, text).result, DB_E_CANCELED) << ToUtf8(text);
+        EXPECT_EQ(RunOdbc(*connection, text).result, DB_E_CANCELED) << ToUtf8(text);
         canceller.join();
-        EXPECT_EQ(RunCommand(*connection, L"SELECT 1").result, DB_E_CANCELED) << "it counts until Reset";
+        EXPECT_EQ(RunOdbc(*connection, L"SELECT 1").result, DB_E_CANCELED) << "it counts until Reset";
         ASSERT_TRUE(connection->Reset());
         EXPECT_EQ(Get(*connection, L"SELECT 1"), Rows{"I1"});
     }
@@ -361,7 +361,7 @@ TEST(Odbc, IsCancelledWheneverCancelComes) {
             connection->Cancel();
         });
         start.arrive_and_wait();
-        const COutcome outcome = RunCommand(*connection, L"SELECT pg_sleep(60)");
+        const COdbcOutcome outcome = RunOdbc(*connection, L"SELECT pg_sleep(60)");
         EXPECT_EQ(outcome.result, DB_E_CANCELED) << ToUtf8(outcome.description);
         canceller.join();
         ASSERT_TRUE(connection->Reset());
@@ -373,10 +373,9 @@ TEST(Odbc, IsCancelledWheneverCancelComes) {
 
 TEST(Odbc, EndsReadingWhenItIsCancelledBetweenRows) {
     const auto connection = Connect();
-    CRecordedFunctions functions;
+    CRecordingFunctions functions;
     std::unique_ptr<ISqlRows> rows;
-    ASSERT_EQ(OpenCommand(*connection, L"SELECT g FROM generate_series(1, 100000) g", {}, functions, rows),
-              S_OK);
+    ASSERT_EQ(OpenOdbc(*connection, L"SELECT g FROM generate_series(1, 100000) g", functions, rows), S_OK);
     ASSERT_EQ(rows->Next(), S_OK);
     connection->Cancel();
     EXPECT_EQ(rows->Next(), DB_E_CANCELED);
@@ -407,10 +406,10 @@ TEST(Odbc, TakesBackWhatACommandLeftOnTheConnection) {
          L"SELECT count(*) WHERE current_setting('DateStyle') NOT LIKE 'ISO%'"},
     };
     const auto connection = Connect();
-    CRecordedFunctions functions;
+    CRecordingFunctions functions;
     for (const auto& [text, probe] : cases) {
         std::unique_ptr<ISqlRows> rows;
-        ASSERT_EQ(OpenCommand(*connection, text, {}, functions, rows), S_OK) << ToUtf8(TakeErrorInfo());
+        ASSERT_EQ(OpenOdbc(*connection, text, functions, rows), S_OK) << ToUtf8(TakeErrorInfo());
         Ignore(rows->Next());
         rows.reset();
         ASSERT_TRUE(connection->Reset()) << ToUtf8(text);
@@ -423,7 +422,7 @@ TEST(Odbc, SaysWhenAConnectionIsLostSoThatItIsReplaced) {
     const auto connection = Connect();
     EXPECT_EQ(Get(*connection, L"SELECT 1"), Rows{"I1"});
     CPostgresServer::Shared().Restart();
-    const COutcome outcome = RunCommand(*connection, L"SELECT 1");
+    const COdbcOutcome outcome = RunOdbc(*connection, L"SELECT 1");
     EXPECT_EQ(outcome.result, E_FAIL);
     EXPECT_NE(outcome.description, L"");
     EXPECT_FALSE(connection->Reset());
@@ -458,9 +457,9 @@ TEST(Odbc, TranslatesTheServersFailures) {
     };
     for (const auto& [state, result] : cases) {
         const auto connection = Connect();
-        const COutcome outcome =
-            RunCommand(*connection, L"DO $$ BEGIN RAISE EXCEPTION 'told so' USING ERRCODE = '" +
-                                        std::wstring(state) + L"'; END $$");
+        const COdbcOutcome outcome =
+            RunOdbc(*connection, L"DO $$ BEGIN RAISE EXCEPTION 'told so' USING ERRCODE = '" +
+                                     std::wstring(state) + L"'; END $$");
         EXPECT_EQ(outcome.result, result) << ToUtf8(state);
         EXPECT_NE(outcome.description.find(L"told so"), std::wstring::npos) << ToUtf8(outcome.description);
         EXPECT_NE(outcome.description.find(state), std::wstring::npos) << ToUtf8(outcome.description);
@@ -470,18 +469,18 @@ TEST(Odbc, TranslatesTheServersFailures) {
 TEST(Odbc, CarriesOutFunctionsThatTheServerDoesNotHave) {
     const auto connection = Connect();
     Get(*connection, L"DROP TABLE IF EXISTS f; CREATE TABLE f (n int)");
-    CRecordedFunctions functions;
-    const COutcome first =
-        RunCommand(*connection,
-                   L"SELECT http_header('X: ' || @x), http_provenance('Archive');"
-                   L"INSERT INTO f VALUES (1); SELECT http_header('Y: 1'); SELECT n FROM f",
-                   {Text(L"x", L"\u00e9")}, functions);
+    CRecordingFunctions functions;
+    const COdbcOutcome first =
+        RunOdbc(*connection,
+                L"SELECT http_header('X: ' || @x), http_provenance('Archive');"
+                L"INSERT INTO f VALUES (1); SELECT http_header('Y: 1'); SELECT n FROM f",
+                {Text(L"x", L"\u00e9")}, functions);
     EXPECT_EQ(first.rows, Rows{"I1"}) << ToUtf8(first.description);
     EXPECT_EQ(functions.calls,
               (std::vector<std::wstring>{L"header X: \u00e9", L"provenance Archive", L"header Y: 1"}));
-    const COutcome last = RunCommand(
-        *connection, L"INSERT INTO f VALUES (2); SELECT script_action('f', 1) AS a", {}, functions);
-    EXPECT_EQ(last.rows, Rows{"Tdone"}) << ToUtf8(last.description);
+    const COdbcOutcome last =
+        RunOdbc(*connection, L"INSERT INTO f VALUES (2); SELECT script_action('f', 7) AS a", {}, functions);
+    EXPECT_EQ(last.rows, Rows{"I7"}) << ToUtf8(last.description);
     ASSERT_TRUE(connection->Reset());
     EXPECT_EQ(Get(*connection, L"SELECT count(*) FROM f"), Rows{"I2"});
 }
@@ -497,9 +496,9 @@ TEST(Odbc, ServesManyConnectionsAtOnceAndLeavesNone) {
                 if (!Succeeded(database->Connect(connection))) return;
                 const std::wstring name = std::to_wstring(number);
                 for (int round = 0; round < 10; ++round) {
-                    const COutcome outcome =
-                        RunCommand(*connection, L"SELECT @a::int, count(*) FROM generate_series(1, 700)",
-                                   {Text(L"a", name)});
+                    const COdbcOutcome outcome =
+                        RunOdbc(*connection, L"SELECT @a::int, count(*) FROM generate_series(1, 700)",
+                                {Text(L"a", name)});
                     if (outcome.rows == Rows{"I" + ToUtf8(name) + "|I700"} && connection->Reset()) ++right;
                 }
             });

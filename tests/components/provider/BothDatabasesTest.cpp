@@ -1,0 +1,252 @@
+#include "components/provider/ArchiveProvider.h"
+#include "platform/Text.h"
+#include "platform/com/ErrorInfo.h"
+#include "platform/oledb/DataInitialize.h"
+#include "platform/oledb/OleDb.h"
+#include "platform/registry/SqliteRegistry.h"
+#include "tests/support/PostgresServer.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace quorbel {
+namespace {
+
+using Lines = std::vector<std::wstring>;
+using Arguments = std::vector<std::pair<std::wstring, std::wstring>>;
+
+enum class Engine { Sqlite, Postgres };
+
+/// What came of a query file's text.
+struct CAnswer {
+    HRESULT result = S_OK;
+    std::vector<DBTYPE> types;
+    Lines lines;  ///< values as text, joined by "|"; "#" and the status of those that have none
+};
+
+/// Runs texts from the provider's initialisation string to rows, over each of the databases.
+class BothDatabases : public testing::TestWithParam<Engine> {
+ protected:
+    BothDatabases() {
+        auto key = m_localMachine->Create(L"SOFTWARE\\Quorbel\\Archive");
+        if (!key.IsOk()) return;
+        WriteFile(m_folder / "archive.db", "");
+        const std::wstring value = GetParam() == Engine::Sqlite
+                                       ? FromUtf8((m_folder / "archive.db").native())
+                                       : CPostgresServer::Shared().ConnectionString();
+        const wchar_t* const name = GetParam() == Engine::Sqlite ? L"Database" : L"Connection";
+        EXPECT_EQ(key.Value()->Set(name, CValue::FromText(value)), ErrorCode::Success);
+    }
+
+    CAnswer Run(const std::wstring& text, const Arguments& arguments = {}) {
+        CAnswer answer;
+        CComPtr<ICommandText> command;
+        CComPtr<IRowset> rowset;
+        answer.result = MakeCommand(text, command);
+        if (Succeeded(answer.result)) answer.result = Execute(command, arguments, rowset);
+        if (Succeeded(answer.result)) Read(rowset, answer);
+        return answer;
+    }
+
+ private:
+    static HRESULT MakeCommand(const std::wstring& text, CComPtr<ICommandText>& command) {
+        CComPtr<IDataInitialize> initialize;
+        HRESULT result = CreateComInstance(kDataInitializeClass, initialize);
+        CComPtr<IUnknown> object;
+        if (Succeeded(result)) {
+            result = initialize->GetDataSource(nullptr, 0, L"Provider=Quorbel.OLEDBProvider",
+                                               IDBInitialize::kId, object.Receive());
+        }
+        CComPtr<IDBInitialize> source;
+        CComPtr<IDBCreateSession> sessions;
+        CComPtr<IUnknown> session;
+        CComPtr<IDBCreateCommand> commands;
+        if (Succeeded(result)) result = object.QueryInterface(source);
+        if (Succeeded(result)) result = source->Initialize();
+        if (Succeeded(result)) result = source.QueryInterface(sessions);
+        if (Succeeded(result)) result = sessions->CreateSession(nullptr, IOpenRowset::kId, session.Receive());
+        if (Succeeded(result)) result = session.QueryInterface(commands);
+        if (!Succeeded(result)) return result;
+        result = commands->CreateCommand(nullptr, ICommandText::kId,
+                                         reinterpret_cast<IUnknown**>(command.Receive()));
+        return Succeeded(result) ? command->SetCommandText(DBGUID_DEFAULT, text.c_str()) : result;
+    }
+
+    static HRESULT Execute(const CComPtr<ICommandText>& command, const Arguments& arguments,
+                           CComPtr<IRowset>& rowset) {
+        CComPtr<ICommandWithParameters> parameters;
+        CComPtr<IAccessor> accessors;
+        EXPECT_EQ(command.QueryInterface(parameters), S_OK);
+        EXPECT_EQ(command.QueryInterface(accessors), S_OK);
+        std::vector<std::size_t> ordinals;
+        std::vector<DBPARAMBINDINFO> infos;
+        std::vector<DBBINDING> bindings;
+        std::vector<CVariant> values;
+        std::vector<BSTR> buffer;
+        for (const auto& [name, text] : arguments) {
+            ordinals.push_back(ordinals.size() + 1);
+            infos.push_back({L"DBTYPE_WVARCHAR", name.c_str(), 8, 0, 255, 255});
+            bindings.push_back({ordinals.size(), buffer.size() * sizeof(BSTR), 0, 0, nullptr, nullptr,
+                                DBPART_VALUE, DBPARAMIO_INPUT, sizeof(BSTR), DBTYPE_BSTR});
+            values.emplace_back(std::wstring_view(text));
+            buffer.push_back(values.back().bstrVal);
+        }
+        DBPARAMS set{buffer.data(), 1, 0};
+        if (!arguments.empty()) {
+            EXPECT_EQ(parameters->SetParameterInfo(infos.size(), ordinals.data(), infos.data()), S_OK);
+            EXPECT_EQ(accessors->CreateAccessor(DBACCESSOR_PARAMETERDATA, bindings.size(), bindings.data(),
+                                                buffer.size() * sizeof(BSTR), &set.hAccessor, nullptr),
+                      S_OK);
+        }
+        std::int64_t affected = 0;
+        return command->Execute(nullptr, IRowset::kId, arguments.empty() ? nullptr : &set, &affected,
+                                reinterpret_cast<IUnknown**>(rowset.Receive()));
+    }
+
+    static void Read(const CComPtr<IRowset>& rowset, CAnswer& answer) {
+        struct CSlot {
+            DBSTATUS status;
+            wchar_t text[64];
+        };
+        CComPtr<IAccessor> accessors;
+        CComPtr<IColumnsInfo> columns;
+        EXPECT_EQ(rowset.QueryInterface(accessors), S_OK);
+        EXPECT_EQ(rowset.QueryInterface(columns), S_OK);
+        std::size_t count = 0;
+        DBCOLUMNINFO* info = nullptr;
+        wchar_t* names = nullptr;
+        EXPECT_EQ(columns->GetColumnInfo(&count, &info, &names), S_OK);
+        std::vector<DBBINDING> bindings;
+        for (std::size_t column = 0; column < count; ++column) {
+            answer.types.push_back(info[column].wType);
+            const std::size_t at = column * sizeof(CSlot);
+            bindings.push_back({column + 1, at + offsetof(CSlot, text), 0, at, nullptr, nullptr,
+                                DBPART_VALUE | DBPART_STATUS, DBPARAMIO_NOTPARAM, 64, DBTYPE_WSTR});
+        }
+        CoTaskMemFree(info);
+        CoTaskMemFree(names);
+        std::vector<CSlot> row(count);
+        HACCESSOR accessor = 0;
+        EXPECT_EQ(accessors->CreateAccessor(DBACCESSOR_ROWDATA, count, bindings.data(), count * sizeof(CSlot),
+                                            &accessor, nullptr),
+                  S_OK);
+        HROW handle = 0;
+        HROW* handles = &handle;
+        std::size_t obtained = 0;
+        while ((answer.result = rowset->GetNextRows(0, 0, 1, &obtained, &handles)) == S_OK) {
+            EXPECT_TRUE(Succeeded(rowset->GetData(handle, accessor, row.data())));
+            std::wstring& line = answer.lines.emplace_back();
+            for (const CSlot& slot : row) {
+                if (&slot != row.data()) line += L"|";
+                line += slot.status == DBSTATUS_S_OK       ? slot.text
+                        : slot.status == DBSTATUS_S_ISNULL ? L"NULL"
+                                                           : L"#" + std::to_wstring(slot.status);
+            }
+            EXPECT_EQ(rowset->ReleaseRows(1, &handle, nullptr, nullptr, nullptr), S_OK);
+        }
+        if (answer.result == DB_S_ENDOFROWSET) answer.result = S_OK;
+    }
+
+    CTemporaryFolder m_folder;
+    std::shared_ptr<IRegistry> m_registry = OpenSqliteRegistry(m_folder.Path()).Value();
+    std::shared_ptr<IKey> m_localMachine = m_registry->LocalMachine();
+    const CComRegistration m_initialize = RegisterDataInitialize();
+    const CComRegistration m_provider = RegisterArchiveProvider(m_localMachine);
+};
+
+TEST_P(BothDatabases, GiveTheSameTypesAndTheSameTextsOfValues) {
+    const struct {
+        std::wstring declaration;
+        std::wstring literal;
+        DBTYPE type;
+        std::wstring text;
+    } cases[] = {
+        {L"SMALLINT", L"-32768", DBTYPE_I2, L"-32768"},
+        {L"INT", L"-2147483648", DBTYPE_I4, L"-2147483648"},
+        {L"BIGINT", L"9223372036854775807", DBTYPE_I8, L"9223372036854775807"},
+        {L"FLOAT4", L"0.5", DBTYPE_R4, L"0.5"},
+        {L"DOUBLE PRECISION", L"0.1", DBTYPE_R8, L"0.1"},
+        {L"DOUBLE PRECISION", L"1e300", DBTYPE_R8, L"1e+300"},
+        {L"DOUBLE PRECISION", L"-1e-7", DBTYPE_R8, L"-1e-07"},
+        {L"NUMERIC(10,3)", L"1.5", DBTYPE_NUMERIC, GetParam() == Engine::Sqlite ? L"1.5" : L"1.500"},
+        {L"NUMERIC(21,0)", L"7", DBTYPE_VARIANT, L"7"},
+        {L"BOOLEAN", L"TRUE", DBTYPE_BOOL, L"True"},
+        {L"BOOLEAN", L"FALSE", DBTYPE_BOOL, L"False"},
+        {L"BOOLEAN", L"NULL", DBTYPE_BOOL, L"NULL"},
+        {L"TEXT", L"'h\u00e9\U0001F600 ''x'''", DBTYPE_WSTR, L"h\u00e9\U0001F600 'x'"},
+        {L"VARCHAR(5)", L"''", DBTYPE_WSTR, L""},
+        {L"TEXT", L"NULL", DBTYPE_WSTR, L"NULL"},
+        {L"DATE", L"'2024-02-29'", DBTYPE_WSTR, L"2024-02-29"},
+        {L"TIME", L"'12:13:14'", DBTYPE_WSTR, L"12:13:14"},
+        {L"TIMESTAMP", L"'2024-02-29 12:13:14'", DBTYPE_WSTR, L"2024-02-29 12:13:14"},
+        {L"UUID", L"'a0eebc99-9c0b-4ef8-bb6d-6bb9bd380a11'", DBTYPE_WSTR,
+         L"a0eebc99-9c0b-4ef8-bb6d-6bb9bd380a11"},
+        {L"JSON", L"'{\"a\": 1}'", DBTYPE_WSTR, L"{\"a\": 1}"},
+        {L"BYTEA", GetParam() == Engine::Sqlite ? L"x'00ff10'" : L"'\\x00ff10'", DBTYPE_VARIANT, L"00FF10"},
+    };
+    for (const auto& one : cases) {
+        const std::string shown = ToUtf8(one.declaration + L" " + one.literal);
+        ASSERT_EQ(Run(L"DROP TABLE IF EXISTS types; CREATE TABLE types (v " + one.declaration +
+                      L"); INSERT INTO types VALUES (" + one.literal + L")")
+                      .result,
+                  S_OK)
+            << shown << ToUtf8(TakeErrorInfo());
+        const CAnswer answer = Run(L"SELECT v FROM types");
+        EXPECT_EQ(answer.result, S_OK) << shown << ToUtf8(TakeErrorInfo());
+        EXPECT_EQ(answer.types, std::vector<DBTYPE>{one.type}) << shown;
+        EXPECT_EQ(answer.lines, Lines{one.text}) << shown;
+    }
+}
+
+TEST_P(BothDatabases, AnswerTheSameQueryFilesAlike) {
+    const struct {
+        std::wstring text;
+        Arguments arguments;
+        HRESULT result;
+        Lines lines;
+    } cases[] = {
+        {L"DROP TABLE IF EXISTS files; CREATE TABLE files (id INT, name TEXT);"
+         L"INSERT INTO files VALUES (1, 'one'), (2, NULL), (3, 'three')",
+         {},
+         S_OK,
+         {}},
+        {L"SELECT id, name FROM files ORDER BY id", {}, S_OK, {L"1|one", L"2|NULL", L"3|three"}},
+        {L"SELECT name FROM files WHERE id = @id", {{L"id", L"3"}}, S_OK, {L"three"}},
+        {L"SELECT name FROM files WHERE id = @[an id] -- @id", {{L"an id", L"1"}}, S_OK, {L"one"}},
+        {L"SELECT count(*) FROM files WHERE name = @nobody", {}, S_OK, {L"0"}},
+        {L"SELECT name FROM files WHERE name = http_decode(@n)", {{L"n", L"t%68ree"}}, S_OK, {L"three"}},
+        {L"SELECT '@a', '''@b' || @a", {{L"a", L"1"}, {L"a", L"2"}}, S_OK, {L"@a|'@b1"}},
+        {L"SELECT http_header('X-A: ' || @a), http_provenance('View'); SELECT id FROM files WHERE id = 1",
+         {{L"a", L"b"}},
+         S_OK,
+         {L"1"}},
+        {L"INSERT INTO files VALUES (@id, @n) RETURNING id, name",
+         {{L"id", L"4"}, {L"n", L"\U0001F600"}},
+         S_OK,
+         {L"4|\U0001F600"}},
+        {L"UPDATE files SET name = 'x' WHERE id = 4; SELECT name FROM files WHERE id = 4", {}, S_OK, {L"x"}},
+        {L"DELETE FROM files WHERE id = 4; SELECT nothere FROM files", {}, DB_E_ERRORSINCOMMAND, {}},
+        {L"DELETE FROM files WHERE id = 4; COMMIT", {}, DB_E_ERRORSINCOMMAND, {}},
+        {L"SELECT count(*) FROM files", {}, S_OK, {L"4"}},
+        {L"SELECT id FROM files WHERE id > 99", {}, S_OK, {}},
+        {L"SELECT id FROM", {}, DB_E_ERRORSINCOMMAND, {}},
+        {L"SELECT ?", {}, DB_E_ERRORSINCOMMAND, {}},
+        {L"-- nothing", {}, DB_E_ERRORSINCOMMAND, {}},
+        {L"CREATE TEMP TABLE mine (n INT); INSERT INTO mine VALUES (1); SELECT n FROM mine",
+         {},
+         S_OK,
+         {L"1"}},
+        {L"SELECT n FROM mine", {}, DB_E_ERRORSINCOMMAND, {}},
+    };
+    for (const auto& one : cases) {
+        const CAnswer answer = Run(one.text, one.arguments);
+        EXPECT_EQ(answer.result, one.result) << ToUtf8(one.text) << ToUtf8(TakeErrorInfo());
+        EXPECT_EQ(answer.lines, one.lines) << ToUtf8(one.text);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(, BothDatabases, testing::Values(Engine::Sqlite, Engine::Postgres),
+                         [](const auto& engine) {
+                             return engine.param == Engine::Sqlite ? "Sqlite" : "Postgres";
+                         });
+
+}  // namespace
+}  // namespace quorbel
