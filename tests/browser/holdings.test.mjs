@@ -56,7 +56,7 @@ describe('holdings', { timeout: 240_000 }, () => {
         await waitForTotal(page, '60');
         await page.getByLabel('From').fill('1900-01-01');
         await page.getByLabel('Until').fill('1910-12-31');
-        await until('the letters of ten years', async () => (await textsOf(page, 1)).length < 10);
+        await waitForTotal(page, '6');
         for (const date of await textsOf(page, 1)) assert.ok(date >= '1900-01-01' && date <= '1910-12-31', date);
         for (const title of await textsOf(page, 3)) assert.equal(title, 'On a debt of 5 < 6 shillings');
         for (const [found, total] of [['maps & charts', '60'], ['"Halcyon"', '60'], ["' OR 1=1 --", '0'], ['%', '0'], ['+', '0']]) {
