@@ -1,6 +1,5 @@
 #include "data/QueryFile.h"
 
-#include "platform/File.h"
 #include "platform/Text.h"
 
 namespace quorbel {
@@ -24,13 +23,14 @@ CResult<std::string> ReadBytes(const CFile& file) {
 }
 
 /// SharingViolation when the file was written meanwhile. (One that was replaced was read as it had been.)
-CResult<std::string> ReadOnce(const std::wstring& path) {
-    const auto file = CFile::Open(path);
+CResult<std::string> ReadOnce(CFileCache& files, const std::wstring& path) {
+    const auto file = files.Open(path);
     if (!file.IsOk()) return file.Error();
-    auto bytes = ReadBytes(file.Value());
-    if (!bytes.IsOk()) return bytes;
-    const auto now = file.Value().StampNow();
-    const CFileStamp& before = file.Value().Stamp();
+    auto bytes = ReadBytes(*file.Value());
+    const bool isLoaded = file.Value()->Descriptor() < 0;
+    if (!bytes.IsOk() || isLoaded) return bytes;
+    const auto now = file.Value()->StampNow();
+    const CFileStamp& before = file.Value()->Stamp();
     const bool isSameFile =
         now.IsOk() && now.Value().device == before.device && now.Value().inode == before.inode;
     if (isSameFile && now.Value() != before) return ErrorCode::SharingViolation;
@@ -39,9 +39,9 @@ CResult<std::string> ReadOnce(const std::wstring& path) {
 
 }  // namespace
 
-CResult<std::wstring> ReadQueryFile(const std::wstring& path) {
+CResult<std::wstring> ReadQueryFile(CFileCache& files, const std::wstring& path) {
     for (int tries = kTries;;) {
-        const auto bytes = ReadOnce(path);
+        const auto bytes = ReadOnce(files, path);
         if (bytes.IsOk()) return FromUtf8(bytes.Value());
         if (bytes.Error() != ErrorCode::SharingViolation || --tries == 0) return bytes.Error();
     }

@@ -20,6 +20,8 @@ using web::http::status_codes;
 constexpr const wchar_t* kInitialisation = L"Provider=Quorbel.OLEDBProvider";
 /// The event log takes so many characters of a command.
 constexpr std::size_t kLongestCommand = 30'000;
+/// And of a reason, which may repeat what a client has sent.
+constexpr std::size_t kLongestReason = 1000;
 
 std::uint16_t StatusOf(ErrorCode code) {
     switch (code) {
@@ -35,7 +37,7 @@ std::uint16_t StatusOf(ErrorCode code) {
 
 /// What a failure's description says, or else its number.
 std::wstring ReasonFor(HRESULT result) {
-    std::wstring reason = TakeErrorInfo();
+    std::wstring reason = TakeErrorInfo().substr(0, kLongestReason);
     if (reason.empty()) reason = HResultMessage(result);
     reason += reason.empty() ? L"0x" : L" (0x";
     reason += ToHex(static_cast<std::uint32_t>(result), 8);
@@ -115,7 +117,7 @@ class CSQLRequestHandler::Response final : public CSQLRequestInstance::Response 
     Response(const CSQLRequestHandler& handler, web::http::http_request request, const UserIdentity& user,
              const TextMap& namedValues)
         : m_queryFile(handler.queryFile),
-          m_events(handler.m_events),
+          m_shared(handler.m_shared),
           m_request(std::move(request)),
           m_user(user.Text()),
           m_namedValues(namedValues) {}
@@ -128,7 +130,7 @@ class CSQLRequestHandler::Response final : public CSQLRequestInstance::Response 
     void TakeResultValues(IResultValues& values);
 
     const std::wstring m_queryFile;
-    const std::shared_ptr<Events> m_events;
+    const std::shared_ptr<Shared> m_shared;
     const web::http::http_request m_request;
     const std::wstring m_user;
     const TextMap m_namedValues;
@@ -136,13 +138,13 @@ class CSQLRequestHandler::Response final : public CSQLRequestInstance::Response 
 
 void CSQLRequestHandler::Response::OpenQuery(Results::QueryInfo& query) {
     Ignore(TakeErrorInfo());  // of whoever had the thread before
-    const auto text = ReadQueryFile(m_queryFile);
+    const auto text = ReadQueryFile(m_shared->files, m_queryFile);
     if (!text.IsOk()) throw ToSystemError(HResultFromWin32(ToNumber(text.Error())));
     OpenSource(query);
     SetParameters(query);
     // It may be needed after this response has gone.
-    query.ReportFailures([events = m_events, text = text.Value(), file = m_queryFile](HRESULT result) {
-        events->commands.Write(ReasonFor(result), [&](const std::wstring& reason) {
+    query.ReportFailures([shared = m_shared, text = text.Value(), file = m_queryFile](HRESULT result) {
+        shared->commands.Write(ReasonFor(result), [&](const std::wstring& reason) {
             const bool isLong = text.size() > kLongestCommand;
             const std::wstring command = isLong ? text.substr(0, kLongestCommand) + L"…" : text;
             MessageError(message::kCommandFailed, {command, reason, file}).Report();
@@ -158,7 +160,7 @@ void CSQLRequestHandler::Response::OpenSource(Results::QueryInfo& query) const {
     const HRESULT result = query.Open(kInitialisation);
     if (Succeeded(result)) return;
     if (result != DB_E_CANCELED) {
-        m_events->sources.Write(ReasonFor(result), [](const std::wstring& reason) {
+        m_shared->sources.Write(ReasonFor(result), [](const std::wstring& reason) {
             MessageError(message::kDataSourceUnavailable, {kInitialisation, reason}).Report();
         });
     }
@@ -196,9 +198,9 @@ void CSQLRequestHandler::Response::TakeResultValues(IResultValues& values) {
 }
 
 void CSQLRequestHandler::Register(IClock& clock) {
-    CRequestHandlerFactory::Register(L"SQL", [events = std::make_shared<Events>(clock)](
+    CRequestHandlerFactory::Register(L"SQL", [shared = std::make_shared<Shared>(clock)](
                                                  const std::wstring& folder, const std::wstring& file) {
-        return std::make_shared<CSQLRequestHandler>(folder, file, events);
+        return std::make_shared<CSQLRequestHandler>(folder, file, shared);
     });
 }
 

@@ -7,6 +7,7 @@
 #include "data/results/ResultStream.h"
 #include "http/EventLimiter.h"
 #include "http/RequestHandler.h"
+#include "platform/FileCache.h"
 
 namespace quorbel {
 
@@ -15,20 +16,24 @@ class CSQLRequestInstance {
  public:
     class Response;
 
-    /// Keep failing queries from filling the event log.
-    struct Events {
-        explicit Events(IClock& clock) : sources(clock), commands(clock) {}
+    /// What all handlers of a kind share.
+    struct Shared {
+        explicit Shared(IClock& clock) : files(clock), sources(clock), commands(clock) {}
+        CFileCache files;
+        /// Keep failing queries from filling the event log.
+        /// @{
         CEventLimiter sources;
         CEventLimiter commands;
+        /// @}
     };
 
-    CSQLRequestInstance(std::wstring folder, std::wstring file, std::shared_ptr<Events> events)
-        : root(std::move(folder)), queryFile(std::move(file)), m_events(std::move(events)) {}
+    CSQLRequestInstance(std::wstring folder, std::wstring file, std::shared_ptr<Shared> shared)
+        : root(std::move(folder)), queryFile(std::move(file)), m_shared(std::move(shared)) {}
 
  protected:
     const std::wstring root;
     const std::wstring queryFile;
-    const std::shared_ptr<Events> m_events;
+    const std::shared_ptr<Shared> m_shared;
 };
 
 /// The answer of a query: 200 and its result once the query has been opened, else a failure without body.

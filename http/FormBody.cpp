@@ -47,8 +47,9 @@ CFormFields::~CFormFields() {
     for (auto& [name, value] : values) Wipe(value);
 }
 
-CFormFields ParseForm(std::string_view body) {
+std::optional<CFormFields> ParseForm(std::string_view body) {
     CFormFields fields;
+    if (std::ranges::count(body, '&') >= static_cast<std::ptrdiff_t>(kMostFormFields)) return std::nullopt;
     for (std::size_t start = 0; start < body.size();) {
         const std::size_t end = std::min(body.find('&', start), body.size());
         const std::string_view field = body.substr(start, end - start);

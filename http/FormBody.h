@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string_view>
 
 #include "config/HostConfiguration.h"
@@ -24,7 +25,8 @@ struct CFormFields {
 
 /// The fields of a form body (URL Standard, section 5.1); names and values stay percent-encoded. A "+", by
 /// which browsers write a blank, becomes "%20" first. Of two fields with one name the last counts, one
-/// without "=" does not.
-CFormFields ParseForm(std::string_view body);
+/// without "=" does not. None for a form of more than kMostFormFields fields.
+std::optional<CFormFields> ParseForm(std::string_view body);
+inline constexpr std::size_t kMostFormFields = 10'000;
 
 }  // namespace quorbel

@@ -258,7 +258,9 @@ void CHTTPServer::CListener::OnPost(const Request& request, const CUrlPath& path
 void CHTTPServer::CListener::OnForm(const Request& request, const CUrlPath& path,
                                     const std::vector<unsigned char>& body) {
     try {
-        AnswerPost(request, path, ParseForm({reinterpret_cast<const char*>(body.data()), body.size()}));
+        auto fields = ParseForm({reinterpret_cast<const char*>(body.data()), body.size()});
+        if (!fields) return m_reply.SendWithoutBody(request, status_codes::RequestEntityTooLarge);
+        AnswerPost(request, path, *std::move(fields));
     } catch (const std::exception& exception) {
         ReplyFailure(request, exception.what());
     }

@@ -55,6 +55,45 @@ std::optional<wchar_t> TakeUtf8(std::string_view& bytes) noexcept {
     return static_cast<wchar_t>(point);
 }
 
+/// Writes one code point and says where the next one goes.
+char* PutUtf8(char* to, std::uint32_t point) noexcept {
+    const auto put = [&](std::uint32_t byte) { *to++ = static_cast<char>(byte); };
+    if (point < 0x80) {
+        put(point);
+        return to;
+    }
+    if (point < 0x800) {
+        put(0xC0 | point >> 6);
+    } else {
+        if (point < 0x10000) {
+            put(0xE0 | point >> 12);
+        } else {
+            put(0xF0 | point >> 18);
+            put(0x80 | (point >> 12 & 0x3F));
+        }
+        put(0x80 | (point >> 6 & 0x3F));
+    }
+    put(0x80 | (point & 0x3F));
+    return to;
+}
+
+/// Narrows the characters that `text` begins with as long as they are ASCII, a block at a time; how many.
+std::size_t CopyAscii(std::wstring_view text, char* to) noexcept {
+    constexpr std::size_t kBlock = 16;
+    std::size_t count = 0;
+    while (count + kBlock <= text.size()) {
+        std::uint32_t all = 0;
+        for (std::size_t i = 0; i != kBlock; ++i) all |= static_cast<std::uint32_t>(text[count + i]);
+        if (all >= 0x80) return count;
+        for (std::size_t i = 0; i != kBlock; ++i) to[count + i] = static_cast<char>(text[count + i]);
+        count += kBlock;
+    }
+    for (; count != text.size() && static_cast<std::uint32_t>(text[count]) < 0x80; ++count) {
+        to[count] = static_cast<char>(text[count]);
+    }
+    return count;
+}
+
 locale_t FoldingLocale() noexcept {
     static const locale_t locale = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
     return locale;
@@ -63,28 +102,17 @@ locale_t FoldingLocale() noexcept {
 }  // namespace
 
 std::string ToUtf8(std::wstring_view text) {
-    std::string bytes;
-    bytes.reserve(text.size());
-    for (wchar_t character : text) {
-        auto point = static_cast<std::uint32_t>(character);
-        if (!IsScalarValue(point)) point = kReplacement;
-        if (point < 0x80) {
-            bytes.push_back(static_cast<char>(point));
-            continue;
-        }
-        if (point < 0x800) {
-            bytes.push_back(static_cast<char>(0xC0 | point >> 6));
-        } else {
-            if (point < 0x10000) {
-                bytes.push_back(static_cast<char>(0xE0 | point >> 12));
-            } else {
-                bytes.push_back(static_cast<char>(0xF0 | point >> 18));
-                bytes.push_back(static_cast<char>(0x80 | (point >> 12 & 0x3F)));
-            }
-            bytes.push_back(static_cast<char>(0x80 | (point >> 6 & 0x3F)));
-        }
-        bytes.push_back(static_cast<char>(0x80 | (point & 0x3F)));
+    std::string bytes(text.size(), '\0');
+    const std::size_t ascii = CopyAscii(text, bytes.data());
+    if (ascii == text.size()) return bytes;
+    constexpr std::size_t kLongest = 4;
+    bytes.resize(ascii + kLongest * (text.size() - ascii));
+    char* end = bytes.data() + ascii;
+    for (const wchar_t character : text.substr(ascii)) {
+        const auto point = static_cast<std::uint32_t>(character);
+        end = PutUtf8(end, IsScalarValue(point) ? point : kReplacement);
     }
+    bytes.resize(static_cast<std::size_t>(end - bytes.data()));
     return bytes;
 }
 

@@ -29,7 +29,7 @@ struct CHttpLimits {
     std::uint32_t connectionsPerAddress =
         256;                                ///< from one IPv4 address or /64 of IPv6; loopback is not counted
     std::uint32_t sendBufferBytes = 65536;  ///< of a reply, held in memory for one connection
-    std::uint32_t waitingHandlers = 1024;   ///< that many requests may wait (for a disk, a query) at a time
+    std::uint32_t waitingHandlers = 2048;   ///< that many requests may wait (for a disk, a query) at a time
     std::uint32_t drainBytes = 65536;       ///< read and dropped of what a client sends after the last reply
     std::uint32_t drainSeconds = 1;         ///< for so long
     std::uint32_t stopSeconds = 10;         ///< running replies are cut off that long after a stop

@@ -65,6 +65,11 @@ bool CReplyBody::Append(std::size_t count, std::string& output) {
     std::array<char, 24> size{};
     std::snprintf(size.data(), size.size(), "%zx\r\n", count);
     output.append(size.data()).append(bytes, count).append("\r\n");
+    // A stream that knows its end need not be asked again: the last chunk leaves with what is there.
+    if (m_remaining != 0 && m_stream.is_eof()) {
+        m_remaining = 0;
+        output.append("0\r\n\r\n");
+    }
     return true;
 }
 

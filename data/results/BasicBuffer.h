@@ -17,6 +17,7 @@ class ResultStream<std::uint8_t>::BasicBuffer final
 
     bool can_seek() const override { return false; }
     bool has_size() const override { return false; }
+    bool is_eof() const override { return m_query->IsAtEnd() || streambuf_state_manager::is_eof(); }
     utility::size64_t size() const override { Unimplemented("size"); }
     size_t buffer_size(std::ios_base::openmode) const override { Unimplemented("buffer_size"); }
     void set_buffer_size(size_t, std::ios_base::openmode) override { Unimplemented("set_buffer_size"); }

@@ -1,23 +1,21 @@
+#include "data/results/Escapes.h"
 #include "data/results/RowsetQueryInfo.h"
 
 namespace quorbel {
 
 namespace {
 
-void AppendEscaped(std::wstring& text, std::wstring_view value) {
-    for (const wchar_t character : value) {
-        switch (character) {
-            case L'\b': text += L"\\b"; break;
-            case L'\t': text += L"\\t"; break;
-            case L'\n': text += L"\\n"; break;
-            case L'\f': text += L"\\f"; break;
-            case L'"': text += L"\\\""; break;
-            case L'\\': text += L"\\\\"; break;
-            case L'\r': break;
-            default: text += character; break;
-        }
-    }
-}
+constexpr Escapes kEscapes = [] {
+    Escapes escapes{};
+    escapes['\b'] = L"\\b";
+    escapes['\t'] = L"\\t";
+    escapes['\n'] = L"\\n";
+    escapes['\f'] = L"\\f";
+    escapes['\r'] = L"";
+    escapes['"'] = L"\\\"";
+    escapes['\\'] = L"\\\\";
+    return escapes;
+}();
 
 void AppendValue(std::wstring& text, DBTYPE type, std::wstring_view value) {
     switch (type) {
@@ -25,12 +23,12 @@ void AppendValue(std::wstring& text, DBTYPE type, std::wstring_view value) {
         case DBTYPE_STR:
         case DBTYPE_WSTR:
             text += L'"';
-            AppendEscaped(text, value);
+            AppendEscaped(text, value, kEscapes);
             text += L'"';
             break;
         // Truth comes as "True" or "False", cut to the two characters that are bound for it.
         case DBTYPE_BOOL: text += value == L"Tr" ? L"true" : L"false"; break;
-        default: AppendEscaped(text, value); break;
+        default: AppendEscaped(text, value, kEscapes); break;
     }
 }
 

@@ -72,6 +72,8 @@ class ResultStream<std::uint8_t>::QueryInfo : public CHTMLDataBuffer, public ICa
     /// Called once the command has run, before the first Read.
     virtual HRESULT Prepare() { return S_OK; }
     virtual std::wstring ContentType() const = 0;
+    /// The next Read is known to give nothing more.
+    virtual bool IsAtEnd() const { return false; }
 
     void Cancel() noexcept override { CHTMLDataSource::Cancel(); }
     /// Reports the failure and throws what Read throws.

@@ -12,6 +12,7 @@ class ResultStream<std::uint8_t>::RowsetQueryInfo : public QueryInfo {
     using QueryInfo::QueryInfo;
 
     std::size_t Read(std::uint8_t* buffer, std::size_t count) final;
+    bool IsAtEnd() const final { return ended && m_taken == pending.size(); }
 
     virtual std::wstring Header() = 0;
     virtual std::wstring Footer() = 0;

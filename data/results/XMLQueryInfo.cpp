@@ -1,3 +1,4 @@
+#include "data/results/Escapes.h"
 #include "data/results/RowsetQueryInfo.h"
 #include "platform/Text.h"
 
@@ -5,18 +6,15 @@ namespace quorbel {
 
 namespace {
 
-void AppendEscaped(std::wstring& text, std::wstring_view value) {
-    for (const wchar_t character : value) {
-        switch (character) {
-            case L'"': text += L"&quot;"; break;
-            case L'&': text += L"&amp;"; break;
-            case L'\'': text += L"&apos;"; break;
-            case L'<': text += L"&lt;"; break;
-            case L'>': text += L"&gt;"; break;
-            default: text += character; break;
-        }
-    }
-}
+constexpr Escapes kEscapes = [] {
+    Escapes escapes{};
+    escapes['"'] = L"&quot;";
+    escapes['&'] = L"&amp;";
+    escapes['\''] = L"&apos;";
+    escapes['<'] = L"&lt;";
+    escapes['>'] = L"&gt;";
+    return escapes;
+}();
 
 }  // namespace
 
@@ -38,7 +36,7 @@ HRESULT ResultStream<std::uint8_t>::XMLQueryInfo::Row(std::wstring& text) {
             text.append(L"<").append(name).append(L" xsi:nil=\"true\"/>");
         } else if (HasValue(status)) {
             text.append(L"<").append(name).append(L">");
-            AppendEscaped(text, ShownText(column));
+            AppendEscaped(text, ShownText(column), kEscapes);
             text.append(L"</").append(name).append(L">");
         }
     });

@@ -26,6 +26,14 @@ std::string Encode(std::string_view text) {
     return web::uri::encode_data_string(std::string(text));
 }
 
+/// What a command writes.
+std::string OutputOf(const std::string& command) {
+    const std::unique_ptr<FILE, int (*)(FILE*)> output(::popen((command + " 2>&1").c_str(), "r"), ::pclose);
+    std::string text(10'000, '\0');
+    text.resize(::fread(text.data(), 1, text.size(), output.get()));
+    return text;
+}
+
 class CSQLRequestTest : public CQueryFixture {
  protected:
     void SetMaxConnections(std::uint32_t count) {
@@ -111,6 +119,7 @@ TEST_F(CSQLRequestTest, ThousandsOfParametersAndHostileValuesArriveAsTheyWereSen
     std::string fields;
     for (int index = 0; index != 5000; ++index) fields += "p" + std::to_string(index) + "=1&";
     EXPECT_EQ(Post("/echo", fields + "v=x").body, R"([{"n":1}])");
+    ExpectBareStatus(Post("/echo", fields + fields + "v=x"), 413);
 }
 
 TEST_F(CSQLRequestTest, ValuesOfEveryKindAreWhatStrictParsersAccept) {
@@ -131,7 +140,7 @@ TEST_F(CSQLRequestTest, ValuesOfEveryKindAreWhatStrictParsersAccept) {
     Serve();
     EXPECT_EQ(Json("/infinite").body, R"([{"a":1e999,"b":-1e999}])");
     const json rows = Rows("/all");
-    ASSERT_EQ(rows.size(), 5U);
+    ASSERT_EQ(rows.size(), 5U) << Json("/all").body;
     EXPECT_EQ(rows[0].at("i8"), INT64_MIN);
     EXPECT_EQ(rows[0].at("r8"), -1.7976931348623157e308);
     EXPECT_EQ(rows[0].at("v"), "text");
@@ -142,20 +151,42 @@ TEST_F(CSQLRequestTest, ValuesOfEveryKindAreWhatStrictParsersAccept) {
     EXPECT_EQ(rows[4].at("s"), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD")
         << "what is no text becomes U+FFFD";
 
-    const CHttpReply xml = Get(m_port, "/all", "Accept: application/xml\r\n");
-    std::ofstream(Path("all.xml"), std::ios::binary) << xml.body;
-    const std::string check = "xmllint --noout '" + Path("all.xml").string() + "' 2>&1";
-    const std::unique_ptr<FILE, int (*)(FILE*)> output(::popen(check.c_str(), "r"), ::pclose);
-    char text[2000] = {};
-    EXPECT_THAT(std::string(text, ::fread(text, 1, sizeof text, output.get())),
+    std::ofstream(Path("all.xml"), std::ios::binary) << Get(m_port, "/all", "Accept: */*\r\n").body;
+    EXPECT_THAT(OutputOf("xmllint --noout '" + Path("all.xml").string() + "'"),
                 HasSubstr("PCDATA invalid Char value 8"))
         << "the backspace in a text, and nothing before it";
 }
 
+TEST_F(CSQLRequestTest, TheStylesheetShowsTheRowsAsATable) {
+    Write("list.GET.sql",
+          "CREATE TEMP TABLE t(id INT, title TEXT); INSERT INTO t VALUES (1, 'A <&> B'), (2, NULL); SELECT * "
+          "FROM t");
+    Serve();
+    std::ofstream(Path("list.xml"), std::ios::binary) << Get(m_port, "/list", "Accept: */*\r\n").body;
+    std::ofstream(Path("list.xslt"), std::ios::binary) << Get(m_port, "/list.xslt").body;
+    std::string page =
+        OutputOf("xsltproc '" + Path("list.xslt").string() + "' '" + Path("list.xml").string() + "'");
+    std::erase_if(page, [](char character) { return character == '\n' || character == ' '; });
+    EXPECT_EQ(page,
+              "<html><body><table><trstyle=\"background-color:#EEEEEE\"><thalign=\"right\">id</"
+              "th><thalign=\"left\">title</th></tr>"
+              "<tr><tdalign=\"right\">1</td><tdalign=\"left\">A&lt;&amp;&gt;B</td></tr>"
+              "<tr><tdalign=\"right\">2</td><tdalign=\"left\"></td></tr></table></body></html>");
+}
+
+TEST_F(CSQLRequestTest, TextsOfTenMegabytesPass) {
+    RunSql("CREATE TABLE t(s TEXT); INSERT INTO t VALUES (replace(hex(zeroblob(2500000)), '00', 'ä€'))");
+    Write("long.GET.sql", "SELECT s FROM t");
+    Serve();
+    const std::string text = Rows("/long").at(0).at("s");
+    EXPECT_EQ(text.size(), 12'500'000U);
+    EXPECT_EQ(text.substr(text.size() - 5), "ä€");
+}
+
 TEST_F(CSQLRequestTest, ACommandChoosesProvenanceAndHeaders) {
     Write("a.GET.sql",
-          "SELECT http_provenance('manifest'), http_header('X-Test: a'), http_header('x-test:  b '); SELECT "
-          "1 AS n");
+          "SELECT http_provenance('manifest'), http_header('X-Test: a'), http_header('x-test:  b '), "
+          "http_header('X-Empty:'), http_header('X-Empty: c'); SELECT 1 AS n");
     Write("b.GET.sql", "SELECT http_provenance('Unknown'), http_header('no colon')");
     Write("c.GET.sql", "SELECT http_header('Content-Length: 3')");
     Write("d.GET.sql", "SELECT http_header('X: a' || char(13, 10) || 'Y: b')");
@@ -164,6 +195,7 @@ TEST_F(CSQLRequestTest, ACommandChoosesProvenanceAndHeaders) {
     EXPECT_EQ(a.body, R"([{"n":1}])");
     EXPECT_EQ(a.Header(L"Cache-Control"), "max-age=3600");
     EXPECT_EQ(a.Header(L"X-Test"), "a, b");
+    EXPECT_EQ(a.Header(L"X-Empty"), ", c");
     ExpectBareStatus(Json("/c"), 500);
     ExpectBareStatus(Json("/d"), 500);
     EXPECT_NE(Json("/b").status, 200) << "a header without a name is an error of the file";
@@ -190,16 +222,21 @@ TEST_F(CSQLRequestTest, WhatAQueryFileGetsWrongIsToldToTheOperatorAlone) {
     Write("empty.GET.sql", "");
     Write("comment.GET.sql", "-- nothing\n;");
     Write("foreign.GET.sql", "SELECT ?1, :x");
+    Write("zero.GET.sql", std::string_view("SELECT 1 AS n\0; SELECT 2", 24));
+    Write("late.GET.sql", kFailsAtRow10000);
+    Write("two.GET.sql", "SELECT 1, 2");
     Write("first.GET.sql", "SELECT abs(-9223372036854775807 - 1)");
     Write("ok.GET.sql", "\xEF\xBB\xBFSELECT 1 AS n");
     Serve();
     EXPECT_EQ(Rows("/ok").dump(), R"([{"n":1}])");
-    for (const char* target : {"/broken", "/empty", "/comment", "/foreign", "/first"}) {
+    for (const char* target :
+         {"/broken", "/empty", "/comment", "/foreign", "/first", "/zero", "/two?Stream=a/b"}) {
         SCOPED_TRACE(target);
         ExpectBareStatus(Json(target), 500);
     }
+    EXPECT_EQ(Json("/late").status, 0) << "cut off";
     const auto events = WithId(m_events.Take(), message::kCommandFailed);
-    ASSERT_EQ(events.size(), 5U);
+    ASSERT_EQ(events.size(), 8U);
     EXPECT_EQ(events[0].strings.at(0), L"SELECT secret FROM nowhere");
     EXPECT_THAT(ToUtf8(events[0].strings.at(1)), HasSubstr("nowhere"));
     EXPECT_THAT(ToUtf8(events[0].strings.at(2)), HasSubstr("broken.GET.sql"));
@@ -294,16 +331,23 @@ TEST_F(CSQLRequestTest, AThousandRequestsAtOnceAreAllAnswered) {
     EXPECT_EQ(answered, kClients);
 }
 
-TEST_F(CSQLRequestTest, SlowQueriesDoNotStopQuickOnes) {
+TEST_F(CSQLRequestTest, SlowQueriesStopNeitherQuickOnesNorFiles) {
     Write("endless.GET.sql", kEndless);
     Write("ok.GET.sql", "SELECT 1 AS n");
+    Write("page.GET.txt", "page");
     Serve();
     std::vector<std::unique_ptr<CHttpConnection>> slow;
-    for (int index = 0; index != 64; ++index) {
-        slow.push_back(std::make_unique<CHttpConnection>(m_port));
-        ASSERT_TRUE(slow.back()->Send("GET /endless HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\n\r\n"));
-    }
+    const auto begin = [&](int count) {
+        for (int index = 0; index != count; ++index) {
+            slow.push_back(std::make_unique<CHttpConnection>(m_port));
+            ASSERT_TRUE(slow.back()->Send("GET /endless HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\n\r\n"));
+        }
+    };
+    begin(64);
     EXPECT_EQ(Json("/ok").body, R"([{"n":1}])");
+    SetMaxConnections(1);
+    begin(64);
+    EXPECT_EQ(Get(m_port, "/page").body, "page") << "queries that wait leave threads to others";
 }
 
 }  // namespace
