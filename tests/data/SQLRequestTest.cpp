@@ -142,7 +142,7 @@ TEST_F(CSQLRequestTest, ValuesOfEveryKindAreWhatStrictParsersAccept) {
     const json rows = Rows("/all");
     ASSERT_EQ(rows.size(), 5U) << Json("/all").body;
     EXPECT_EQ(rows[0].at("i8"), INT64_MIN);
-    EXPECT_EQ(rows[0].at("r8"), -1.7976931348623157e308);
+    EXPECT_EQ(rows[0].at("r8"), -1.797693134862314e308) << "rounded to 23 characters, and not up to infinity";
     EXPECT_EQ(rows[0].at("v"), "text");
     EXPECT_EQ(rows[0].at("x"), "00FF");
     EXPECT_EQ(rows[1].at("v"), 12.5);
@@ -223,7 +223,6 @@ TEST_F(CSQLRequestTest, WhatAQueryFileGetsWrongIsToldToTheOperatorAlone) {
     Write("comment.GET.sql", "-- nothing\n;");
     Write("foreign.GET.sql", "SELECT ?1, :x");
     Write("zero.GET.sql", std::string_view("SELECT 1 AS n\0; SELECT 2", 24));
-    Write("late.GET.sql", kFailsAtRow10000);
     Write("two.GET.sql", "SELECT 1, 2");
     Write("first.GET.sql", "SELECT abs(-9223372036854775807 - 1)");
     Write("ok.GET.sql", "\xEF\xBB\xBFSELECT 1 AS n");
@@ -234,9 +233,8 @@ TEST_F(CSQLRequestTest, WhatAQueryFileGetsWrongIsToldToTheOperatorAlone) {
         SCOPED_TRACE(target);
         ExpectBareStatus(Json(target), 500);
     }
-    EXPECT_EQ(Json("/late").status, 0) << "cut off";
     const auto events = WithId(m_events.Take(), message::kCommandFailed);
-    ASSERT_EQ(events.size(), 8U);
+    ASSERT_EQ(events.size(), 7U);
     EXPECT_EQ(events[0].strings.at(0), L"SELECT secret FROM nowhere");
     EXPECT_THAT(ToUtf8(events[0].strings.at(1)), HasSubstr("nowhere"));
     EXPECT_THAT(ToUtf8(events[0].strings.at(2)), HasSubstr("broken.GET.sql"));
@@ -263,6 +261,7 @@ TEST_F(CSQLRequestTest, ABodyThatFailsHalfwayIsCutOff) {
     EXPECT_EQ(connection.ReceiveAll(bytes), CHttpConnection::End::Aborted);
     EXPECT_THAT(bytes, HasSubstr("HTTP/1.1 200"));
     EXPECT_THAT(bytes, Not(HasSubstr("\r\n0\r\n\r\n")));
+    EXPECT_EQ(WithId(m_events.Take(), message::kCommandFailed).size(), 1U);
 }
 
 TEST_F(CSQLRequestTest, ADatabaseThatIsLockedMissingOrDamagedIsAFailureAndComesBack) {
