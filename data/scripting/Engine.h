@@ -8,8 +8,8 @@
 
 namespace quorbel::LibScripting {
 
-/// One loaded script engine library. Libraries call Execute as well, through the table of virtual functions alone.
-/// From any thread.
+/// One loaded script engine library. Libraries call Execute as well, through the table of virtual functions
+/// alone. From any thread.
 class Engine {
  public:
     explicit Engine(CLibrary library) noexcept : m_library(library) {}
