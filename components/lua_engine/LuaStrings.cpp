@@ -60,8 +60,8 @@ int PushCaptures(lua_State* state, const CLuaMatcher& matcher, const char* begin
 }
 
 int PushPlace(lua_State* state, std::size_t offset, std::size_t size) {
-    lua_pushinteger(state, static_cast<lua_Integer>(offset + 1));
-    lua_pushinteger(state, static_cast<lua_Integer>(offset + size));
+    lua_pushinteger(state, static_cast<lua_Integer>(offset) + 1);
+    lua_pushinteger(state, static_cast<lua_Integer>(offset) + static_cast<lua_Integer>(size));
     return 2;
 }
 
@@ -209,7 +209,7 @@ int Substitute(lua_State* state) {
     const bool isText = type == LUA_TNUMBER || type == LUA_TSTRING;
     luaL_argexpected(state, isText || type == LUA_TTABLE || type == LUA_TFUNCTION, 3,
                      "string/function/table");
-    const lua_Integer most = luaL_optinteger(state, 4, static_cast<lua_Integer>(subject.size() + 1));
+    const lua_Integer most = luaL_optinteger(state, 4, static_cast<lua_Integer>(subject.size()) + 1);
     const bool isAnchored = TakeAnchor(text);
     CLuaMatcher matcher(CheckPattern(state, text), subject, CLuaWatch::Of(state));
     luaL_Buffer buffer;
