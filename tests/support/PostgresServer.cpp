@@ -14,8 +14,7 @@
 #include "platform/FileDescriptor.h"
 #include "platform/Text.h"
 
-/// psqlodbc loses five bytes with each connection. Handles that we lose are still found, as the driver
-/// manager has memory of its own for each.
+/// psqlodbc loses five bytes with each connection, of its own doing.
 extern "C" const char* __lsan_default_suppressions() {
     return "leak:psqlodbcw.so\n";
 }
