@@ -137,8 +137,10 @@ void CConnectionPool::GiveBack(std::unique_ptr<ISqlConnection> connection, std::
 
 void CConnectionPool::DropStale(std::uint64_t version, Closing& closing) {
     const auto oldest = m_clock.Steady() - m_options.idleTime;
-    const auto stale = std::ranges::stable_partition(
-        m_idle, [&](const CIdle& idle) { return idle.version == version && idle.since >= oldest; });
+    const auto isFit = [&](const CIdle& idle) { return idle.version == version && idle.since >= oldest; };
+    // Sorting them needs memory.
+    if (std::ranges::all_of(m_idle, isFit)) return;
+    const auto stale = std::ranges::stable_partition(m_idle, isFit);
     std::ranges::move(stale, std::back_inserter(closing));
     m_idle.erase(stale.begin(), stale.end());
 }
