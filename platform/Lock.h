@@ -13,26 +13,28 @@ enum class LockRank : std::uint8_t {
     ListenerConfiguration = 10,  ///< lock A: a listener's pointer to its configuration
     RoutingCache = 20,           ///< lock B: a listener's routing cache
     NotFoundEvents = 30,
-    Users = 32,            ///< an authenticator's users
-    Cookies = 34,          ///< its long-lived tokens
-    Sessions = 36,         ///< its sessions
-    Challenges = 38,       ///< its users' pending challenges
-    FolderSearch = 40,     ///< the watched folders and the searched paths
-    FolderFollowers = 43,  ///< who follows one searched path
-    FolderFilling = 46,    ///< one thread at a time reads a folder into its listing
-    FolderListing = 50,    ///< the names in one folder
-    HttpServer = 55,       ///< the hosts of the HTTP engine, their ports and sockets
-    HttpLoops = 57,        ///< the loops that are watched for work that waits
-    Certificates = 60,     ///< the followed certificates and what is known of their files
-    Fetching = 61,         ///< a query's rows; held while one is fetched and rendered
-    ThreadSet = 65,        ///< which threads of a set are idle; held while one is chosen or started
+    Users = 32,             ///< an authenticator's users
+    Cookies = 34,           ///< its long-lived tokens
+    Sessions = 36,          ///< its sessions
+    Challenges = 38,        ///< its users' pending challenges
+    FolderSearch = 40,      ///< the watched folders and the searched paths
+    FolderFollowers = 43,   ///< who follows one searched path
+    FolderFilling = 46,     ///< one thread at a time reads a folder into its listing
+    FolderListing = 50,     ///< the names in one folder
+    HttpServer = 55,        ///< the hosts of the HTTP engine, their ports and sockets
+    HttpLoops = 57,         ///< the loops that are watched for work that waits
+    Certificates = 60,      ///< the followed certificates and what is known of their files
+    Fetching = 61,          ///< a query's rows; held while one is fetched and rendered
+    DatabaseSettings = 62,  ///< which database queries use; held while the settings are read
+    DatabaseSession = 63,   ///< which command a session runs; held while that is cancelled
+    ThreadSet = 65,         ///< which threads of a set are idle; held while one is chosen or started
     EventLog = 70,
     TraceLogger = 80,
     ConsoleEcho = 85,
     Registry = 90,
     RegistryWatches = 100,
     ScriptEngines = 110,  ///< the loaded script engine libraries; held while one is loaded
-    Innermost = 255,  ///< locks under which no other is taken
+    Innermost = 255,      ///< locks under which no other is taken
 };
 
 namespace detail {

@@ -8,6 +8,9 @@
 
 namespace quorbel {
 
+/// The most bytes that a value handed over to a database, or by an action, as a stream may have.
+inline constexpr std::size_t kMostStreamBytes = 64 * 1024 * 1024;
+
 /// A stream over a copy of these bytes, for one reader. Throws std::bad_alloc.
 CComPtr<ISequentialStream> MakeByteStream(std::string_view bytes);
 

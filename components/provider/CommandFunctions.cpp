@@ -11,7 +11,11 @@ namespace quorbel {
 namespace {
 
 constexpr DISPID kPropertyPut = -3;  ///< the name of a property's new value
-constexpr std::wstring_view kRefusedNames[] = {L"Content-Length", L"Transfer-Encoding", L"Connection"};
+/// What belongs to the connection, the length and the form of the answer.
+constexpr std::wstring_view kRefusedNames[] = {L"Content-Length", L"Content-Type", L"Transfer-Encoding",
+                                               L"Connection",     L"Keep-Alive",   L"Trailer",
+                                               L"Upgrade"};
+constexpr std::size_t kMostHeaderBytes = 64 * 1024;
 
 /// RFC 9110, section 5.6.2.
 bool IsToken(std::wstring_view text) noexcept {
@@ -91,7 +95,10 @@ HRESULT CCommandFunctions::AddHeader(std::wstring_view field) {
     const bool isRefused = std::ranges::any_of(
         kRefusedNames, [&](std::wstring_view refused) { return EqualNoCase(name, refused); });
     if (isRefused) return Refuse(L"The header " + std::wstring(name) + L" is not a command's to set.");
+    const std::size_t bytes = ToUtf8(field).size();
+    if (bytes > kMostHeaderBytes - m_headerBytes) return Refuse(L"The headers of a command are too long.");
     m_headers.emplace_back(field);
+    m_headerBytes += bytes;
     return S_OK;
 }
 

@@ -51,6 +51,7 @@ class CCommandFunctions final : public ISqlFunctions {
     const CComPtr<CSinkPoint> m_point;
     CVariant m_provenance;
     std::vector<std::wstring> m_headers;
+    std::size_t m_headerBytes = 0;  // of all, in UTF-8
 };
 
 }  // namespace quorbel

@@ -9,36 +9,60 @@
 
 namespace quorbel {
 
+namespace {
+
+HRESULT Refuse(ErrorCode error, std::wstring_view why) {
+    SetErrorInfo(std::wstring(why));
+    return HResultFromWin32(ToNumber(error));
+}
+
+}  // namespace
+
 CPooledConnection::~CPooledConnection() {
-    if (m_connection && !m_connection->Reset()) m_connection.reset();
-    m_pool->GiveBack(std::move(m_connection), m_version);
+    if (!Own().hasPlace) return;
+    if (m_reset && Own().connection) {
+        m_reset->Take(std::move(m_own));
+    } else {
+        Own().pool->GiveBack(std::move(Own().connection), Own().version);
+    }
 }
 
 HRESULT CPooledConnection::Renew() {
-    if (m_connection->Reset()) return S_OK;
-    m_connection.reset();
-    m_version = m_pool->Database().Version();
-    return m_pool->Database().Connect(m_connection);
+    if (Own().connection && Own().connection->Reset()) return S_OK;
+    Own().connection.reset();
+    Own().version = Own().pool->Database().Version();
+    return Own().pool->Database().Connect(Own().connection);
 }
 
 HRESULT CConnectionPool::Take(std::unique_ptr<CPooledConnection>& connection) {
     // Seen before opening: a file that is replaced meanwhile is noticed the next time.
     const std::uint64_t version = m_database->Version();
+    // Made first: it gives the place back whatever fails.
+    std::unique_ptr<CPooledConnection> taken(new CPooledConnection(shared_from_this(), Reset()));
     CIdle idle;
     Closing closing;
     const HRESULT placed = TakePlace(version, idle, closing);
     if (!Succeeded(placed)) return placed;
+    taken->Own().hasPlace = true;
+    taken->Own().version = version;
+    if (taken->m_reset) Close(std::move(closing), *taken->m_reset);
     closing.clear();
-    if (!idle.connection || idle.version != version) {
-        idle = {nullptr, version, {}};
-        const HRESULT connected = m_database->Connect(idle.connection);
-        if (!Succeeded(connected)) {
-            GivePlace({});
-            return connected;
-        }
+    if (idle.connection && idle.version == version) {
+        taken->Own().connection = std::move(idle.connection);
+    } else {
+        idle.connection.reset();
+        const HRESULT connected = m_database->Connect(taken->Own().connection);
+        if (!Succeeded(connected)) return connected;
     }
-    connection.reset(new CPooledConnection(shared_from_this(), std::move(idle.connection), idle.version));
+    connection = std::move(taken);
     return S_OK;
+}
+
+void CConnectionPool::Close(Closing closing, CConnectionReset& reset) {
+    if (closing.empty()) return;
+    CConnectionReset::Returned returned;
+    for (CIdle& idle : closing) returned.emplace_back().connection = std::move(idle.connection);
+    reset.Take(std::move(returned));
 }
 
 HRESULT CConnectionPool::TakePlace(std::uint64_t version, CIdle& idle, Closing& closing) {
@@ -52,6 +76,9 @@ HRESULT CConnectionPool::TakePlace(std::uint64_t version, CIdle& idle, Closing& 
             idle = std::move(m_idle.back());
             m_idle.pop_back();
             return S_OK;
+        }
+        if (m_waiting.size() >= m_options.mostWaiting) {
+            return Refuse(ErrorCode::NoSystemResources, L"Too many wait for a connection to the database.");
         }
         auto turn = CEvent::Create(EventReset::Manual);
         if (!turn.IsOk()) {
@@ -68,19 +95,23 @@ HRESULT CConnectionPool::TakePlace(std::uint64_t version, CIdle& idle, Closing& 
 
 HRESULT CConnectionPool::WaitForPlace(CWaiter& waiter) {
     const std::shared_ptr<CEvent> abandoned = WorkAbandoned();
-    const auto ended =
-        abandoned ? WaitForAny({waiter.turn.get(), abandoned.get()}) : WaitForAny({waiter.turn.get()});
+    const auto ended = abandoned ? WaitForAny({waiter.turn.get(), abandoned.get()}, m_options.longestWait)
+                                 : WaitForAny({waiter.turn.get()}, m_options.longestWait);
     {
         const std::lock_guard guard(m_lock);
-        if (ended.IsOk() && ended.Value() == 0) return S_OK;
         if (!waiter.isServed) std::erase(m_waiting, &waiter);
+    }
+    const bool isWanted = !ended.IsOk() || ended.Value() == 0;
+    if (isWanted && waiter.isServed) return S_OK;
+    if (isWanted) {
+        return Refuse(ErrorCode::Timeout, L"No connection to the database became free in time.");
     }
     if (waiter.isServed) GivePlace(std::move(waiter.idle));
     SetErrorInfo(L"Nobody waits for the result any more.");
     return DB_E_CANCELED;
 }
 
-void CConnectionPool::GivePlace(CIdle idle) {
+void CConnectionPool::GivePlace(CIdle idle) noexcept {
     CIdle surplus;  // closed without the lock
     const std::lock_guard guard(m_lock);
     if (!m_waiting.empty()) {
@@ -99,14 +130,17 @@ void CConnectionPool::GivePlace(CIdle idle) {
     m_idle.erase(m_idle.begin());
 }
 
-void CConnectionPool::GiveBack(std::unique_ptr<ISqlConnection> connection, std::uint64_t version) {
+void CConnectionPool::GiveBack(std::unique_ptr<ISqlConnection> connection, std::uint64_t version) noexcept {
+    if (connection && !connection->Reset()) connection.reset();
     GivePlace({std::move(connection), version, m_clock.Steady()});
 }
 
 void CConnectionPool::DropStale(std::uint64_t version, Closing& closing) {
     const auto oldest = m_clock.Steady() - m_options.idleTime;
-    const auto stale = std::ranges::stable_partition(
-        m_idle, [&](const CIdle& idle) { return idle.version == version && idle.since >= oldest; });
+    const auto isFit = [&](const CIdle& idle) { return idle.version == version && idle.since >= oldest; };
+    // Sorting them needs memory.
+    if (std::ranges::all_of(m_idle, isFit)) return;
+    const auto stale = std::ranges::stable_partition(m_idle, isFit);
     std::ranges::move(stale, std::back_inserter(closing));
     m_idle.erase(stale.begin(), stale.end());
 }

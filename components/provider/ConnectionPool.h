@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "components/provider/ConnectionReset.h"
 #include "components/provider/SqlConnection.h"
 #include "platform/Clock.h"
 #include "platform/Lock.h"
@@ -16,49 +17,58 @@ struct CPoolOptions {
     std::size_t mostOpen = 256;         ///< connections at a time; at least 1
     std::size_t mostIdle = 32;          ///< of them, kept for the next command
     std::chrono::seconds idleTime{60};  ///< after which an idle one is closed, when the pool is next used
+    std::size_t mostWaiting = 1024;     ///< for a connection at a time
+    std::chrono::milliseconds longestWait{30'000};  ///< for a connection
 };
 
 class CConnectionPool;
 
-/// A connection taken out of a pool, which gets it back at the end. All rows have been destroyed by then.
+/// A connection taken out of a pool, which gets it back at the end, without a wait. All rows have been
+/// destroyed by then.
 class CPooledConnection {
  public:
     ~CPooledConnection();
     CPooledConnection(const CPooledConnection&) = delete;
     CPooledConnection& operator=(const CPooledConnection&) = delete;
 
-    ISqlConnection& operator*() const noexcept { return *m_connection; }
-    ISqlConnection* operator->() const noexcept { return m_connection.get(); }
-    /// Makes it fit for the next command, by a new connection when need be. After a failure it is of no use.
+    ISqlConnection& operator*() const noexcept { return *Own().connection; }
+    ISqlConnection* operator->() const noexcept { return Own().connection.get(); }
+    /// Makes it fit for the next command, by a new connection when need be. After a failure it can only be
+    /// renewed again.
     HRESULT Renew();
 
  private:
     friend class CConnectionPool;
-    CPooledConnection(std::shared_ptr<CConnectionPool> pool, std::unique_ptr<ISqlConnection> connection,
-                      std::uint64_t version)
-        : m_pool(std::move(pool)), m_connection(std::move(connection)), m_version(version) {}
+    CPooledConnection(std::shared_ptr<CConnectionPool> pool, std::shared_ptr<CConnectionReset> reset)
+        : m_reset(std::move(reset)) {
+        m_own.emplace_back().pool = std::move(pool);
+    }
+    const CConnectionReset::CReturned& Own() const noexcept { return m_own.front(); }
+    CConnectionReset::CReturned& Own() noexcept { return m_own.front(); }
 
-    const std::shared_ptr<CConnectionPool> m_pool;
-    std::unique_ptr<ISqlConnection> m_connection;
-    std::uint64_t m_version;  // of the database when it was opened
+    const std::shared_ptr<CConnectionReset> m_reset;  // null: it is reset where it is
+    CConnectionReset::Returned m_own;                 // the one, so that returning it needs no memory
 };
 
 /// The open connections to one database, at most so many at a time; who comes when all are taken waits for
-/// his turn. Safe to use from any thread.
+/// his turn, unless too many do. Safe to use from any thread.
 class CConnectionPool : public std::enable_shared_from_this<CConnectionPool> {
  public:
+    /// `reset` resets and closes the connections of a database with which that may wait.
     CConnectionPool(std::shared_ptr<ISqlDatabase> database, const CPoolOptions& options,
-                    IClock& clock = SystemClock())
-        : m_database(std::move(database)), m_options(options), m_clock(clock) {
+                    std::weak_ptr<CConnectionReset> reset, IClock& clock = SystemClock())
+        : m_database(std::move(database)), m_options(options), m_reset(std::move(reset)), m_clock(clock) {
         m_idle.reserve(options.mostIdle + 1);  // so that giving back needs no memory
     }
 
     ISqlDatabase& Database() const noexcept { return *m_database; }
-    /// Waits without limit of time, but not for work that was abandoned: DB_E_CANCELED.
+    /// Waits for a connection when all are taken: HResultFromWin32(1450) when too many do already, (1460)
+    /// after the longest wait, DB_E_CANCELED for work that was abandoned.
     HRESULT Take(std::unique_ptr<CPooledConnection>& connection);
 
  private:
     friend class CPooledConnection;
+    friend class CConnectionReset;
     struct CIdle {
         std::unique_ptr<ISqlConnection> connection;
         std::uint64_t version;
@@ -72,14 +82,21 @@ class CConnectionPool : public std::enable_shared_from_this<CConnectionPool> {
     };
     using Closing = std::vector<CIdle>;
 
+    /// Null unless a reset may wait.
+    std::shared_ptr<CConnectionReset> Reset() const noexcept {
+        return m_database->ResetMayWait() ? m_reset.lock() : nullptr;
+    }
     HRESULT TakePlace(std::uint64_t version, CIdle& idle, Closing& closing);
     HRESULT WaitForPlace(CWaiter& waiter);
-    void GivePlace(CIdle idle);
-    void GiveBack(std::unique_ptr<ISqlConnection> connection, std::uint64_t version);
+    void GivePlace(CIdle idle) noexcept;
+    /// Resets it; a connection that is null gives back its place alone.
+    void GiveBack(std::unique_ptr<ISqlConnection> connection, std::uint64_t version) noexcept;
+    static void Close(Closing closing, CConnectionReset& reset);
     void DropStale(std::uint64_t version, Closing& closing);
 
     const std::shared_ptr<ISqlDatabase> m_database;
     const CPoolOptions m_options;
+    const std::weak_ptr<CConnectionReset> m_reset;  // whose thread may be the last to release the pool
     IClock& m_clock;
 
     CMutex m_lock{LockRank::Innermost};  // guards:

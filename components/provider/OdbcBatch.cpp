@@ -1,5 +1,6 @@
 #include "components/provider/OdbcBatch.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <span>
@@ -46,8 +47,10 @@ HRESULT COdbcBatch::Load(SQLHANDLE statement, const COdbcColumns& columns, std::
     m_columnCount = columns.shown.size();
     m_cells.clear();
     m_bytes.clear();
+    m_longestRow = 0;
     m_next = 0;
     while (true) {
+        const std::size_t before = ByteCount();
         const SQLRETURN fetched = SQLFetch(statement);
         if (fetched == SQL_NO_DATA) return S_OK;
         if (!SQL_SUCCEEDED(fetched)) return ReportOdbcError(TakeOdbcError(SQL_HANDLE_STMT, statement));
@@ -56,6 +59,7 @@ HRESULT COdbcBatch::Load(SQLHANDLE statement, const COdbcColumns& columns, std::
                 LoadValue(statement, static_cast<SQLUSMALLINT>(index + 1), columns.sources[index], limit);
             if (!Succeeded(loaded)) return loaded;
         }
+        m_longestRow = std::max(m_longestRow, ByteCount() - before);
     }
 }
 

@@ -22,6 +22,8 @@ class COdbcBatch {
     /// What the rows need, roughly.
     std::size_t ByteCount() const noexcept { return m_bytes.size() + m_cells.size() * sizeof(CCell); }
 
+    std::size_t LongestRow() const noexcept { return m_longestRow; }
+
     /// False at the end.
     bool Next() noexcept;
     /// The driver's text of a value of the current row; none for NULL. Valid until Load.
@@ -39,6 +41,7 @@ class COdbcBatch {
     std::size_t m_columnCount = 0;
     std::vector<CCell> m_cells;
     std::string m_bytes;
+    std::size_t m_longestRow = 0;
     std::size_t m_next = 0;
 };
 

@@ -33,7 +33,7 @@ HRESULT COdbcConnection::Open(std::shared_ptr<COdbcHandle> environment, const st
 HRESULT COdbcConnection::Execute(const CSqlCommand& command, std::span<const CSqlArgument> arguments,
                                  ISqlFunctions& functions, std::unique_ptr<ISqlRows>& rows) {
     std::vector<CStep> steps;
-    HRESULT result = Plan(command, arguments, steps);
+    HRESULT result = Plan(command, CSqlArguments(arguments), steps);
     if (Succeeded(result)) result = RunAll(steps, arguments, functions, rows);
     if (!Succeeded(result)) {
         rows.reset();
@@ -42,7 +42,7 @@ HRESULT COdbcConnection::Execute(const CSqlCommand& command, std::span<const CSq
     return result;
 }
 
-HRESULT COdbcConnection::Plan(const CSqlCommand& command, std::span<const CSqlArgument> arguments,
+HRESULT COdbcConnection::Plan(const CSqlCommand& command, const CSqlArguments& arguments,
                               std::vector<CStep>& steps) {
     if (command.statements.empty()) {
         SetErrorInfo(L"The command holds no statement.");

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "components/provider/OdbcCursor.h"
+#include "components/provider/SqlArguments.h"
 #include "components/provider/SqlConnection.h"
 
 namespace quorbel {
@@ -32,8 +33,7 @@ class COdbcConnection final : public ISqlConnection {
     explicit COdbcConnection(std::shared_ptr<COdbcHandle> environment)
         : m_environment(std::move(environment)) {}
 
-    HRESULT Plan(const CSqlCommand& command, std::span<const CSqlArgument> arguments,
-                 std::vector<CStep>& steps);
+    HRESULT Plan(const CSqlCommand& command, const CSqlArguments& arguments, std::vector<CStep>& steps);
     HRESULT RunAll(std::span<const CStep> steps, std::span<const CSqlArgument> arguments,
                    ISqlFunctions& functions, std::unique_ptr<ISqlRows>& rows);
     HRESULT RunEarlier(const CStep& step, std::span<const CSqlArgument> arguments, ISqlFunctions& functions);

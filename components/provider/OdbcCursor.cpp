@@ -7,8 +7,11 @@ namespace quorbel {
 namespace {
 
 constexpr std::size_t kBatchBytes = 1024 * 1024;
-/// Rows that follow may be longer than those before.
+/// Rows that follow may be longer than those before, so batches grow slowly.
+/// @{
 constexpr std::size_t kMostBatchRows = 512;
+constexpr std::size_t kFastestGrowth = 4;
+/// @}
 
 std::string ColumnName(std::size_t index) {
     return "c" + std::to_string(index + 1);
@@ -72,8 +75,9 @@ HRESULT COdbcCursor::Load(SQLHANDLE statement, COdbcResult& result) {
     if (!Succeeded(loaded)) return loaded;
     const std::size_t rows = result.batch.RowCount();
     if (rows < m_batchRows) return Finish();
-    const std::size_t rowBytes = std::max<std::size_t>(result.batch.ByteCount() / rows, 1);
-    m_batchRows = std::clamp<std::size_t>(kBatchBytes / rowBytes, 1, kMostBatchRows);
+    const std::size_t rowBytes = std::max<std::size_t>(result.batch.LongestRow(), 1);
+    const std::size_t most = std::min(m_batchRows * kFastestGrowth, kMostBatchRows);
+    m_batchRows = std::clamp<std::size_t>(kBatchBytes / rowBytes, 1, most);
     return S_OK;
 }
 

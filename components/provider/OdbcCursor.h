@@ -44,7 +44,7 @@ class COdbcCursor {
 
     COdbcSession& m_session;
     const Lifetime m_lifetime;
-    std::size_t m_batchRows = 32;
+    std::size_t m_batchRows = 2;  ///< so that one row needs no second batch to be known as the last
     bool m_isAtEnd = false;
 };
 

@@ -21,6 +21,8 @@ class COdbcDatabase final : public ISqlDatabase {
         return COdbcConnection::Open(m_environment, m_connectionString, connection);
     }
 
+    bool ResetMayWait() const noexcept override { return true; }
+
  private:
     const std::wstring m_connectionString;
     const std::shared_ptr<COdbcHandle> m_environment;  // the connections' as well

@@ -1,11 +1,9 @@
 #include "components/provider/OdbcParameters.h"
 
-#include <algorithm>
-
+#include "components/provider/ByteStream.h"
 #include "components/provider/SqliteFunctions.h"
 #include "platform/Text.h"
 #include "platform/com/ErrorInfo.h"
-#include "platform/com/Stream.h"
 #include "platform/oledb/OleDb.h"
 
 namespace quorbel {
@@ -18,21 +16,16 @@ HRESULT Refuse(const std::wstring& name, std::wstring_view reason) {
 }
 
 HRESULT ReadBytes(IUnknown* object, OdbcParameter& parameter) {
-    CComPtr<ISequentialStream> stream;
-    if (!object || !Succeeded(object->QueryInterface(ISequentialStream::kId, stream.ReceiveVoid())))
-        return E_FAIL;
+    std::string bytes;
+    const HRESULT result = ReadAll(object, kMostStreamBytes, bytes);
+    if (!Succeeded(result)) return result;
     static constexpr char kDigits[] = "0123456789abcdef";
-    parameter = "\\x";
-    unsigned char bytes[4096];
-    std::uint32_t read = 0;
-    do {
-        const HRESULT result = stream->Read(bytes, sizeof(bytes), &read);
-        if (!Succeeded(result)) return result;
-        for (std::uint32_t index = 0; index < read; ++index) {
-            *parameter += kDigits[bytes[index] >> 4];
-            *parameter += kDigits[bytes[index] & 15];
-        }
-    } while (read == sizeof(bytes));
+    std::string& text = parameter.emplace("\\x");
+    text.reserve(text.size() + 2 * bytes.size());
+    for (const char byte : bytes) {
+        text += kDigits[static_cast<unsigned char>(byte) >> 4];
+        text += kDigits[byte & 15];
+    }
     return S_OK;
 }
 
@@ -54,14 +47,13 @@ HRESULT Convert(const VARIANT& value, OdbcParameter& parameter) {
 
 }  // namespace
 
-HRESULT ChooseOdbcParameters(const COdbcStatement& statement, std::span<const CSqlArgument> arguments,
+HRESULT ChooseOdbcParameters(const COdbcStatement& statement, const CSqlArguments& arguments,
                              std::vector<OdbcParameter>& parameters) {
     for (const auto& wanted : statement.parameters) {
-        const auto argument = std::find_if(arguments.begin(), arguments.end(),
-                                           [&](const CSqlArgument& one) { return one.name == wanted.name; });
+        const VARIANT* const argument = arguments.Find(wanted.name);
         OdbcParameter parameter;
-        if (argument != arguments.end() && !Succeeded(Convert(argument->value, parameter))) {
-            return Refuse(wanted.name, L"has a value of a type that cannot be passed.");
+        if (argument && !Succeeded(Convert(*argument, parameter))) {
+            return Refuse(wanted.name, L"has a value that cannot be passed, for its type or its size.");
         }
         if (parameter && wanted.decoded) parameter = DecodeFormText(*parameter);
         if (parameter && parameter->find('\0') != std::string::npos) {

@@ -24,6 +24,11 @@ constexpr std::wstring_view kSettings =
     L"LFConversion=0"
     L";ByteaAsLongVarBinary=1;ConnSettings=set client_encoding to 'UTF8'";
 
+/// Put before the operator's own settings, which win: a server that has gone is noticed within a minute or
+/// so, whether it is silent in the middle of a request or of an answer.
+constexpr std::wstring_view kNetworkSettings =
+    L"KeepaliveTime=30;KeepaliveInterval=10;pqopt={tcp_user_timeout=60000};";
+
 /// DISCARD ALL also takes back what psqlodbc sets when it connects and then relies on.
 constexpr std::string_view kFreshSettings =
     "SET client_encoding TO 'UTF8';SET DateStyle = 'ISO';SET extra_float_digits = 2";
@@ -45,7 +50,8 @@ HRESULT COdbcSession::Connect(SQLHANDLE environment, const std::wstring& connect
     if (!m_connection.IsOpen()) return E_OUTOFMEMORY;
     SQLSetConnectAttrW(m_connection.Get(), SQL_ATTR_LOGIN_TIMEOUT,
                        reinterpret_cast<SQLPOINTER>(kConnectLimit), 0);
-    std::vector<SQLWCHAR> text = ToOdbc(connectionString + std::wstring(kSettings));
+    std::vector<SQLWCHAR> text =
+        ToOdbc(std::wstring(kNetworkSettings) + connectionString + std::wstring(kSettings));
     SQLSMALLINT length = 0;
     if (!SQL_SUCCEEDED(SQLDriverConnectW(m_connection.Get(), nullptr, text.data(),
                                          static_cast<SQLSMALLINT>(text.size()), nullptr, 0, &length,

@@ -18,15 +18,23 @@ HRESULT CSessionConnection::Take(const CCancelFlag& command) {
         m_isTaken = true;
         isUsed = std::exchange(m_isUsed, true);
     }
+    struct CTaken {
+        CSessionConnection* connection;
+        ~CTaken() {
+            if (connection) connection->GiveBack();
+        }
+    } taken{this};
     const HRESULT renewed = isUsed ? m_connection->Renew() : S_OK;
     if (Succeeded(renewed)) {
         const std::lock_guard guard(m_lock);
         m_command = &command;
     }
     // From here on Cancel reaches the connection; what came before it left its flag.
-    if (Succeeded(renewed) && !command) return S_OK;
-    GiveBack();
     if (!Succeeded(renewed)) return renewed;
+    if (!command) {
+        taken.connection = nullptr;
+        return S_OK;
+    }
     SetErrorInfo(L"The command was cancelled.");
     return DB_E_CANCELED;
 }

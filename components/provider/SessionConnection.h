@@ -35,7 +35,7 @@ class CSessionConnection {
     const std::shared_ptr<CSqlCommandCache> m_commands;
     const std::unique_ptr<CPooledConnection> m_connection;
 
-    CMutex m_lock{LockRank::Innermost};  // guards:
+    CMutex m_lock{LockRank::DatabaseSession};  // guards:
     bool m_isTaken = false;
     bool m_isUsed = false;                   // by a command before
     const CCancelFlag* m_command = nullptr;  // the one to cancel

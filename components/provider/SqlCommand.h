@@ -27,6 +27,12 @@ struct CSqlStatement {
     /// The parameters' names, in the order of the text.
     std::vector<std::wstring> parameters;
     std::size_t line = 1;  ///< where it begins in the command's text, counted from 1
+
+    /// The same with a number for each name: `?1`, `?2`, ... and the names that they stand for.
+    /// @{
+    std::string numbered = {};
+    std::vector<std::wstring> names = {};
+    /// @}
 };
 
 /// A command's text, parsed: its statements in order, without empty ones. Parameters are written `@name` or

@@ -1,6 +1,7 @@
 #include "components/provider/SqlCommandParser.h"
 
 #include <algorithm>
+#include <map>
 #include <sqlite3.h>
 
 #include "platform/Text.h"
@@ -30,6 +31,21 @@ bool IsNameCharacter(wchar_t character) noexcept {
 std::wstring_view WithoutMark(std::wstring_view text) noexcept {
     if (text.starts_with(kByteOrderMark)) text.remove_prefix(1);
     return text;
+}
+
+void NumberParameters(CSqlStatement& statement) {
+    std::map<std::wstring_view, std::size_t> numbers;
+    statement.numbered = statement.pieces.front();
+    for (std::size_t index = 0; index != statement.parameters.size(); ++index) {
+        const std::wstring& name = statement.parameters[index];
+        const auto [number, isNew] = numbers.emplace(name, numbers.size() + 1);
+        if (isNew) statement.names.push_back(name);
+        statement.numbered.append("?").append(std::to_string(number->second));
+        const std::string& piece = statement.pieces[index + 1];
+        // What follows must not lengthen the number.
+        if (!piece.empty() && piece.front() >= '0' && piece.front() <= '9') statement.numbered += ' ';
+        statement.numbered += piece;
+    }
 }
 
 }  // namespace
@@ -204,6 +220,7 @@ void CSqlCommandParser::BeginStatement() {
 void CSqlCommandParser::EndStatement() {
     if (!m_isInStatement) return;
     EndPiece(m_position);
+    NumberParameters(m_statement);
     m_command.statements.push_back(std::exchange(m_statement, {}));
     m_isInStatement = false;
 }

@@ -77,6 +77,8 @@ class ISqlDatabase {
     /// A number that changes when another database has taken this one's place, so that connections made
     /// before are of no more use. Quick.
     virtual std::uint64_t Version() const noexcept { return 0; }
+    /// Whether resetting or closing its connections may wait, for a server.
+    virtual bool ResetMayWait() const noexcept { return false; }
 };
 
 }  // namespace quorbel

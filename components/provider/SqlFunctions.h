@@ -16,8 +16,8 @@ class ISqlFunctions {
     /// The result value "HTTP.Provenance"; the last call counts.
     virtual HRESULT SetProvenance(std::wstring_view provenance) = 0;
     /// One more text, `Name: value`, of the result value "HTTP.Header". E_INVALIDARG for a field that must
-    /// not be set: without a name that is a token, with control characters, Content-Length,
-    /// Transfer-Encoding or Connection.
+    /// not be set: without a name that is a token, with control characters, Content-Length, Content-Type,
+    /// Transfer-Encoding, Connection, Keep-Alive, Trailer or Upgrade; nor beyond 64 KiB of all of them.
     virtual HRESULT AddHeader(std::wstring_view field) = 0;
     /// Which script engine library runs the actions, and the value that each of them is given. E_FAIL
     /// when the consumer takes no actions.

@@ -61,29 +61,27 @@ HRESULT CSqliteConnection::Execute(const CSqlCommand& command, std::span<const C
     }
     m_functions.Use(&functions);
     const CSqlArguments byName(arguments);
-    std::vector<CSqliteText> texts;
-    texts.reserve(command.statements.size());
-    for (const CSqlStatement& statement : command.statements) texts.emplace_back(statement);
+    std::vector<Statement> statements(command.statements.size());
     Transaction transaction = Transaction::None;
-    const HRESULT result = Plan(command, texts, transaction);
+    const HRESULT result = Plan(command, statements, transaction);
     if (!Succeeded(result)) return result;
-    if (transaction == Transaction::None) return RunAll(command, texts, byName, rows);
-    return RunInTransaction(transaction, command, texts, byName, rows);
+    if (transaction == Transaction::None) return RunAll(command, statements, byName, rows);
+    return RunInTransaction(transaction, command, statements, byName, rows);
 }
 
-HRESULT CSqliteConnection::Plan(const CSqlCommand& command, const std::vector<CSqliteText>& texts,
+HRESULT CSqliteConnection::Plan(const CSqlCommand& command, std::vector<Statement>& statements,
                                 Transaction& transaction) {
     // A transaction that begins with reading cannot always go on to write.
     bool writes = false;
-    bool needsNone = texts.size() == 1;
-    for (std::size_t index = 0; index != texts.size(); ++index) {
-        Statement statement;
-        const HRESULT result = Prepare(texts[index], command.statements[index].line, statement);
+    bool needsNone = statements.size() == 1;
+    for (std::size_t index = 0; index != statements.size(); ++index) {
+        Statement& statement = statements[index];
+        const HRESULT result = Prepare(command.statements[index], statement);
         if (!Succeeded(result) && index == 0) return result;
         // Whether a later one is broken or only too early shows when its turn comes.
         if (!Succeeded(result)) Ignore(TakeErrorInfo());
-        const bool mayWrite =
-            statement ? statement->Effect() == SqliteEffect::Writes : MayWrite(texts[index].text);
+        const bool mayWrite = statement ? statement->Effect() == SqliteEffect::Writes
+                                        : MayWrite(command.statements[index].numbered);
         writes = writes || mayWrite;
         needsNone = needsNone && !mayWrite && statement->Effect() != SqliteEffect::WritesTemporary;
     }
@@ -91,18 +89,19 @@ HRESULT CSqliteConnection::Plan(const CSqlCommand& command, const std::vector<CS
     return S_OK;
 }
 
-HRESULT CSqliteConnection::Prepare(const CSqliteText& text, std::size_t line, Statement& statement) {
-    const auto found = m_statements.find(text.text);
+HRESULT CSqliteConnection::Prepare(const CSqlStatement& source, Statement& statement) {
+    const std::string& text = source.numbered;
+    const auto found = m_statements.find(text);
     if (found != m_statements.end()) {
         found->second.lastUse = ++m_uses;
         statement = found->second.statement;
         return S_OK;
     }
     CPreparedSqlite prepared;
-    const HRESULT result = m_handle->Prepare(text.text, line, prepared);
+    const HRESULT result = m_handle->Prepare(text, source.line, prepared);
     if (!Succeeded(result)) return result;
     statement = std::make_shared<CSqliteStatement>(*m_handle, std::move(prepared));
-    if (text.text.size() <= kMostTextBytes) Keep(text.text, statement);
+    if (text.size() <= kMostTextBytes) Keep(text, statement);
     return S_OK;
 }
 
@@ -114,17 +113,17 @@ void CSqliteConnection::Keep(const std::string& text, Statement statement) {
     m_statements.emplace(text, CKept{std::move(statement), ++m_uses});
 }
 
-HRESULT CSqliteConnection::RunAll(const CSqlCommand& command, const std::vector<CSqliteText>& texts,
+HRESULT CSqliteConnection::RunAll(const CSqlCommand& command, const std::vector<Statement>& statements,
                                   const CSqlArguments& arguments, std::unique_ptr<ISqlRows>& rows) {
-    for (std::size_t index = 0; index != texts.size(); ++index) {
-        const std::size_t line = command.statements[index].line;
-        Statement statement;
-        HRESULT result = Prepare(texts[index], line, statement);
+    for (std::size_t index = 0; index != statements.size(); ++index) {
+        const CSqlStatement& source = command.statements[index];
+        Statement statement = statements[index];
+        HRESULT result = statement ? S_OK : Prepare(source, statement);
         if (!Succeeded(result)) return result;
         CRun run(statement);
-        result = statement->Bind(texts[index].parameters, arguments, line);
+        result = statement->Bind(source.names, arguments, source.line);
         if (!Succeeded(result)) return result;
-        const bool isLast = index + 1 == texts.size();
+        const bool isLast = index + 1 == statements.size();
         if (isLast && statement->Effect() == SqliteEffect::Reads) {
             return CSqliteRows::Open(run.Detach(), m_functions, rows);
         }
@@ -135,11 +134,11 @@ HRESULT CSqliteConnection::RunAll(const CSqlCommand& command, const std::vector<
 }
 
 HRESULT CSqliteConnection::RunInTransaction(Transaction transaction, const CSqlCommand& command,
-                                            const std::vector<CSqliteText>& texts,
+                                            const std::vector<Statement>& statements,
                                             const CSqlArguments& arguments, std::unique_ptr<ISqlRows>& rows) {
     HRESULT result = m_handle->RunOwn(transaction == Transaction::Writing ? "BEGIN IMMEDIATE" : "BEGIN");
     if (!Succeeded(result)) return result;
-    result = RunAll(command, texts, arguments, rows);
+    result = RunAll(command, statements, arguments, rows);
     // Rows that are read go on being read: what the transaction wrote is then on disk and no lock is held.
     if (Succeeded(result)) result = m_handle->RunOwn("COMMIT");
     if (Succeeded(result)) return result;

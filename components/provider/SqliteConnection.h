@@ -34,13 +34,14 @@ class CSqliteConnection final : public ISqlConnection {
     };
 
     CSqliteConnection() = default;
-    HRESULT Plan(const CSqlCommand& command, const std::vector<CSqliteText>& texts, Transaction& transaction);
-    HRESULT Prepare(const CSqliteText& text, std::size_t line, Statement& statement);
+    /// Prepares what can be prepared already.
+    HRESULT Plan(const CSqlCommand& command, std::vector<Statement>& statements, Transaction& transaction);
+    HRESULT Prepare(const CSqlStatement& source, Statement& statement);
     void Keep(const std::string& text, Statement statement);
-    HRESULT RunAll(const CSqlCommand& command, const std::vector<CSqliteText>& texts,
+    HRESULT RunAll(const CSqlCommand& command, const std::vector<Statement>& statements,
                    const CSqlArguments& arguments, std::unique_ptr<ISqlRows>& rows);
     HRESULT RunInTransaction(Transaction transaction, const CSqlCommand& command,
-                             const std::vector<CSqliteText>& texts, const CSqlArguments& arguments,
+                             const std::vector<Statement>& statements, const CSqlArguments& arguments,
                              std::unique_ptr<ISqlRows>& rows);
     HRESULT RunToEnd(CSqliteStatement& statement);
     HRESULT KeepRows(CSqliteStatement& statement, std::unique_ptr<ISqlRows>& rows);

@@ -16,7 +16,7 @@ namespace {
 constexpr int kStepsBetweenLooks = 4000;
 constexpr std::chrono::milliseconds kLongestPause{10};
 /// Bytes of a text or blob; a function that makes longer ones could not be cancelled for long.
-constexpr int kLongestValue = 128 << 20;
+constexpr int kLongestValue = 64 << 20;
 
 HRESULT Translate(int code) noexcept {
     switch (code & 0xFF) {

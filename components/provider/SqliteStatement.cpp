@@ -1,35 +1,10 @@
 #include "components/provider/SqliteStatement.h"
 
-#include <algorithm>
-
 #include "components/provider/SqliteValues.h"
 #include "platform/com/ErrorInfo.h"
 #include "platform/oledb/OleDb.h"
 
 namespace quorbel {
-
-CSqlArguments::CSqlArguments(std::span<const CSqlArgument> arguments) {
-    for (const CSqlArgument& argument : arguments) m_byName.emplace(argument.name, &argument.value);
-}
-
-const VARIANT* CSqlArguments::Find(std::wstring_view name) const {
-    const auto found = m_byName.find(name);
-    return found == m_byName.end() ? nullptr : found->second;
-}
-
-CSqliteText::CSqliteText(const CSqlStatement& statement) : text(statement.pieces.front()) {
-    std::map<std::wstring_view, std::size_t> numbers;
-    for (std::size_t index = 0; index != statement.parameters.size(); ++index) {
-        const std::wstring& name = statement.parameters[index];
-        const auto [number, isNew] = numbers.emplace(name, numbers.size() + 1);
-        if (isNew) parameters.push_back(name);
-        text.append("?").append(std::to_string(number->second));
-        const std::string& piece = statement.pieces[index + 1];
-        // What follows must not lengthen the number.
-        if (!piece.empty() && piece.front() >= '0' && piece.front() <= '9') text += ' ';
-        text += piece;
-    }
-}
 
 HRESULT CSqliteStatement::Bind(const std::vector<std::wstring>& parameters, const CSqlArguments& arguments,
                                std::size_t line) {

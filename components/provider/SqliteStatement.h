@@ -1,32 +1,14 @@
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "components/provider/SqlArguments.h"
 #include "components/provider/SqlConnection.h"
 #include "components/provider/SqliteHandle.h"
 
 namespace quorbel {
-
-/// An execution's arguments, found by name. Refers to them.
-class CSqlArguments {
- public:
-    explicit CSqlArguments(std::span<const CSqlArgument> arguments);
-    /// The first of this name; null when there is none.
-    const VARIANT* Find(std::wstring_view name) const;
-
- private:
-    std::map<std::wstring_view, const VARIANT*> m_byName;
-};
-
-/// A statement's text with its parameters as SQLite writes them: one number for each name.
-struct CSqliteText {
-    explicit CSqliteText(const CSqlStatement& statement);
-    std::string text;
-    std::vector<std::wstring> parameters;  ///< the names of ?1, ?2, ...
-};
 
 /// A prepared statement of one connection, run any number of times, one at a time.
 class CSqliteStatement {

@@ -9,9 +9,6 @@
 
 namespace quorbel {
 
-/// The most bytes that a value handed over as a stream may have.
-inline constexpr std::size_t kMostStreamBytes = 256 * 1024 * 1024;
-
 /// The columns of a statement's result, with the types that their declarations stand for.
 std::vector<CSqlColumn> DescribeColumns(sqlite3_stmt* statement);
 /// The type of a column that was declared so; the empty text is that of an expression.

@@ -39,6 +39,12 @@ class ArchiveProviderTest : public testing::Test {
         auto key = localMachine->Create(kSettings);
         ASSERT_TRUE(key.IsOk());
         EXPECT_EQ(key.Value()->Set(name, value), ErrorCode::Success);
+        DeliverChanges(*key.Value());
+    }
+    /// Arming a watch sets off those that changes before it were to set off.
+    static void DeliverChanges(IKey& key) {
+        EXPECT_EQ(key.Watch(WatchScope::Key, WatchFilter::Names, CEvent::Create(EventReset::Manual).Value()),
+                  ErrorCode::Success);
     }
     void SetDatabase(const std::filesystem::path& file) {
         Set(L"Database", CValue::FromText(FromUtf8(file.native())));
@@ -419,10 +425,16 @@ TEST_F(ArchiveProviderTest, FollowsItsSettings) {
     SetDatabase(folder / "missing.db");
     EXPECT_EQ(OpenSession(session), E_FAIL);
     EXPECT_FALSE(TakeErrorInfo().empty());
-    EXPECT_EQ(localMachine->Open(kSettings, KeyAccess::ReadWrite).Value()->DeleteValue(L"Database"),
-              ErrorCode::Success);
+    const auto key = localMachine->Open(kSettings, KeyAccess::ReadWrite).Value();
+    EXPECT_EQ(key->DeleteValue(L"Database"), ErrorCode::Success);
+    DeliverChanges(*key);
     EXPECT_EQ(OpenSession(session), E_FAIL);
     EXPECT_FALSE(TakeErrorInfo().empty());
+    SetDatabase(path);
+    EXPECT_EQ(Query(L"SELECT count(*) FROM t"), Lines{L"2"});
+    EXPECT_EQ(localMachine->DeleteTree(kSettings), ErrorCode::Success);
+    SetDatabase(folder / "other.db");
+    EXPECT_EQ(Query(L"SELECT count(*) FROM t"), Lines{L"1"}) << "a new key in place of the old one";
 }
 
 TEST_F(ArchiveProviderTest, AnswersManyThreadsThroughFewConnections) {

@@ -115,14 +115,40 @@ TEST_F(CommandFunctionsTest, AddsHeadersThatACommandMaySet) {
         EXPECT_EQ(functions.AddHeader(field), S_OK) << ToUtf8(field);
     }
     EXPECT_EQ(functions.Headers().size(), 6U);
-    for (const std::wstring_view field :
-         {L""sv, L"X"sv, L" X"sv, L": a"sv, L"X Y: a"sv, L"X\u00e4: a"sv, L"X(: a"sv, L"X: a\r\nY: b"sv,
-          L"X: a\0"sv, L"X\n: a"sv, L"X: \x7F"sv, L"X: \x85"sv, L"X:\ta"sv, L"Content-Length: 5"sv,
-          L"content-length : 5"sv, L"TRANSFER-ENCODING: chunked"sv, L"Connection: close"sv}) {
+    for (const std::wstring_view field : {L""sv,
+                                          L"X"sv,
+                                          L" X"sv,
+                                          L": a"sv,
+                                          L"X Y: a"sv,
+                                          L"X\u00e4: a"sv,
+                                          L"X(: a"sv,
+                                          L"X: a\r\nY: b"sv,
+                                          L"X: a\0"sv,
+                                          L"X\n: a"sv,
+                                          L"X: \x7F"sv,
+                                          L"X: \x85"sv,
+                                          L"X:\ta"sv,
+                                          L"Content-Length: 5"sv,
+                                          L"content-length : 5"sv,
+                                          L"TRANSFER-ENCODING: chunked"sv,
+                                          L"Connection: close"sv,
+                                          L"Content-Type: text/html"sv,
+                                          L"keep-alive: 5"sv,
+                                          L"Trailer: X"sv,
+                                          L"Upgrade: h2c"sv}) {
         EXPECT_EQ(functions.AddHeader(field), E_INVALIDARG) << ToUtf8(field);
         EXPECT_FALSE(TakeErrorInfo().empty());
     }
     EXPECT_EQ(functions.Headers().size(), 6U);
+}
+
+TEST_F(CommandFunctionsTest, AddsHeadersUpToTheirBoundTogether) {
+    const std::wstring half = L"X: " + std::wstring(16 * 1024 - 2, L'\u00e4') + L"a";  // 32 KiB in UTF-8
+    EXPECT_EQ(functions.AddHeader(half), S_OK);
+    EXPECT_EQ(functions.AddHeader(half + L"b"), E_INVALIDARG);
+    EXPECT_FALSE(TakeErrorInfo().empty());
+    EXPECT_EQ(functions.AddHeader(half), S_OK);
+    EXPECT_EQ(functions.AddHeader(L"X:"), E_INVALIDARG);
 }
 
 }  // namespace

@@ -1,7 +1,10 @@
+#include <latch>
+#include <new>
 #include <thread>
 
 #include "components/provider/ConnectionPool.h"
 #include "platform/Waiting.h"
+#include "platform/com/ErrorInfo.h"
 #include "platform/oledb/OleDb.h"
 #include "tests/support/HandClock.h"
 
@@ -12,15 +15,20 @@ namespace {
 class CFakeDatabase final : public ISqlDatabase {
  public:
     HRESULT Connect(std::unique_ptr<ISqlConnection>& connection) override {
+        if (isShortOfMemory) throw std::bad_alloc();
         if (!Succeeded(answer)) return answer;
         connection = std::make_unique<CConnection>(*this);
         return S_OK;
     }
     std::uint64_t Version() const noexcept override { return version; }
+    bool ResetMayWait() const noexcept override { return server != nullptr; }
 
     HRESULT answer = S_OK;
     std::uint64_t version = 1;
     bool isClean = true;  ///< what Reset says
+    bool isShortOfMemory = false;
+    std::latch* server = nullptr;  ///< what Reset waits for
+    std::thread::id closedBy;
     std::atomic<int> open{0};
     std::atomic<int> most{0};
     std::atomic<int> connects{0};
@@ -35,13 +43,19 @@ class CFakeDatabase final : public ISqlDatabase {
             while (most < open && !m_database.most.compare_exchange_weak(most, open)) {
             }
         }
-        ~CConnection() override { --m_database.open; }
+        ~CConnection() override {
+            m_database.closedBy = std::this_thread::get_id();
+            --m_database.open;
+        }
         HRESULT Execute(const CSqlCommand&, std::span<const CSqlArgument>, ISqlFunctions&,
                         std::unique_ptr<ISqlRows>&) override {
             return E_NOTIMPL;
         }
         void Cancel() noexcept override {}
-        bool Reset() noexcept override { return m_database.isClean; }
+        bool Reset() noexcept override {
+            if (m_database.server) m_database.server->wait();
+            return m_database.isClean;
+        }
 
      private:
         CFakeDatabase& m_database;
@@ -58,15 +72,16 @@ class ConnectionPoolTest : public testing::Test {
         return connection;
     }
     std::shared_ptr<CConnectionPool> MakePool(std::size_t mostOpen, std::size_t mostIdle) {
-        CPoolOptions options;
         options.mostOpen = mostOpen;
         options.mostIdle = mostIdle;
         options.idleTime = std::chrono::seconds(60);
-        return std::make_shared<CConnectionPool>(database, options, clock);
+        return std::make_shared<CConnectionPool>(database, options, reset, clock);
     }
 
     CHandClock clock;
+    CPoolOptions options;
     std::shared_ptr<CFakeDatabase> database = std::make_shared<CFakeDatabase>();
+    std::shared_ptr<CConnectionReset> reset = std::make_shared<CConnectionReset>();
     std::shared_ptr<CConnectionPool> pool = MakePool(3, 2);
 };
 
@@ -98,6 +113,9 @@ TEST_F(ConnectionPoolTest, ClosesConnectionsThatAreOfNoMoreUse) {
     EXPECT_EQ(database->connects, 4);
     database->answer = E_FAIL;
     EXPECT_EQ(connection->Renew(), E_FAIL);
+    EXPECT_EQ(connection->Renew(), E_FAIL) << "there is none to reset";
+    database->answer = S_OK;
+    EXPECT_EQ(connection->Renew(), S_OK);
 }
 
 TEST_F(ConnectionPoolTest, FreesThePlaceOfAConnectionThatCannotBeOpened) {
@@ -107,6 +125,12 @@ TEST_F(ConnectionPoolTest, FreesThePlaceOfAConnectionThatCannotBeOpened) {
         EXPECT_EQ(pool->Take(connection), E_FAIL);
     }
     database->answer = S_OK;
+    database->isShortOfMemory = true;
+    for (int round = 0; round != 5; ++round) {
+        Connection connection;
+        EXPECT_THROW(Ignore(pool->Take(connection)), std::bad_alloc);
+    }
+    database->isShortOfMemory = false;
     const Connection all[] = {Take(), Take(), Take()};
 }
 
@@ -146,6 +170,51 @@ TEST_F(ConnectionPoolTest, ServesThoseWhoWaitInTheOrderInWhichTheyCame) {
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7}));
     EXPECT_EQ(database->connects, 1);
+}
+
+TEST_F(ConnectionPoolTest, LetsOnlySoManyWaitAndOnlySoLong) {
+    options.mostWaiting = 1;
+    pool = MakePool(1, 1);
+    Connection first = Take();
+    CSignal signal;
+    std::thread waiting([&] {
+        const CWaitingObserverScope scope(signal);
+        Take();
+    });
+    signal.Await(1);
+    Connection connection;
+    EXPECT_EQ(pool->Take(connection), HResultFromWin32(1450));
+    EXPECT_FALSE(TakeErrorInfo().empty());
+    first.reset();
+    waiting.join();
+    options.longestWait = std::chrono::milliseconds(0);
+    pool = MakePool(1, 1);
+    first = Take();
+    EXPECT_EQ(pool->Take(connection), HResultFromWin32(1460));
+    EXPECT_FALSE(TakeErrorInfo().empty());
+    first.reset();
+    Take();
+}
+
+TEST_F(ConnectionPoolTest, LetsNobodyWaitForTheResetOfWhatHeReturns) {
+    std::latch server(1);
+    database->server = &server;
+    options.longestWait = std::chrono::milliseconds(0);
+    pool = MakePool(1, 1);
+    Take();
+    Connection connection;
+    EXPECT_EQ(pool->Take(connection), HResultFromWin32(1460)) << "it is not reset yet";
+    options.longestWait = std::chrono::hours(1);
+    pool = MakePool(1, 1);
+    Take();
+    database->isClean = false;
+    std::thread next([&] { Take(); });
+    server.count_down();
+    next.join();
+    pool = nullptr;
+    reset = nullptr;
+    EXPECT_EQ(database->open, 0);
+    EXPECT_NE(database->closedBy, std::this_thread::get_id());
 }
 
 TEST_F(ConnectionPoolTest, LosesNoPlaceToWhoGivesUp) {
