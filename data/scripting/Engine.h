@@ -18,6 +18,7 @@ class Engine {
     /// HRESULT). Throws whatever the library throws.
     virtual void Execute(CVariant& result, CVariant& resource, const std::wstring& name,
                          NamedArguments& named, PositionalArguments& positional);
+    virtual ~Engine() = default;
 
  private:
     const CLibrary m_library;
