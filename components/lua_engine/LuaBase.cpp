@@ -1,5 +1,6 @@
 #include <initializer_list>
 #include <lua.hpp>
+#include <string_view>
 
 #include "components/lua_engine/LuaLibrary.h"
 
@@ -34,8 +35,10 @@ int Load(lua_State* state) {
 
 // A table's metatable is a copy of the one that the script gave it, with these fields. Neither "__gc", whose
 // functions run where no hook is called, nor "__mode", with which a collection can take time that grows with
-// the square of the memory, ever gets into one.
-constexpr const char* kMetamethods[] = {
+// the square of the memory, ever gets into one. And while Lua goes from table to table along "__index",
+// "__newindex" and "__call", it calls no hook; so functions stand for the tables of the first two, and the
+// third is a function already.
+constexpr std::string_view kMetamethods[] = {
     "__index", "__newindex", "__call",   "__tostring", "__name",  "__len",      "__eq",
     "__lt",    "__le",       "__concat", "__add",      "__sub",   "__mul",      "__div",
     "__mod",   "__pow",      "__unm",    "__idiv",     "__band",  "__bor",      "__bxor",
@@ -43,6 +46,48 @@ constexpr const char* kMetamethods[] = {
 
 constexpr int kCopies = lua_upvalueindex(1);     ///< a script's metatable -> its copy
 constexpr int kOriginals = lua_upvalueindex(2);  ///< the other way round
+
+/// "__index" that is a table, the upvalue.
+int Index(lua_State* state) {
+    lua_settop(state, 2);
+    lua_gettable(state, lua_upvalueindex(1));
+    return 1;
+}
+
+/// "__newindex" that is a table, the upvalue.
+int NewIndex(lua_State* state) {
+    lua_settop(state, 3);
+    lua_settable(state, lua_upvalueindex(1));
+    return 0;
+}
+
+/// Replaces the table on the top by the function that stands for it: the one that the copy has already, below
+/// the name, or a new one.
+void ReplaceByFunction(lua_State* state, lua_CFunction function) {
+    constexpr int kCopy = -3;
+    lua_pushvalue(state, -2);
+    lua_rawget(state, kCopy - 1);
+    if (lua_tocfunction(state, -1) == function && lua_getupvalue(state, -1, 1)) {
+        const bool isSame = lua_rawequal(state, -1, -3);
+        lua_pop(state, 1);
+        if (isSame) return lua_replace(state, -2);
+    }
+    lua_pop(state, 1);
+    lua_pushcclosure(state, function, 1);
+}
+
+/// Copies one field to the copy on the top.
+void CopyMetamethod(lua_State* state, int index, std::string_view name) {
+    lua_pushlstring(state, name.data(), name.size());
+    lua_pushvalue(state, -1);
+    const int type = lua_rawget(state, index);
+    if (type == LUA_TTABLE && name == "__index") ReplaceByFunction(state, Index);
+    if (type == LUA_TTABLE && name == "__newindex") ReplaceByFunction(state, NewIndex);
+    if (type != LUA_TNIL && type != LUA_TFUNCTION && name == "__call") {
+        luaL_error(state, "'__call' is no function");
+    }
+    lua_rawset(state, -3);
+}
 
 /// Pushes the copy of the table at `index`, brought up to date.
 void PushCopy(lua_State* state, int index) {
@@ -57,12 +102,7 @@ void PushCopy(lua_State* state, int index) {
         lua_pushvalue(state, index);
         lua_rawset(state, kOriginals);
     }
-    for (const char* const name : kMetamethods) {
-        lua_pushstring(state, name);
-        lua_pushvalue(state, -1);
-        lua_rawget(state, index);
-        lua_rawset(state, -3);
-    }
+    for (const auto name : kMetamethods) CopyMetamethod(state, index, name);
 }
 
 int SetMetatable(lua_State* state) {
@@ -86,9 +126,7 @@ int GetMetatable(lua_State* state) {
         lua_pushnil(state);
         return 1;
     }
-    lua_pushvalue(state, -1);
-    // The metatable of texts is no copy.
-    if (lua_rawget(state, kOriginals) == LUA_TNIL) lua_pop(state, 1);
+    lua_rawget(state, kOriginals);
     return 1;
 }
 

@@ -7,8 +7,12 @@ struct lua_State;
 namespace quorbel {
 
 /// Bytes of the longest text that is compiled: compiling takes time that grows with the square of the number
-/// of labels, and nothing ends it.
-inline constexpr std::size_t kLongestLuaSource = std::size_t{256} << 10;
+/// of jumps, and nothing ends it.
+inline constexpr std::size_t kLongestLuaSource = std::size_t{64} << 10;
+
+/// Bytes of the longest text that a script can have: what one instruction does with a text takes time that
+/// grows with its length, and nothing ends it.
+inline constexpr std::size_t kLongestLuaText = std::size_t{4} << 20;
 
 /// The functions that scripts have, for one state; each is called by Lua, and may raise its errors.
 /// Everything that could read or write files, start anything, load bytecode, tell addresses of memory, or

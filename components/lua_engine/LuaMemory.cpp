@@ -1,11 +1,20 @@
 #include "components/lua_engine/LuaMemory.h"
 
 #include <cstdlib>
+#include <initializer_list>
+#include <lua.hpp>
 
 namespace quorbel {
 
 CLuaMemory::~CLuaMemory() {
-    while (m_blocks.next != &m_blocks) Free(m_blocks.next);
+    for (auto* const ring : {&m_blocks, &m_states}) {
+        while (ring->next != ring) Free(ring->next);
+    }
+}
+
+lua_State* CLuaMemory::State(CHeader* header) noexcept {
+    // A state's block begins with its extra space; see lua_getextraspace.
+    return reinterpret_cast<lua_State*>(reinterpret_cast<char*>(header + 1) + LUA_EXTRASPACE);
 }
 
 void CLuaMemory::Free(CHeader* header) noexcept {
@@ -26,8 +35,9 @@ void* CLuaMemory::Resize(void* block, std::size_t oldSize, std::size_t size) noe
     auto* const resized = static_cast<CHeader*>(std::realloc(header, sizeof(CHeader) + size));
     if (!resized) return nullptr;
     if (!header) {
-        resized->previous = &m_blocks;
-        resized->next = m_blocks.next;
+        auto& ring = oldSize == LUA_TTHREAD ? m_states : m_blocks;
+        resized->previous = &ring;
+        resized->next = ring.next;
     }
     resized->previous->next = resized;
     resized->next->previous = resized;

@@ -15,10 +15,11 @@ namespace quorbel {
 namespace {
 
 constexpr std::size_t kLongestMessage = 1024;
-/// A text takes four times as much once it is wide.
-constexpr std::size_t kLongestResult = std::size_t{16} << 20;
-/// Virtual instructions between two looks at the time. Every call of a function is one as well.
+/// Virtual instructions between two looks at the time, at most. Every call of a function is one as well.
 constexpr int kInstructionsBetweenChecks = 200;
+/// The same times the bytes of the longest text: an instruction can compare texts, which takes about 10 ns
+/// for each byte when all of them are zero.
+constexpr std::size_t kBytesBetweenChecks = kLongestLuaText;
 /// Bytes of an allocation that is worth a look at the time: the text to come will be filled.
 constexpr std::size_t kLargeAllocation = 4096;
 
@@ -36,7 +37,7 @@ class CLuaRun {
         m_state = lua_newstate(&CLuaRun::Allocate, this);
         if (!m_state) return End::MemoryShort;
         *static_cast<CLuaWatch**>(lua_getextraspace(m_state)) = &m_watch;
-        lua_sethook(m_state, &CLuaRun::OnHook, LUA_MASKCALL | LUA_MASKCOUNT, kInstructionsBetweenChecks);
+        SetHook(m_state);
         lua_pushcfunction(m_state, &CLuaRun::Main);
         lua_pushlightuserdata(m_state, this);
         switch (lua_pcall(m_state, 1, 1, 0)) {
@@ -53,11 +54,14 @@ class CLuaRun {
     static void* Allocate(void* run, void* block, std::size_t oldSize, std::size_t size) {
         auto& self = *static_cast<CLuaRun*>(run);
         if (size >= kLargeAllocation) self.m_watch.Check();
+        if (!block && oldSize == LUA_TSTRING && !self.AdmitText(size)) return nullptr;
         void* const resized = self.m_memory.Resize(block, oldSize, size);
         // Lua collects all garbage now, and tries again.
         if (!resized && size != 0) self.m_watch.Check();
         return resized;
     }
+    bool AdmitText(std::size_t size);
+    void SetHook(lua_State* state) const;
     static void OnHook(lua_State* state, lua_Debug*) { CLuaWatch::Of(state).Check(); }
     static int Main(lua_State* state);
     void OpenLibraries() const;
@@ -68,9 +72,27 @@ class CLuaRun {
     const long long m_seed = static_cast<long long>(std::random_device{}()) << 32 | std::random_device{}();
     CLuaMemory m_memory;
     CLuaWatch m_watch;
+    int m_instructionsBetweenChecks = kInstructionsBetweenChecks;
     /// Never closed: its memory goes as a whole.
     lua_State* m_state = nullptr;
 };
+
+/// Has all states look at the time more often, now and for the rest of the run, if the text is the longest.
+bool CLuaRun::AdmitText(std::size_t size) {
+    constexpr std::size_t kMostOverhead = 64;
+    if (size > kLongestLuaText + kMostOverhead) return false;
+    const int most = std::max(1, static_cast<int>(kBytesBetweenChecks / size));
+    if (most < m_instructionsBetweenChecks) {
+        m_instructionsBetweenChecks = most;
+        m_memory.ForEachState([this](lua_State* state) { SetHook(state); });
+    }
+    return true;
+}
+
+/// A coroutine begins with the hook of the state that makes it.
+void CLuaRun::SetHook(lua_State* state) const {
+    lua_sethook(state, &CLuaRun::OnHook, LUA_MASKCALL | LUA_MASKCOUNT, m_instructionsBetweenChecks);
+}
 
 void CLuaRun::OpenLibraries() const {
     OpenLuaBase(m_state);
@@ -141,12 +163,10 @@ std::variant<CLuaValue, CLuaFailure> CLuaRun::Value() const {
         case LUA_TSTRING: {
             std::size_t size = 0;
             const char* const text = lua_tolstring(m_state, -1, &size);
-            if (size > kLongestResult) return CLuaFailure{E_OUTOFMEMORY, "script: the result is too long"};
             return CLuaValue(std::string(text, size));
         }
         default:
-            return CLuaFailure{DISP_E_TYPEMISMATCH,
-                               std::string("script: the result is a ") + luaL_typename(m_state, -1)};
+            return CLuaFailure{E_FAIL, std::string("script: the result is a ") + luaL_typename(m_state, -1)};
     }
 }
 

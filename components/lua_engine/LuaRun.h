@@ -32,8 +32,8 @@ struct CLuaBounds {
     std::chrono::steady_clock::time_point (*now)() = &std::chrono::steady_clock::now;
 };
 
-/// Why there is no value: HRESULT_FROM_WIN32(1460) when time was up, E_OUTOFMEMORY when memory was short,
-/// DISP_E_TYPEMISMATCH for a value that cannot leave Lua, E_FAIL for errors of the script.
+/// Why there is no value: HRESULT_FROM_WIN32(1460) when time was up, E_OUTOFMEMORY when memory was short or a
+/// text too long, E_FAIL for errors of the script and a value that cannot leave Lua.
 struct CLuaFailure {
     HRESULT result;
     std::string message;  ///< of the script's own making but for its length; UTF-8 if the script is

@@ -278,6 +278,17 @@ int Format(lua_State* state) {
     return CallOriginal(state);
 }
 
+/// What getmetatable tells of texts: no script can change how they are indexed or called.
+void ProtectMetatable(lua_State* state) {
+    lua_pushliteral(state, "");
+    lua_getmetatable(state, -1);
+    lua_newtable(state);
+    lua_pushvalue(state, -4);
+    lua_setfield(state, -2, "__index");
+    lua_setfield(state, -2, "__metatable");
+    lua_pop(state, 2);
+}
+
 void Wrap(lua_State* state, const char* name, lua_CFunction wrapper) {
     lua_getfield(state, -1, name);
     lua_pushcclosure(state, wrapper, 1);
@@ -295,6 +306,7 @@ void OpenLuaStrings(lua_State* state) {
     Wrap(state, "format", Format);
     lua_pushnil(state);
     lua_setfield(state, -2, "dump");
+    ProtectMetatable(state);
     lua_pop(state, 1);
 }
 

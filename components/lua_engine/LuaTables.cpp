@@ -90,7 +90,7 @@ void AddElement(lua_State* state, luaL_Buffer& buffer, lua_Integer index) {
     Spend(state);
     lua_geti(state, 1, index);
     if (!lua_isstring(state, -1)) {
-        luaL_error(state, "invalid value (at index %I) in table for 'concat'",
+        luaL_error(state, "invalid value (%s) at index %I in table for 'concat'", luaL_typename(state, -1),
                    static_cast<LUAI_UACINT>(index));
     }
     luaL_addvalue(&buffer);
@@ -99,10 +99,11 @@ void AddElement(lua_State* state, luaL_Buffer& buffer, lua_Integer index) {
 /// table.concat(list [, separator [, first [, last]]])
 int Concat(lua_State* state) {
     luaL_checktype(state, 1, LUA_TTABLE);
+    const lua_Integer size = luaL_len(state, 1);
     std::size_t separatorSize = 0;
     const char* const separator = luaL_optlstring(state, 2, "", &separatorSize);
     lua_Integer index = luaL_optinteger(state, 3, 1);
-    const lua_Integer last = lua_isnoneornil(state, 4) ? luaL_len(state, 1) : luaL_checkinteger(state, 4);
+    const lua_Integer last = luaL_optinteger(state, 4, size);
     luaL_Buffer buffer;
     luaL_buffinit(state, &buffer);
     for (; index < last; ++index) {

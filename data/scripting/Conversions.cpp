@@ -13,7 +13,7 @@ CComPtr<ISequentialStream> StreamOf(const VARIANT& value) {
     CComPtr<ISequentialStream> stream;
     if (value.vt != VT_UNKNOWN || !value.punkVal ||
         value.punkVal->QueryInterface(ISequentialStream::kId, stream.ReceiveVoid()) != S_OK) {
-        throw exception("The value is no stream of bytes", DISP_E_TYPEMISMATCH);
+        throw exception("The value is no stream of bytes", E_FAIL);
     }
     return stream;
 }
@@ -22,8 +22,9 @@ CComPtr<ISequentialStream> StreamOf(const VARIANT& value) {
 
 std::wstring ToText(const VARIANT& value) {
     CVariant text;
-    const HRESULT result = VariantChangeType(text, value, VT_BSTR);
-    if (!Succeeded(result)) throw exception("The value cannot be turned into a text", result);
+    if (!Succeeded(VariantChangeType(text, value, VT_BSTR))) {
+        throw exception("The value cannot be turned into a text", E_FAIL);
+    }
     return std::wstring(text.Text());
 }
 

@@ -24,7 +24,7 @@ CLuaValue ToLua(const VARIANT& value) {
         case VT_R8: return value.dblVal;
         case VT_BSTR: return ToUtf8(ToView(value.bstrVal));
         case VT_UNKNOWN: return LibScripting::ReadBytes(value, kLongestBlob);
-        default: throw LibScripting::exception("script: an argument of no type of Lua", DISP_E_TYPEMISMATCH);
+        default: throw LibScripting::exception("script: an argument of no type of Lua", E_FAIL);
     }
 }
 

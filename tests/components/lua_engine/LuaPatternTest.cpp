@@ -1,35 +1,15 @@
-#include <lua.hpp>
-
-#include "components/lua_engine/LuaLibrary.h"
 #include "components/lua_engine/LuaPattern.h"
+#include "tests/components/lua_engine/LuaBesideStock.h"
 
 namespace quorbel {
 namespace {
 
-/// A state with both string libraries: the scripts' as "string", Lua's own as "stock".
 class LuaPatterns : public testing::Test {
  protected:
-    LuaPatterns() {
-        *static_cast<CLuaWatch**>(lua_getextraspace(m_state.get())) = &m_watch;
-        luaL_openlibs(m_state.get());
-        luaL_requiref(m_state.get(), "stock", luaopen_string, 1);
-        lua_pushnil(m_state.get());
-        luaL_getsubtable(m_state.get(), LUA_REGISTRYINDEX, LUA_LOADED_TABLE);
-        lua_pushnil(m_state.get());
-        lua_setfield(m_state.get(), -2, LUA_STRLIBNAME);
-        OpenLuaStrings(m_state.get());
-    }
-
-    /// The text that the script gives.
-    std::string Run(const char* source) {
-        lua_settop(m_state.get(), 0);
-        if (luaL_dostring(m_state.get(), source) != LUA_OK) return lua_tostring(m_state.get(), -1);
-        return luaL_tolstring(m_state.get(), -1, nullptr);
-    }
+    std::string Run(const char* source) { return m_lua.Run(source); }
 
  private:
-    CLuaWatch m_watch{&std::chrono::steady_clock::now, std::chrono::hours(24)};
-    const std::unique_ptr<lua_State, decltype(&lua_close)> m_state{luaL_newstate(), &lua_close};
+    CLuaBesideStock m_lua{LUA_STRLIBNAME, luaopen_string, &OpenLuaStrings};
 };
 
 TEST_F(LuaPatterns, MatchAsThoseOfLuaDo) {

@@ -109,10 +109,10 @@ TEST(LuaRun, ReportsErrorsOfTheScriptByItsLines) {
         {"function f() error(setmetatable({}, {__tostring = function() while true do end end})) end", E_FAIL,
          "script: the error is a table"},
         {"function f() error(('x'):rep(1e6), 0) end", E_FAIL, std::string(1024, 'x')},
-        {"function f() return {} end", DISP_E_TYPEMISMATCH, "script: the result is a table"},
-        {"function f() return f end", DISP_E_TYPEMISMATCH, "script: the result is a function"},
-        {"function f() return ('x'):rep(17 * 2^20 // 1 | 0) end", E_OUTOFMEMORY,
-         "script: the result is too long"},
+        {"function f() return {} end", E_FAIL, "script: the result is a table"},
+        {"function f() return f end", E_FAIL, "script: the result is a function"},
+        {"function f() return ('x'):rep(5 << 20) end", E_OUTOFMEMORY, "script: not enough memory"},
+        {"function f() setmetatable({}, {__call = {}}) end", E_FAIL, "script:1: '__call' is no function"},
         {"\x1BLua", E_FAIL, "attempt to load a binary chunk (mode is 't')"},
         {std::string(kLongestLuaSource + 1, ' '), E_FAIL, "script: source too long"},
         {"function f() return ('x'):gsub('x', f) end", E_FAIL, "C stack overflow"},
@@ -177,7 +177,7 @@ TEST(LuaRun, EndsWhateverTriesToRunForEver) {
 TEST(LuaRun, IsNotHeldUpByWhatEndsOnlyIfItIsDoneInTheRightWay) {
     const std::pair<std::string, CLuaValue> cases[] = {
         {"function f() return #(''):rep(1 << 62) + #(''):rep(1 << 62, '') end", Integer{0}},
-        {"function f() return ('a'):rep(5e6):find(('a'):rep(2e6) .. 'b', 1, true) end", Nil()},
+        {"function f() return ('a'):rep(4e6 // 1 | 0):find(('a'):rep(2e6) .. 'b', 1, true) end", Nil()},
         {"local mt = {__gc = function() while true do end end}; local other = {}"
          "function f() for i = 1, 1e4 do setmetatable({}, mt); setmetatable({}, other) end;"
          " other.__gc = mt.__gc; for i = 1, 1e4 do setmetatable({}, other) end return 1 end",
@@ -201,7 +201,7 @@ TEST(LuaRun, BoundsMemory) {
     }
     EXPECT_EQ(Value("function f() return (pcall(string.rep, 'x', 1e9)) end"), CLuaValue(false))
         << "and goes on";
-    EXPECT_EQ(Value("function f() for i = 1, 10 do local s = ('x'):rep(1024):rep(30 << 10) end return 1 end"),
+    EXPECT_EQ(Value("function f() for i = 1, 100 do local s = ('x'):rep(1024):rep(3 << 10) end return 1 end"),
               CLuaValue(Integer{1}))
         << "garbage does not count";
     EXPECT_EQ(std::get<CLuaFailure>(RunLua({"", "f", {}, {}}, {.memory = 100})).result, E_OUTOFMEMORY);
@@ -236,6 +236,16 @@ TEST(LuaRun, GivesEveryTableTheMetatableThatItWasGiven) {
         {"local m = {}; return getmetatable(setmetatable({}, m)) == m", true},
         {"local m = {}; local t = setmetatable({}, m); setmetatable(t, nil); return getmetatable(t)", Nil()},
         {"return getmetatable('').__index == string", true},
+        {"getmetatable('').__index = nil; return ('x'):rep(2)", Text("xx")},
+        {"local m = {__index = {x = 1}}; local t = setmetatable({}, m); m.__index = {x = 2};"
+         "local u = setmetatable({}, m); return t.x + u.x",
+         Integer{4}},
+        {"local base = setmetatable({}, {__index = function(_, key) return key .. '!' end}); "
+         "return setmetatable({}, {__index = setmetatable({}, {__index = base})}).x",
+         Text("x!")},
+        {"local m = {__newindex = {}}; local t = setmetatable({}, m); t.x = 5;"
+         "return m.__newindex.x + (rawget(t, 'x') or 1)",
+         Integer{6}},
         {"return getmetatable(setmetatable({}, {__metatable = 'mine'}))", Text("mine")},
         {"return (pcall(setmetatable, setmetatable({}, {__metatable = 1}), {}))", false},
         {"local C = {}; C.__index = C; local o = setmetatable({}, C); function C.hello() return 5 end; "
@@ -252,39 +262,45 @@ TEST(LuaRun, GivesEveryTableTheMetatableThatItWasGiven) {
     for (const auto& [body, value] : cases) EXPECT_EQ(Value("function f() " + body + " end"), value) << body;
 }
 
-TEST(LuaRun, HasTableFunctionsThatDoWhatTheManualSays) {
-    const std::pair<std::string, CLuaValue> cases[] = {
-        {"table.insert(t, 'd'); return table.concat(t)", Text("abcd")},
-        {"table.insert(t, 1, 'd'); return table.concat(t)", Text("dabc")},
-        {"table.insert(t, 4, 'd'); return table.concat(t)", Text("abcd")},
-        {"return (pcall(table.insert, t, 5, 'd'))", false},
-        {"return (pcall(table.insert, t, 0, 'd'))", false},
-        {"return (pcall(table.insert, t))", false},
-        {"return table.remove(t) .. #t", Text("c2")},
-        {"return table.remove(t, 1) .. table.concat(t)", Text("abc")},
-        {"return tostring(table.remove(t, 4)) .. #t", Text("nil3")},
-        {"return (pcall(table.remove, t, 5))", false},
-        {"return tostring(table.remove({})) .. tostring(table.remove({}, 0))", Text("nilnil")},
-        {"return table.concat(t, ', ', 2)", Text("b, c")},
-        {"return table.concat(t, ', ', 2, 2) .. table.concat(t, 'x', 3, 2) .. table.concat({1, 2.5})",
-         Text("b12.5")},
-        {"return (pcall(table.concat, {1, {}}))", false},
-        {"return table.concat(table.move(t, 1, 3, 2))", Text("aabc")},
-        {"return table.concat(table.move(t, 2, 3, 1))", Text("bcc")},
-        {"return table.concat(table.move(t, 1, 3, 3, {'x', 'y'}))", Text("xyabc")},
-        {"return (pcall(table.move, t, 1, math.maxinteger, 2))", false},
-        {"return select('#', table.unpack(t, -1, 5))", Integer{7}},
-        {"return (pcall(table.unpack, t, 1, 1e7 // 1 | 0))", false},
-        {"return (pcall(table.unpack, t, math.mininteger, math.maxinteger))", false},
-        {"return table.concat({table.unpack(t)})", Text("abc")},
-        {"t = {3, 1, 2}; table.sort(t); return table.concat(t)", Text("123")},
-        {"table.sort(t, function(x, y) return x > y end); return table.concat(t)", Text("cba")},
-        {"return (pcall(table.sort, {1, 'x'}))", false},
-        {"return table.pack(1, nil, 3).n", Integer{3}},
+TEST(LuaRun, LooksAtTheTimeTheMoreOftenTheLongerATextCanBe) {
+    // Each of these executes a thousand instructions and little else behind the texts that it makes.
+    const std::string loop = "for i = 1, 1000 do end ";
+    const std::string makeText = "local s = ('x'):rep(4e6 // 1 | 0) ";
+    const std::tuple<std::string, int, int> cases[] = {
+        {loop, 5, 200},
+        {"local s = ('x'):rep(4000) " + loop, 5, 200},
+        {"local s = ('x'):rep(4e5 // 1 | 0) " + loop, 100, 400},
+        {makeText + loop, 1000, 2000},
+        {"local s = ('x'):rep(2e6 // 1 | 0); s = s .. s; " + loop, 1000, 2000},
+        {makeText + "s = nil; " + loop, 1000, 2000},
+        {makeText + "coroutine.wrap(function() " + loop + "end)()", 1000, 2000},
+        {"coroutine.wrap(function() " + makeText + "end)() " + loop, 1000, 2000},
+        {"local c = coroutine.wrap(function() coroutine.yield() " + loop + "end) c() " + makeText + "c()",
+         1000, 2000},
+        // However many tables are between.
+        {"local t = {} for i = 1, 100 do t = setmetatable({}, {__index = t}) end local _ = t.x", 200, 400},
+        {"local t = {} for i = 1, 100 do t = setmetatable({}, {__newindex = t}) end t.x = 1", 200, 400},
     };
-    for (const auto& [body, value] : cases) {
-        EXPECT_EQ(Value("function f() local t = {'a', 'b', 'c'}; " + body + " end"), value) << body;
+    static int looks;
+    const CLuaBounds bounds{.now = [] { return ++looks, std::chrono::steady_clock::time_point(); }};
+    for (const auto& [body, least, most] : cases) {
+        looks = 0;
+        EXPECT_TRUE(std::holds_alternative<CLuaValue>(
+            RunLua({"function f() " + body + " end", "f", {}, {}}, bounds)));
+        EXPECT_GE(looks, least) << body;
+        EXPECT_LE(looks, most) << body;
     }
+}
+
+TEST(LuaRun, HasTextsOfUpToALength) {
+    const std::string longest(kLongestLuaText, 'x');
+    EXPECT_EQ(Value("function f(x) return x:upper():lower() end", {CLuaValue(longest)}), CLuaValue(longest));
+    EXPECT_EQ(Value("function f(x) return (pcall(function() return x .. x end)) end", {CLuaValue(longest)}),
+              CLuaValue(false));
+    const auto outcome =
+        RunLua({"function f() end", "f", {CLuaValue(longest + std::string(100, 'x'))}, {}}, MemoryBound());
+    ASSERT_TRUE(std::holds_alternative<CLuaFailure>(outcome));
+    EXPECT_EQ(std::get<CLuaFailure>(outcome).result, E_OUTOFMEMORY);
 }
 
 }  // namespace

@@ -73,9 +73,9 @@ TEST(QbLua, ThrowsWhatWentWrong) {
     const std::tuple<CVariant, CVariant, HRESULT, std::string_view> cases[] = {
         {CVariant(L"\nfunction f() error('no') end"), CVariant(), E_FAIL, "script:2: no"},
         {CVariant(), CVariant(), E_FAIL, "script: no function 'f'"},
-        {CVariant::Null(), CVariant(), DISP_E_TYPEMISMATCH, "The value cannot be turned into a text"},
-        {Blob("function f() end"), CVariant(), DISP_E_TYPEMISMATCH, "The value cannot be turned into a text"},
-        {CVariant(L"function f() end"), CVariant::FromError(E_FAIL), DISP_E_TYPEMISMATCH,
+        {CVariant::Null(), CVariant(), E_FAIL, "The value cannot be turned into a text"},
+        {Blob("function f() end"), CVariant(), E_FAIL, "The value cannot be turned into a text"},
+        {CVariant(L"function f() end"), CVariant::FromError(E_FAIL), E_FAIL,
          "script: an argument of no type of Lua"},
     };
     for (const auto& [script, argument, result, message] : cases) {
