@@ -66,36 +66,44 @@ void CConnectionPool::Close(Closing closing, CConnectionReset& reset) {
 }
 
 HRESULT CConnectionPool::TakePlace(std::uint64_t version, CIdle& idle, Closing& closing) {
-    CWaiter waiter;
     {
         const std::lock_guard guard(m_lock);
         DropStale(version, closing);
-        if (m_waiting.empty() && m_taken < m_options.mostOpen) {
-            ++m_taken;
-            if (m_idle.empty()) return S_OK;
-            idle = std::move(m_idle.back());
-            m_idle.pop_back();
-            return S_OK;
-        }
+        if (TakeFreePlace(idle)) return S_OK;
+    }
+    auto turn = CEvent::Create(EventReset::Manual);
+    if (!turn.IsOk()) {
+        SetErrorInfo(L"No connection can be waited for: the process has no descriptor left.");
+        return E_OUTOFMEMORY;
+    }
+    CWaiter waiter;
+    waiter.turn = std::move(turn).Value();
+    // Asked for now: nothing may fail for want of memory once others know of the waiter.
+    const std::shared_ptr<CEvent> abandoned = WorkAbandoned();
+    {
+        const std::lock_guard guard(m_lock);
+        if (TakeFreePlace(idle)) return S_OK;
         if (m_waiting.size() >= m_options.mostWaiting) {
             return Refuse(ErrorCode::NoSystemResources, L"Too many wait for a connection to the database.");
         }
-        auto turn = CEvent::Create(EventReset::Manual);
-        if (!turn.IsOk()) {
-            SetErrorInfo(L"No connection can be waited for: the process has no descriptor left.");
-            return E_OUTOFMEMORY;
-        }
-        waiter.turn = std::move(turn).Value();
         m_waiting.push_back(&waiter);
     }
-    const HRESULT waited = WaitForPlace(waiter);
+    const HRESULT waited = WaitForPlace(waiter, abandoned.get());
     idle = std::move(waiter.idle);
     return waited;
 }
 
-HRESULT CConnectionPool::WaitForPlace(CWaiter& waiter) {
-    const std::shared_ptr<CEvent> abandoned = WorkAbandoned();
-    const auto ended = abandoned ? WaitForAny({waiter.turn.get(), abandoned.get()}, m_options.longestWait)
+bool CConnectionPool::TakeFreePlace(CIdle& idle) noexcept {
+    if (!m_waiting.empty() || m_taken >= m_options.mostOpen) return false;
+    ++m_taken;
+    if (m_idle.empty()) return true;
+    idle = std::move(m_idle.back());
+    m_idle.pop_back();
+    return true;
+}
+
+HRESULT CConnectionPool::WaitForPlace(CWaiter& waiter, CEvent* abandoned) {
+    const auto ended = abandoned ? WaitForAny({waiter.turn.get(), abandoned}, m_options.longestWait)
                                  : WaitForAny({waiter.turn.get()}, m_options.longestWait);
     {
         const std::lock_guard guard(m_lock);

@@ -51,7 +51,7 @@ class CPooledConnection {
 };
 
 /// The open connections to one database, at most so many at a time; who comes when all are taken waits for
-/// his turn, unless too many do. Safe to use from any thread.
+/// his turn, unless too many do already. Safe to use from any thread.
 class CConnectionPool : public std::enable_shared_from_this<CConnectionPool> {
  public:
     /// `reset` resets and closes the connections of a database with which that may wait.
@@ -87,7 +87,8 @@ class CConnectionPool : public std::enable_shared_from_this<CConnectionPool> {
         return m_database->ResetMayWait() ? m_reset.lock() : nullptr;
     }
     HRESULT TakePlace(std::uint64_t version, CIdle& idle, Closing& closing);
-    HRESULT WaitForPlace(CWaiter& waiter);
+    bool TakeFreePlace(CIdle& idle) noexcept;
+    HRESULT WaitForPlace(CWaiter& waiter, CEvent* abandoned);
     void GivePlace(CIdle idle) noexcept;
     /// Resets it; a connection that is null gives back its place alone.
     void GiveBack(std::unique_ptr<ISqlConnection> connection, std::uint64_t version) noexcept;

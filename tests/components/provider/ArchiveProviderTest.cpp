@@ -197,18 +197,6 @@ class ArchiveProviderTest : public testing::Test {
     const CComRegistration registration = RegisterArchiveProvider(localMachine);
 };
 
-TEST_F(ArchiveProviderTest, RunsACommandFromTheInitialisationStringToItsRows) {
-    EXPECT_EQ(Query(L"SELECT * FROM t ORDER BY id"), (Lines{L"1|one|True|10|00FF", L"2|NULL|False|#2|NULL"}));
-    EXPECT_EQ(Query(L"SELECT name FROM t WHERE id=@id", {{L"id", CVariant(L"1")}}), Lines{L"one"});
-    EXPECT_EQ(Query(L"SELECT @a||@b, @c", {{L"b", CVariant(L"B")},
-                                           {L"a", CVariant(L"A")},
-                                           {L"a", CVariant(L"x")},
-                                           {L"unused", CVariant::FromI4(1)}}),
-              Lines{L"AB|NULL"});
-    EXPECT_EQ(Query(L"DELETE FROM t"), Lines());
-    EXPECT_EQ(Query(L"SELECT count(*) FROM t"), Lines{L"0"});
-}
-
 TEST_F(ArchiveProviderTest, DescribesItsColumns) {
     CComPtr<IRowset> rowset;
     ASSERT_EQ(Execute(Command(Session(), L"SELECT id, name, flag, data, 1+1 FROM t"), rowset), S_OK);
@@ -358,21 +346,6 @@ TEST_F(ArchiveProviderTest, GivesTheResultValuesOfTheEndOfTheExecution) {
     EXPECT_EQ(value(values, L"http.header").vt, VT_EMPTY) << "names compare exactly";
 }
 
-TEST_F(ArchiveProviderTest, RefusesCommandsWithoutSense) {
-    const std::tuple<const wchar_t*, HRESULT> cases[] = {
-        {L"", DB_E_NOCOMMAND},
-        {L" -- nothing", DB_E_ERRORSINCOMMAND},
-        {L"SELECT ?", DB_E_ERRORSINCOMMAND},
-        {L"SELECT\nFORM t", DB_E_ERRORSINCOMMAND},
-    };
-    for (const auto& [text, result] : cases) {
-        CComPtr<IRowset> rowset;
-        EXPECT_EQ(Execute(Command(Session(), text), rowset), result) << ToUtf8(text);
-        EXPECT_FALSE(TakeErrorInfo().empty());
-        EXPECT_FALSE(rowset);
-    }
-}
-
 TEST_F(ArchiveProviderTest, LetsOneRowsetAtATimeUseASession) {
     const CComPtr<IOpenRowset> session = Session();
     CComPtr<IRowset> rowset;
@@ -385,28 +358,6 @@ TEST_F(ArchiveProviderTest, LetsOneRowsetAtATimeUseASession) {
         << "of another command";
     EXPECT_EQ(Execute(Command(session, L"SELECT 2"), other), S_OK);
     EXPECT_EQ(Fetch(other), Lines{L"2"});
-}
-
-TEST_F(ArchiveProviderTest, CancelsACommandAtAnyTimeOfItsLifeAndNoOther) {
-    constexpr wchar_t kEndless[] =
-        L"WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n) SELECT i FROM n WHERE i<0 OR @rows";
-    const CComPtr<IOpenRowset> session = Session();
-    for (const std::int32_t rows : {0, 1, 0, 1}) {
-        const CComPtr<ICommand> command = Command(session, kEndless);
-        std::thread canceller([&] { command->Cancel(); });
-        CComPtr<IRowset> rowset;
-        HRESULT result = Execute(command, {{L"rows", CVariant::FromI4(rows)}}, rowset);
-        if (result == S_OK) Fetch(rowset, &result);
-        canceller.join();
-        EXPECT_EQ(result, DB_E_CANCELED);
-        rowset = nullptr;
-        EXPECT_EQ(Execute(command, {}, rowset), DB_E_CANCELED) << "for good";
-        const CComPtr<ICommand> next = Command(session, L"SELECT 1");
-        ASSERT_EQ(Execute(next, rowset), S_OK);
-        EXPECT_EQ(command->Cancel(), S_OK);
-        EXPECT_EQ(Fetch(rowset), Lines{L"1"}) << "another command's rows";
-        rowset = nullptr;
-    }
 }
 
 TEST_F(ArchiveProviderTest, FollowsItsSettings) {

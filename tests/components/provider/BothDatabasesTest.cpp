@@ -1,4 +1,7 @@
+#include <thread>
+
 #include "components/provider/ArchiveProvider.h"
+#include "components/provider/ResultValues.h"
 #include "platform/Text.h"
 #include "platform/com/ErrorInfo.h"
 #include "platform/oledb/DataInitialize.h"
@@ -20,6 +23,8 @@ struct CAnswer {
     HRESULT result = S_OK;
     std::vector<DBTYPE> types;
     Lines lines;  ///< values as text, joined by "|"; "#" and the status of those that have none
+    std::wstring provenance;
+    Lines headers;
 };
 
 /// Runs texts from the provider's initialisation string to rows, over each of the databases.
@@ -34,20 +39,29 @@ class BothDatabases : public testing::TestWithParam<Engine> {
                                        : CPostgresServer::Shared().ConnectionString();
         const wchar_t* const name = GetParam() == Engine::Sqlite ? L"Database" : L"Connection";
         EXPECT_EQ(key.Value()->Set(name, CValue::FromText(value)), ErrorCode::Success);
+        if (GetParam() == Engine::Sqlite) {
+            EXPECT_EQ(Run(L"PRAGMA journal_mode = WAL").lines, Lines{L"wal"});
+        }
     }
 
     CAnswer Run(const std::wstring& text, const Arguments& arguments = {}) {
         CAnswer answer;
         CComPtr<ICommandText> command;
         CComPtr<IRowset> rowset;
-        answer.result = MakeCommand(text, command);
+        CComPtr<IOpenRowset> session;
+        answer.result = OpenSession(session);
+        if (Succeeded(answer.result)) answer.result = MakeCommand(session, text, command);
         if (Succeeded(answer.result)) answer.result = Execute(command, arguments, rowset);
         if (Succeeded(answer.result)) Read(rowset, answer);
         return answer;
     }
+    /// Removes and makes what the cases of a table begin with.
+    void Prepare(const std::wstring& text) {
+        const CAnswer answer = Run(text);
+        ASSERT_EQ(answer.result, S_OK) << ToUtf8(text) << ToUtf8(TakeErrorInfo());
+    }
 
- private:
-    static HRESULT MakeCommand(const std::wstring& text, CComPtr<ICommandText>& command) {
+    static HRESULT OpenSession(CComPtr<IOpenRowset>& session) {
         CComPtr<IDataInitialize> initialize;
         HRESULT result = CreateComInstance(kDataInitializeClass, initialize);
         CComPtr<IUnknown> object;
@@ -57,13 +71,18 @@ class BothDatabases : public testing::TestWithParam<Engine> {
         }
         CComPtr<IDBInitialize> source;
         CComPtr<IDBCreateSession> sessions;
-        CComPtr<IUnknown> session;
-        CComPtr<IDBCreateCommand> commands;
         if (Succeeded(result)) result = object.QueryInterface(source);
         if (Succeeded(result)) result = source->Initialize();
         if (Succeeded(result)) result = source.QueryInterface(sessions);
-        if (Succeeded(result)) result = sessions->CreateSession(nullptr, IOpenRowset::kId, session.Receive());
-        if (Succeeded(result)) result = session.QueryInterface(commands);
+        if (!Succeeded(result)) return result;
+        return sessions->CreateSession(nullptr, IOpenRowset::kId,
+                                       reinterpret_cast<IUnknown**>(session.Receive()));
+    }
+
+    static HRESULT MakeCommand(const CComPtr<IOpenRowset>& session, const std::wstring& text,
+                               CComPtr<ICommandText>& command) {
+        CComPtr<IDBCreateCommand> commands;
+        HRESULT result = session.QueryInterface(commands);
         if (!Succeeded(result)) return result;
         result = commands->CreateCommand(nullptr, ICommandText::kId,
                                          reinterpret_cast<IUnknown**>(command.Receive()));
@@ -123,6 +142,7 @@ class BothDatabases : public testing::TestWithParam<Engine> {
         }
         CoTaskMemFree(info);
         CoTaskMemFree(names);
+        ReadValues(rowset, answer);
         std::vector<CSlot> row(count);
         HACCESSOR accessor = 0;
         EXPECT_EQ(accessors->CreateAccessor(DBACCESSOR_ROWDATA, count, bindings.data(), count * sizeof(CSlot),
@@ -145,6 +165,23 @@ class BothDatabases : public testing::TestWithParam<Engine> {
         if (answer.result == DB_S_ENDOFROWSET) answer.result = S_OK;
     }
 
+    static void ReadValues(const CComPtr<IRowset>& rowset, CAnswer& answer) {
+        CComPtr<IResultValues> values;
+        EXPECT_EQ(rowset.QueryInterface(values), S_OK);
+        const CVariant provenance(L"HTTP.Provenance");
+        const CVariant header(L"HTTP.Header");
+        CVariant value;
+        EXPECT_EQ(values->GetValue(&provenance, value.Receive()), S_OK);
+        answer.provenance = value.Text();
+        EXPECT_EQ(values->GetValue(&header, value.Receive()), S_OK);
+        if (value.vt == VT_EMPTY) return;
+        const auto* const texts = static_cast<const BSTR*>(value.parray->data);
+        for (std::size_t index = 0; index != value.parray->count; ++index) {
+            answer.headers.emplace_back(ToView(texts[index]));
+        }
+    }
+
+ private:
     CTemporaryFolder m_folder;
     std::shared_ptr<IRegistry> m_registry = OpenSqliteRegistry(m_folder.Path()).Value();
     std::shared_ptr<IKey> m_localMachine = m_registry->LocalMachine();
@@ -240,6 +277,130 @@ TEST_P(BothDatabases, AnswerTheSameQueryFilesAlike) {
         const CAnswer answer = Run(one.text, one.arguments);
         EXPECT_EQ(answer.result, one.result) << ToUtf8(one.text) << ToUtf8(TakeErrorInfo());
         EXPECT_EQ(answer.lines, one.lines) << ToUtf8(one.text);
+    }
+}
+
+TEST_P(BothDatabases, RunAllStatementsOfACommandOrNone) {
+    const struct {
+        std::wstring text;
+        HRESULT result;
+        Lines lines;
+        Lines left;  // what the table then holds
+    } cases[] = {
+        {L"INSERT INTO w VALUES (1)", S_OK, {}, {L"1"}},
+        {L"INSERT INTO w VALUES (1); INSERT INTO w VALUES (2) RETURNING n", S_OK, {L"2"}, {L"1", L"2"}},
+        {L"INSERT INTO w VALUES (1); SELECT n FROM w -- all", S_OK, {L"1"}, {L"1"}},
+        {L"INSERT INTO w VALUES (1); SELECT 1; DELETE FROM w", S_OK, {}, {}},
+        {L"SELECT 1; SELECT 2; SELECT 3", S_OK, {L"3"}, {}},
+        {L"CREATE TABLE w2 (n INT); INSERT INTO w2 VALUES (1); DROP TABLE w2; SELECT 4", S_OK, {L"4"}, {}},
+        {L"INSERT INTO w VALUES (1); INSERT INTO w VALUES (1); SELECT 1", DB_E_ERRORSINCOMMAND, {}, {}},
+        {L"INSERT INTO w VALUES (1), (2), (1) RETURNING n", DB_E_ERRORSINCOMMAND, {}, {}},
+        {L"INSERT INTO w VALUES (1); INSERT INTO nothere VALUES (1)", DB_E_ERRORSINCOMMAND, {}, {}},
+        {L"INSERT INTO w VALUES (1); SELECT nothere", DB_E_ERRORSINCOMMAND, {}, {}},
+        {L"INSERT INTO w VALUES (1); SELECT n FROM w;\nSELECT FROM FROM", DB_E_ERRORSINCOMMAND, {}, {}},
+        {L"INSERT INTO w VALUES (1); ROLLBACK", DB_E_ERRORSINCOMMAND, {}, {}},
+        {L"INSERT INTO w VALUES (1); SELECT http_header('a: b', 2)", DB_E_ERRORSINCOMMAND, {}, {}},
+        {L"INSERT INTO w VALUES (1); SELECT http_header('no colon')", E_INVALIDARG, {}, {}},
+    };
+    Prepare(L"DROP TABLE IF EXISTS w; CREATE TABLE w (n INT UNIQUE)");
+    for (const auto& one : cases) {
+        TakeErrorInfo();
+        const CAnswer answer = Run(one.text);
+        EXPECT_EQ(answer.result, one.result) << ToUtf8(one.text);
+        EXPECT_EQ(TakeErrorInfo().empty(), Succeeded(one.result)) << ToUtf8(one.text);
+        EXPECT_EQ(answer.lines, one.lines) << ToUtf8(one.text);
+        EXPECT_EQ(Run(L"SELECT n FROM w ORDER BY n").lines, one.left) << ToUtf8(one.text);
+        Prepare(L"DELETE FROM w");
+    }
+}
+
+TEST_P(BothDatabases, HoldNoLocksWhileTheRowsOfACommandThatWritesAreRead) {
+    const bool isServer = GetParam() == Engine::Postgres;
+    const std::wstring probe =
+        isServer ? L"LOCK TABLE k IN ACCESS EXCLUSIVE MODE NOWAIT" : L"UPDATE k SET n = n";
+    std::vector<std::wstring> cases = {L"UPDATE k SET n = n + 1; SELECT n FROM k",
+                                       L"UPDATE k SET n = n + 1 RETURNING n"};
+    if (isServer) cases.emplace_back(L"SELECT n FROM k FOR UPDATE");
+    Prepare(
+        L"DROP TABLE IF EXISTS k; CREATE TABLE k AS WITH RECURSIVE s(n) AS (SELECT 1 UNION ALL "
+        L"SELECT n + 1 FROM s WHERE n < 3000) SELECT n FROM s");
+    for (const std::wstring& text : cases) {
+        CComPtr<IOpenRowset> session;
+        CComPtr<ICommandText> command;
+        CComPtr<IRowset> rowset;
+        ASSERT_EQ(OpenSession(session), S_OK);
+        ASSERT_EQ(MakeCommand(session, text, command), S_OK);
+        ASSERT_EQ(Execute(command, {}, rowset), S_OK) << ToUtf8(text) << ToUtf8(TakeErrorInfo());
+        EXPECT_EQ(Run(probe).result, S_OK) << ToUtf8(text) << ToUtf8(TakeErrorInfo());
+        CAnswer answer;
+        Read(rowset, answer);
+        EXPECT_EQ(answer.result, S_OK) << ToUtf8(text);
+        EXPECT_EQ(answer.lines.size(), 3000U) << ToUtf8(text);
+    }
+}
+
+TEST_P(BothDatabases, ReportAFailureAmongTheRowsAfterThoseBeforeIt) {
+    const std::wstring failing =
+        GetParam() == Engine::Postgres ? L"1 / (10000 - i)" : L"CASE i WHEN 10000 THEN json('x') ELSE 0 END";
+    const CAnswer answer =
+        Run(L"WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20000) SELECT i, " +
+            failing + L" FROM n");
+    EXPECT_EQ(answer.result, DB_E_ERRORSINCOMMAND);
+    EXPECT_FALSE(TakeErrorInfo().empty());
+    EXPECT_GT(answer.lines.size(), 9000U);
+    EXPECT_LT(answer.lines.size(), 10000U);
+    EXPECT_EQ(Run(L"SELECT 1").lines, Lines{L"1"});
+}
+
+TEST_P(BothDatabases, GiveTheValuesThatFunctionsSet) {
+    Prepare(L"DROP TABLE IF EXISTS f; CREATE TABLE f (n INT)");
+    const struct {
+        std::wstring text;
+        std::wstring provenance;
+        Lines headers;
+    } cases[] = {
+        {L"SELECT n FROM f", L"", {}},
+        {L"SELECT http_header('X: ' || @x), http_provenance('Archive'); INSERT INTO f VALUES (1);"
+         L"SELECT http_header('Y: 1'), http_header(NULL); SELECT n FROM f",
+         L"Archive",
+         {L"X: \u00e9", L"Y: 1"}},
+        {L"SELECT http_provenance('a'); SELECT http_provenance('b'); SELECT 1", L"b", {}},
+        {L"INSERT INTO f VALUES (2); SELECT http_header('Z: 1')", L"", {L"Z: 1"}},
+    };
+    for (const auto& one : cases) {
+        const CAnswer answer = Run(one.text, {{L"x", L"\u00e9"}});
+        EXPECT_EQ(answer.result, S_OK) << ToUtf8(one.text) << ToUtf8(TakeErrorInfo());
+        EXPECT_EQ(answer.provenance, one.provenance) << ToUtf8(one.text);
+        EXPECT_EQ(answer.headers, one.headers) << ToUtf8(one.text);
+    }
+    EXPECT_EQ(Run(L"SELECT count(*) FROM f").lines, Lines{L"2"});
+}
+
+TEST_P(BothDatabases, CancelACommandAtAnyTimeOfItsLifeAndNoOther) {
+    const std::wstring endless =
+        L"WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT (i + 1) % 1000 FROM n) SELECT i FROM n WHERE "
+        L"i < 0 OR @rows = 'yes'";
+    CComPtr<IOpenRowset> session;
+    ASSERT_EQ(OpenSession(session), S_OK);
+    for (const wchar_t* const rows : {L"no", L"yes", L"no", L"yes"}) {
+        CComPtr<ICommandText> command;
+        CComPtr<IRowset> rowset;
+        CAnswer answer;
+        ASSERT_EQ(MakeCommand(session, endless, command), S_OK);
+        std::thread canceller([&] { command->Cancel(); });
+        answer.result = Execute(command, {{L"rows", rows}}, rowset);
+        if (answer.result == S_OK) Read(rowset, answer);
+        canceller.join();
+        EXPECT_EQ(answer.result, DB_E_CANCELED);
+        rowset = nullptr;
+        EXPECT_EQ(Execute(command, {}, rowset), DB_E_CANCELED) << "for good";
+        CComPtr<ICommandText> next;
+        ASSERT_EQ(MakeCommand(session, L"SELECT 1", next), S_OK);
+        ASSERT_EQ(Execute(next, {}, rowset), S_OK);
+        EXPECT_EQ(command->Cancel(), S_OK);
+        answer = {};
+        Read(rowset, answer);
+        EXPECT_EQ(answer.lines, Lines{L"1"}) << "another command's rows";
     }
 }
 
