@@ -6,6 +6,12 @@
 
 namespace quorbel {
 
+namespace {
+
+constexpr std::size_t kFirstPiece = 8192;  ///< bytes
+
+}  // namespace
+
 CReplyBody::CReplyBody(const web::http::http_response& response, bool canChunk)
     : m_framing(canChunk ? Framing::Chunked : Framing::Close), m_remaining(UINT64_MAX) {
     m_stream = response.body().streambuf();
@@ -42,7 +48,9 @@ void CReplyBody::Advance(std::uint64_t count) noexcept {
 }
 
 pplx::task<std::size_t> CReplyBody::Pull(std::size_t most) {
-    m_piece.resize(static_cast<std::size_t>(std::min<std::uint64_t>(most, m_remaining)));
+    // Most bodies are small: memory for a large piece is made for those that turn out not to be.
+    const std::size_t size = std::min(most, std::max(kFirstPiece, 2 * m_piece.size()));
+    m_piece.resize(static_cast<std::size_t>(std::min<std::uint64_t>(size, m_remaining)));
     try {
         return m_stream.getn(m_piece.data(), m_piece.size());
     } catch (const std::exception&) {

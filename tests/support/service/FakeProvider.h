@@ -18,7 +18,7 @@ struct CFakeQuery {
         std::wstring name;
         DBTYPE type = DBTYPE_WSTR;
         std::size_t size = 100;
-        std::optional<std::size_t> ordinal{}; ///< by default the next one
+        std::optional<std::size_t> ordinal{};  ///< by default the next one
     };
     struct Value {
         std::wstring text;
