@@ -25,14 +25,10 @@ class ResultStream<std::uint8_t> {
     class StreamQueryInfo;
     class BasicBuffer;
 
-    /// Says that the query has been opened, or why not; once.
+    /// Says that the query has been opened; once.
     class CallbackOpen {
      public:
         void Complete(std::shared_ptr<QueryInfo> query) const { m_opened.set(std::move(query)); }
-        /// `error`'s code is a Win32 error number.
-        void Fail(const std::system_error& error) const {
-            m_opened.set_exception(std::make_exception_ptr(error));
-        }
         pplx::task<std::shared_ptr<QueryInfo>> Task() const { return pplx::create_task(m_opened); }
 
      private:
