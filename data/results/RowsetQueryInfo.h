@@ -56,8 +56,8 @@ class ResultStream<std::uint8_t>::JsonQueryInfo final : public RowsetQueryInfo {
 /// characters escaped that XML has names for.
 class ResultStream<std::uint8_t>::XMLQueryInfo final : public RowsetQueryInfo {
  public:
-    XMLQueryInfo(std::wstring name, web::http::http_request request, Rendering rendering)
-        : RowsetQueryInfo(std::move(rendering)), m_name(std::move(name)), m_request(std::move(request)) {}
+    /// Keeps the request's path, not the request: that holds the reply, and the reply this body.
+    XMLQueryInfo(std::wstring name, const web::http::http_request& request, Rendering rendering);
     std::wstring ContentType() const override { return L"text/xml"; }
     std::wstring Header() override;
     std::wstring Footer() override { return L"</data>\r\n"; }
@@ -65,7 +65,7 @@ class ResultStream<std::uint8_t>::XMLQueryInfo final : public RowsetQueryInfo {
 
  private:
     const std::wstring m_name;
-    const web::http::http_request m_request;
+    const std::wstring m_path;  // decoded
 };
 
 /// The stylesheet that shows the rows of the same query, in XML, as a table (XSLT 1.0).

@@ -18,11 +18,17 @@ constexpr Escapes kEscapes = [] {
 
 }  // namespace
 
+ResultStream<std::uint8_t>::XMLQueryInfo::XMLQueryInfo(std::wstring name,
+                                                       const web::http::http_request& request,
+                                                       Rendering rendering)
+    : RowsetQueryInfo(std::move(rendering)),
+      m_name(std::move(name)),
+      m_path(FromUtf8(web::uri::decode(request.relative_uri().path()))) {}
+
 std::wstring ResultStream<std::uint8_t>::XMLQueryInfo::Header() {
-    const std::wstring path = FromUtf8(web::uri::decode(m_request.relative_uri().path()));
     return L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n"
            L"<?xml-stylesheet type=\"text/xsl\" href=\"" +
-           path +
+           m_path +
            L".xslt\"?>\r\n"
            L"<data xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">\r\n";
 }

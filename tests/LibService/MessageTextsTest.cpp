@@ -24,6 +24,8 @@ const std::map<std::uint32_t, std::size_t> kEvents{
     {message::kUnknownHandler, 2},
     {message::kStandardException, 1},
     {message::kNotFound, 2},
+    {message::kDataSourceUnavailable, 2},
+    {message::kCommandFailed, 3},
     {message::kConfigurationMissing, 0},
     {message::kAuthenticatorDataMalformed, 1},
     {message::kPasskeyUserGone, 1},
