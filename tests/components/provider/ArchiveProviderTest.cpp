@@ -9,6 +9,7 @@
 #include "platform/oledb/DataInitialize.h"
 #include "platform/oledb/OleDb.h"
 #include "platform/registry/SqliteRegistry.h"
+#include "tests/components/provider/OleDbConsumer.h"
 #include "tests/components/provider/SqlRun.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -19,12 +20,6 @@ using namespace std::literals;
 using Lines = std::vector<std::wstring>;
 
 constexpr wchar_t kSettings[] = L"SOFTWARE\\Quorbel\\Archive";
-
-/// A parameter as the service declares it.
-struct CDeclared {
-    std::wstring name;
-    CVariant value;
-};
 
 class ArchiveProviderTest : public testing::Test {
  protected:
@@ -57,131 +52,15 @@ class ArchiveProviderTest : public testing::Test {
         ASSERT_EQ(outcome.result, S_OK) << ToUtf8(outcome.description);
     }
 
-    HRESULT OpenSession(CComPtr<IOpenRowset>& session) {
-        CComPtr<IDataInitialize> initialize;
-        CComPtr<IDBInitialize> source;
-        CComPtr<IDBCreateSession> sessions;
-        EXPECT_EQ(CreateComInstance(kDataInitializeClass, initialize), S_OK);
-        IUnknown* object = nullptr;
-        EXPECT_EQ(initialize->GetDataSource(nullptr, 0, L"Provider=Quorbel.OLEDBProvider", IDBInitialize::kId,
-                                            &object),
-                  S_OK);
-        if (!object) return E_FAIL;
-        EXPECT_EQ(object->QueryInterface(IDBInitialize::kId, source.ReceiveVoid()), S_OK);
-        object->Release();
-        EXPECT_EQ(source.QueryInterface(sessions), S_OK);
-        EXPECT_EQ(Create(*sessions.Get(), session), E_UNEXPECTED) << "before it is initialised";
-        EXPECT_EQ(source->Initialize(), S_OK);
-        return Create(*sessions.Get(), session);
-    }
-    static HRESULT Create(IDBCreateSession& sessions, CComPtr<IOpenRowset>& session) {
-        return sessions.CreateSession(nullptr, IOpenRowset::kId,
-                                      reinterpret_cast<IUnknown**>(session.Receive()));
-    }
     CComPtr<IOpenRowset> Session() {
         CComPtr<IOpenRowset> session;
         EXPECT_EQ(OpenSession(session), S_OK) << ToUtf8(TakeErrorInfo());
         return session;
     }
     static CComPtr<ICommand> Command(const CComPtr<IOpenRowset>& session, const wchar_t* text) {
-        CComPtr<IDBCreateCommand> commands;
-        CComPtr<ICommandText> command;
-        CComPtr<ICommand> base;
-        EXPECT_EQ(session.QueryInterface(commands), S_OK);
-        EXPECT_EQ(commands->CreateCommand(nullptr, ICommandText::kId,
-                                          reinterpret_cast<IUnknown**>(command.Receive())),
-                  S_OK);
-        EXPECT_EQ(command->SetCommandText(DBGUID_DEFAULT, text), S_OK);
-        EXPECT_EQ(command.QueryInterface(base), S_OK);
-        return base;
-    }
-    static HRESULT Execute(const CComPtr<ICommand>& command, CComPtr<IRowset>& rowset,
-                           DBPARAMS* parameters = nullptr) {
-        std::int64_t affected = 0;
-        return command->Execute(nullptr, IRowset::kId, parameters, &affected,
-                                reinterpret_cast<IUnknown**>(rowset.Receive()));
-    }
-    /// Declares parameters, makes an accessor and executes, as the service does.
-    static HRESULT Execute(const CComPtr<ICommand>& command, const std::vector<CDeclared>& declared,
-                           CComPtr<IRowset>& rowset) {
-        CComPtr<ICommandWithParameters> parameters;
-        CComPtr<IAccessor> accessors;
-        EXPECT_EQ(command.QueryInterface(parameters), S_OK);
-        EXPECT_EQ(command.QueryInterface(accessors), S_OK);
-        std::vector<std::size_t> ordinals;
-        std::vector<DBPARAMBINDINFO> infos;
-        std::vector<DBBINDING> bindings;
-        std::vector<VARIANT> buffer;
-        for (const CDeclared& one : declared) {
-            const bool isText = one.value.vt == VT_BSTR;
-            ordinals.push_back(ordinals.size() + 1);
-            infos.push_back({isText ? L"DBTYPE_WVARCHAR" : nullptr, one.name.c_str(), isText ? 8U : 0U, 0,
-                             static_cast<std::uint8_t>(isText ? 255 : 0),
-                             static_cast<std::uint8_t>(isText ? 255 : 0)});
-            const std::size_t offset =
-                buffer.size() * sizeof(VARIANT) + (isText ? offsetof(VARIANT, bstrVal) : 0);
-            bindings.push_back({ordinals.size(), offset, 0, 0, nullptr, nullptr, DBPART_VALUE,
-                                DBPARAMIO_INPUT, isText ? 8U : sizeof(VARIANT),
-                                isText ? DBTYPE_BSTR : DBTYPE_VARIANT});
-            buffer.push_back(one.value);
-        }
-        EXPECT_EQ(parameters->SetParameterInfo(declared.size(), ordinals.data(), infos.data()), S_OK);
-        HACCESSOR accessor = 0;
-        EXPECT_EQ(accessors->CreateAccessor(DBACCESSOR_PARAMETERDATA, bindings.size(), bindings.data(),
-                                            buffer.size() * sizeof(VARIANT), &accessor, nullptr),
-                  S_OK);
-        DBPARAMS set{buffer.data(), 1, accessor};
-        return Execute(command, rowset, &set);
-    }
-
-    /// Fetches all rows with each column as text of up to 31 characters.
-    static Lines Fetch(const CComPtr<IRowset>& rowset, HRESULT* end = nullptr) {
-        constexpr std::size_t kCharacters = 32;
-        struct CSlot {
-            DBSTATUS status;
-            wchar_t text[kCharacters];
-        };
-        CComPtr<IAccessor> accessors;
-        CComPtr<IColumnsInfo> columns;
-        EXPECT_EQ(rowset.QueryInterface(accessors), S_OK);
-        EXPECT_EQ(rowset.QueryInterface(columns), S_OK);
-        std::size_t count = 0;
-        DBCOLUMNINFO* info = nullptr;
-        wchar_t* names = nullptr;
-        EXPECT_EQ(columns->GetColumnInfo(&count, &info, &names), S_OK);
-        CoTaskMemFree(info);
-        CoTaskMemFree(names);
-        std::vector<DBBINDING> bindings;
-        for (std::size_t column = 0; column != count; ++column) {
-            const std::size_t at = column * sizeof(CSlot);
-            bindings.push_back({column + 1, at + offsetof(CSlot, text), 0, at, nullptr, nullptr,
-                                DBPART_VALUE | DBPART_STATUS, DBPARAMIO_NOTPARAM, kCharacters, DBTYPE_WSTR});
-        }
-        std::vector<CSlot> row(count);
-        HACCESSOR accessor = 0;
-        EXPECT_EQ(accessors->CreateAccessor(DBACCESSOR_ROWDATA, count, bindings.data(), count * sizeof(CSlot),
-                                            &accessor, nullptr),
-                  S_OK);
-        Lines lines;
-        for (;;) {
-            HROW handle = 0;
-            HROW* handles = &handle;
-            std::size_t obtained = 0;
-            const HRESULT next = rowset->GetNextRows(0, 0, 1, &obtained, &handles);
-            if (end) *end = next;
-            if (next != S_OK) return lines;
-            EXPECT_EQ(obtained, 1U);
-            EXPECT_TRUE(Succeeded(rowset->GetData(handle, accessor, row.data())));
-            std::wstring line;
-            for (const CSlot& slot : row) {
-                if (&slot != row.data()) line += L"|";
-                line += slot.status == DBSTATUS_S_OK       ? slot.text
-                        : slot.status == DBSTATUS_S_ISNULL ? L"NULL"
-                                                           : L"#" + std::to_wstring(slot.status);
-            }
-            lines.push_back(line);
-            EXPECT_EQ(rowset->ReleaseRows(1, &handle, nullptr, nullptr, nullptr), S_OK);
-        }
+        CComPtr<ICommand> command;
+        EXPECT_EQ(MakeCommand(session, text, command), S_OK);
+        return command;
     }
     Lines Query(const wchar_t* text, const std::vector<CDeclared>& declared = {}) {
         CComPtr<IRowset> rowset;

@@ -7,6 +7,7 @@
 #include "platform/oledb/DataInitialize.h"
 #include "platform/oledb/OleDb.h"
 #include "platform/registry/SqliteRegistry.h"
+#include "tests/components/provider/OleDbConsumer.h"
 #include "tests/support/PostgresServer.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -46,7 +47,7 @@ class BothDatabases : public testing::TestWithParam<Engine> {
 
     CAnswer Run(const std::wstring& text, const Arguments& arguments = {}) {
         CAnswer answer;
-        CComPtr<ICommandText> command;
+        CComPtr<ICommand> command;
         CComPtr<IRowset> rowset;
         CComPtr<IOpenRowset> session;
         answer.result = OpenSession(session);
@@ -61,107 +62,17 @@ class BothDatabases : public testing::TestWithParam<Engine> {
         ASSERT_EQ(answer.result, S_OK) << ToUtf8(text) << ToUtf8(TakeErrorInfo());
     }
 
-    static HRESULT OpenSession(CComPtr<IOpenRowset>& session) {
-        CComPtr<IDataInitialize> initialize;
-        HRESULT result = CreateComInstance(kDataInitializeClass, initialize);
-        CComPtr<IUnknown> object;
-        if (Succeeded(result)) {
-            result = initialize->GetDataSource(nullptr, 0, L"Provider=Quorbel.OLEDBProvider",
-                                               IDBInitialize::kId, object.Receive());
-        }
-        CComPtr<IDBInitialize> source;
-        CComPtr<IDBCreateSession> sessions;
-        if (Succeeded(result)) result = object.QueryInterface(source);
-        if (Succeeded(result)) result = source->Initialize();
-        if (Succeeded(result)) result = source.QueryInterface(sessions);
-        if (!Succeeded(result)) return result;
-        return sessions->CreateSession(nullptr, IOpenRowset::kId,
-                                       reinterpret_cast<IUnknown**>(session.Receive()));
-    }
-
-    static HRESULT MakeCommand(const CComPtr<IOpenRowset>& session, const std::wstring& text,
-                               CComPtr<ICommandText>& command) {
-        CComPtr<IDBCreateCommand> commands;
-        HRESULT result = session.QueryInterface(commands);
-        if (!Succeeded(result)) return result;
-        result = commands->CreateCommand(nullptr, ICommandText::kId,
-                                         reinterpret_cast<IUnknown**>(command.Receive()));
-        return Succeeded(result) ? command->SetCommandText(DBGUID_DEFAULT, text.c_str()) : result;
-    }
-
-    static HRESULT Execute(const CComPtr<ICommandText>& command, const Arguments& arguments,
+    static HRESULT Execute(const CComPtr<ICommand>& command, const Arguments& arguments,
                            CComPtr<IRowset>& rowset) {
-        CComPtr<ICommandWithParameters> parameters;
-        CComPtr<IAccessor> accessors;
-        EXPECT_EQ(command.QueryInterface(parameters), S_OK);
-        EXPECT_EQ(command.QueryInterface(accessors), S_OK);
-        std::vector<std::size_t> ordinals;
-        std::vector<DBPARAMBINDINFO> infos;
-        std::vector<DBBINDING> bindings;
-        std::vector<CVariant> values;
-        std::vector<BSTR> buffer;
-        for (const auto& [name, text] : arguments) {
-            ordinals.push_back(ordinals.size() + 1);
-            infos.push_back({L"DBTYPE_WVARCHAR", name.c_str(), 8, 0, 255, 255});
-            bindings.push_back({ordinals.size(), buffer.size() * sizeof(BSTR), 0, 0, nullptr, nullptr,
-                                DBPART_VALUE, DBPARAMIO_INPUT, sizeof(BSTR), DBTYPE_BSTR});
-            values.emplace_back(std::wstring_view(text));
-            buffer.push_back(values.back().bstrVal);
-        }
-        DBPARAMS set{buffer.data(), 1, 0};
-        if (!arguments.empty()) {
-            EXPECT_EQ(parameters->SetParameterInfo(infos.size(), ordinals.data(), infos.data()), S_OK);
-            EXPECT_EQ(accessors->CreateAccessor(DBACCESSOR_PARAMETERDATA, bindings.size(), bindings.data(),
-                                                buffer.size() * sizeof(BSTR), &set.hAccessor, nullptr),
-                      S_OK);
-        }
-        std::int64_t affected = 0;
-        return command->Execute(nullptr, IRowset::kId, arguments.empty() ? nullptr : &set, &affected,
-                                reinterpret_cast<IUnknown**>(rowset.Receive()));
+        std::vector<CDeclared> declared;
+        for (const auto& [name, text] : arguments) declared.push_back({name, CVariant(text)});
+        return quorbel::Execute(command, declared, rowset);
     }
 
     static void Read(const CComPtr<IRowset>& rowset, CAnswer& answer) {
-        struct CSlot {
-            DBSTATUS status;
-            wchar_t text[64];
-        };
-        CComPtr<IAccessor> accessors;
-        CComPtr<IColumnsInfo> columns;
-        EXPECT_EQ(rowset.QueryInterface(accessors), S_OK);
-        EXPECT_EQ(rowset.QueryInterface(columns), S_OK);
-        std::size_t count = 0;
-        DBCOLUMNINFO* info = nullptr;
-        wchar_t* names = nullptr;
-        EXPECT_EQ(columns->GetColumnInfo(&count, &info, &names), S_OK);
-        std::vector<DBBINDING> bindings;
-        for (std::size_t column = 0; column < count; ++column) {
-            answer.types.push_back(info[column].wType);
-            const std::size_t at = column * sizeof(CSlot);
-            bindings.push_back({column + 1, at + offsetof(CSlot, text), 0, at, nullptr, nullptr,
-                                DBPART_VALUE | DBPART_STATUS, DBPARAMIO_NOTPARAM, 64, DBTYPE_WSTR});
-        }
-        CoTaskMemFree(info);
-        CoTaskMemFree(names);
+        answer.types = TypesOf(rowset);
         ReadValues(rowset, answer);
-        std::vector<CSlot> row(count);
-        HACCESSOR accessor = 0;
-        EXPECT_EQ(accessors->CreateAccessor(DBACCESSOR_ROWDATA, count, bindings.data(), count * sizeof(CSlot),
-                                            &accessor, nullptr),
-                  S_OK);
-        HROW handle = 0;
-        HROW* handles = &handle;
-        std::size_t obtained = 0;
-        while ((answer.result = rowset->GetNextRows(0, 0, 1, &obtained, &handles)) == S_OK) {
-            EXPECT_TRUE(Succeeded(rowset->GetData(handle, accessor, row.data())));
-            std::wstring& line = answer.lines.emplace_back();
-            for (const CSlot& slot : row) {
-                if (&slot != row.data()) line += L"|";
-                line += slot.status == DBSTATUS_S_OK       ? slot.text
-                        : slot.status == DBSTATUS_S_ISNULL ? L"NULL"
-                                                           : L"#" + std::to_wstring(slot.status);
-            }
-            EXPECT_EQ(rowset->ReleaseRows(1, &handle, nullptr, nullptr, nullptr), S_OK);
-        }
+        answer.lines = Fetch(rowset, &answer.result);
         if (answer.result == DB_S_ENDOFROWSET) answer.result = S_OK;
     }
 
@@ -326,7 +237,7 @@ TEST_P(BothDatabases, HoldNoLocksWhileTheRowsOfACommandThatWritesAreRead) {
         L"SELECT n + 1 FROM s WHERE n < 3000) SELECT n FROM s");
     for (const std::wstring& text : cases) {
         CComPtr<IOpenRowset> session;
-        CComPtr<ICommandText> command;
+        CComPtr<ICommand> command;
         CComPtr<IRowset> rowset;
         ASSERT_EQ(OpenSession(session), S_OK);
         ASSERT_EQ(MakeCommand(session, text, command), S_OK);
@@ -383,7 +294,7 @@ TEST_P(BothDatabases, CancelACommandAtAnyTimeOfItsLifeAndNoOther) {
     CComPtr<IOpenRowset> session;
     ASSERT_EQ(OpenSession(session), S_OK);
     for (const wchar_t* const rows : {L"no", L"yes", L"no", L"yes"}) {
-        CComPtr<ICommandText> command;
+        CComPtr<ICommand> command;
         CComPtr<IRowset> rowset;
         CAnswer answer;
         ASSERT_EQ(MakeCommand(session, endless, command), S_OK);
@@ -394,7 +305,7 @@ TEST_P(BothDatabases, CancelACommandAtAnyTimeOfItsLifeAndNoOther) {
         EXPECT_EQ(answer.result, DB_E_CANCELED);
         rowset = nullptr;
         EXPECT_EQ(Execute(command, {}, rowset), DB_E_CANCELED) << "for good";
-        CComPtr<ICommandText> next;
+        CComPtr<ICommand> next;
         ASSERT_EQ(MakeCommand(session, L"SELECT 1", next), S_OK);
         ASSERT_EQ(Execute(next, {}, rowset), S_OK);
         EXPECT_EQ(command->Cancel(), S_OK);

@@ -66,7 +66,7 @@ class ActionEvents : public testing::Test {
         SysFreeString(std::exchange(m_exception.bstrDescription, nullptr));
     }
 
-    static constexpr GUID kProperties = CActionEventInvoker::kPropertiesId;
+    static constexpr GUID kProperties = kScriptProperties;
     CComPtr<CDataAccessor::CActionEventHandler> m_sink{
         new CDataAccessor::CActionEventHandler(std::make_shared<CActionEventInvoker>())};
     HRESULT m_lastResult = S_OK;

@@ -43,10 +43,5 @@ TEST(Engine, IsNotRememberedAsMissing) {
     EXPECT_EQ(FindEngine(Wide(path)).Value(), engine.Value()) << "loaded for good";
 }
 
-TEST(Engine, IsFoundBesideTheProgramByItsBareName) {
-    EXPECT_TRUE(FindEngine(L"QbLua.so").IsOk());
-    EXPECT_EQ(FindEngine(L"qblua.so").Error(), ErrorCode::ModuleNotFound);
-}
-
 }  // namespace
 }  // namespace quorbel::LibScripting
