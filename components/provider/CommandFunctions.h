@@ -6,13 +6,9 @@
 #include "components/provider/SqlFunctions.h"
 #include "platform/Lock.h"
 #include "platform/com/Dispatch.h"
+#include "platform/oledb/ScriptProperties.h"
 
 namespace quorbel {
-
-/// The interface identifier under which the consumer's event sink has the properties "Actor", the script
-/// engine library, and "Resource", the value that each action is given.
-inline constexpr GUID kScriptProperties{
-    0xD2BE7AA4, 0x1B6D, 0x4BD9, {0x97, 0xA7, 0xBA, 0xF8, 0x1F, 0xFD, 0x8D, 0x1D}};
 
 /// Where the consumer advises the sink that carries out a command's script actions. Safe to use from any
 /// thread.

@@ -44,8 +44,7 @@ CHTMLDataSource::~CHTMLDataSource() {
 }
 
 HRESULT CHTMLDataSource::Open(const std::wstring& initialisation) {
-    m_session = nullptr;
-    m_source = nullptr;
+    Ignore(Close());
     return CreateSession(initialisation);
 }
 
@@ -79,10 +78,10 @@ HRESULT CHTMLDataSource::Execute(const std::wstring& text, const GUID& interface
     try {
         HRESULT code = Prepare(text);
         if (Succeeded(code)) code = Run(interfaceId, result);
-        if (!Succeeded(code)) ReleaseCommand();
+        if (!Succeeded(code)) CloseCommand();
         return code;
     } catch (const std::bad_alloc&) {
-        ReleaseCommand();
+        CloseCommand();
         return E_OUTOFMEMORY;
     }
 }
@@ -247,9 +246,13 @@ void CHTMLDataSource::CloseRowset() noexcept {
     m_hasFetched = false;
 }
 
-HRESULT CHTMLDataSource::Close() {
+void CHTMLDataSource::CloseCommand() noexcept {
     CloseRowset();
     ReleaseCommand();
+}
+
+HRESULT CHTMLDataSource::Close() {
+    CloseCommand();
     m_session = nullptr;
     m_source = nullptr;
     return S_OK;

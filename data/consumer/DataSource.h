@@ -109,6 +109,7 @@ class CHTMLDataSource : public CAccessorBuffer {
     HRESULT ApplyFilter();
     void ReleaseRow() noexcept;
     void CloseRowset() noexcept;
+    void CloseCommand() noexcept;
 
     const Rendering m_rendering;
     CRowAccessor::Form m_form = CRowAccessor::Form::Text;

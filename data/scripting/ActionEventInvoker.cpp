@@ -42,7 +42,7 @@ struct CActionEventInvoker::CAction {
 
 HRESULT CActionEventInvoker::GetIDsOfNames(const GUID& interfaceId, const wchar_t* const* names,
                                            std::uint32_t count, DISPID* ids) noexcept try {
-    if (interfaceId != IID_NULL && interfaceId != kPropertiesId) return E_NOINTERFACE;
+    if (interfaceId != IID_NULL && interfaceId != kScriptProperties) return E_NOINTERFACE;
     if (count != 0 && (!names || !ids)) return E_POINTER;
     HRESULT result = S_OK;
     for (std::uint32_t index = 0; index != count; ++index) {
@@ -69,7 +69,7 @@ DISPID CActionEventInvoker::IdOf(std::wstring_view name) {
 HRESULT CActionEventInvoker::Invoke(DISPID id, const GUID& interfaceId, const DISPPARAMS* parameters,
                                     VARIANT* result, EXCEPINFO* exception,
                                     std::uint32_t* wrongArgument) noexcept try {
-    if (interfaceId == kPropertiesId) return SetProperty(id, parameters);
+    if (interfaceId == kScriptProperties) return SetProperty(id, parameters);
     if (interfaceId != IID_NULL) return E_NOINTERFACE;
     static constexpr DISPPARAMS kNone{};
     if (!parameters) parameters = &kNone;

@@ -7,6 +7,7 @@
 #include "data/scripting/ScriptEngine.h"
 #include "platform/Lock.h"
 #include "platform/com/Dispatch.h"
+#include "platform/oledb/ScriptProperties.h"
 
 namespace quorbel {
 
@@ -15,11 +16,8 @@ namespace quorbel {
 /// From any thread.
 class CActionEventInvoker {
  public:
-    /// What the provider sets "Actor" (0) and "Resource" (1) through; actions go through IID_NULL.
-    static constexpr GUID kPropertiesId{
-        0xD2BE7AA4, 0x1B6D, 0x4BD9, {0x97, 0xA7, 0xBA, 0xF8, 0x1F, 0xFD, 0x8D, 0x1D}};
-
-    /// As IDispatch has them. A new name of an action or an argument gets the next number, from 1 on.
+    /// As IDispatch has them: properties go through kScriptProperties, actions through IID_NULL. A new name
+    /// of an action or an argument gets the next number, from 1 on.
     /// @{
     HRESULT GetIDsOfNames(const GUID& interfaceId, const wchar_t* const* names, std::uint32_t count,
                           DISPID* ids) noexcept;
