@@ -2,8 +2,8 @@
 #include <cstring>
 #include <limits>
 
-#include "components/provider/ByteStream.h"
-#include "components/provider/RowValue.h"
+#include "components/oledb/ByteStream.h"
+#include "components/oledb/RowValue.h"
 #include "platform/Error.h"
 
 namespace quorbel {

@@ -1,4 +1,4 @@
-#include "components/provider/ByteStream.h"
+#include "components/oledb/ByteStream.h"
 
 #include <algorithm>
 #include <cstring>

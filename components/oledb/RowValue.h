@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "components/provider/SqlConnection.h"
+#include "components/oledb/Rows.h"
 #include "platform/oledb/OleDb.h"
 
 namespace quorbel {

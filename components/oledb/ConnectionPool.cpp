@@ -1,4 +1,4 @@
-#include "components/provider/ConnectionPool.h"
+#include "components/oledb/ConnectionPool.h"
 
 #include <algorithm>
 #include <mutex>
@@ -31,7 +31,7 @@ HRESULT CPooledConnection::Renew() {
     if (Own().connection && Own().connection->Reset()) return S_OK;
     Own().connection.reset();
     Own().version = Own().pool->Database().Version();
-    return Own().pool->Database().Connect(Own().connection);
+    return Own().pool->Database().Open(Own().connection);
 }
 
 HRESULT CConnectionPool::Take(std::unique_ptr<CPooledConnection>& connection) {
@@ -51,7 +51,7 @@ HRESULT CConnectionPool::Take(std::unique_ptr<CPooledConnection>& connection) {
         taken->Own().connection = std::move(idle.connection);
     } else {
         idle.connection.reset();
-        const HRESULT connected = m_database->Connect(taken->Own().connection);
+        const HRESULT connected = m_database->Open(taken->Own().connection);
         if (!Succeeded(connected)) return connected;
     }
     connection = std::move(taken);
@@ -138,7 +138,7 @@ void CConnectionPool::GivePlace(CIdle idle) noexcept {
     m_idle.erase(m_idle.begin());
 }
 
-void CConnectionPool::GiveBack(std::unique_ptr<ISqlConnection> connection, std::uint64_t version) noexcept {
+void CConnectionPool::GiveBack(std::unique_ptr<IConnection> connection, std::uint64_t version) noexcept {
     if (connection && !connection->Reset()) connection.reset();
     GivePlace({std::move(connection), version, m_clock.Steady()});
 }

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "components/provider/SqlConnection.h"
+#include "components/oledb/Rows.h"
 
 namespace quorbel {
 

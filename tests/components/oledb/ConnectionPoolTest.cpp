@@ -2,7 +2,8 @@
 #include <new>
 #include <thread>
 
-#include "components/provider/ConnectionPool.h"
+#include "components/oledb/ConnectionPool.h"
+#include "components/provider/SqlConnection.h"
 #include "platform/Waiting.h"
 #include "platform/com/ErrorInfo.h"
 #include "platform/oledb/OleDb.h"

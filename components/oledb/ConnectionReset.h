@@ -6,7 +6,7 @@
 #include <memory>
 #include <thread>
 
-#include "components/provider/SqlConnection.h"
+#include "components/oledb/Connection.h"
 #include "platform/Lock.h"
 
 namespace quorbel {
@@ -19,7 +19,7 @@ class CConnectionReset {
  public:
     struct CReturned {
         std::shared_ptr<CConnectionPool> pool;  ///< released on the thread; null when it does not matter
-        std::unique_ptr<ISqlConnection> connection;
+        std::unique_ptr<IConnection> connection;
         std::uint64_t version = 0;  ///< of the database when the connection was opened
         bool hasPlace = false;      ///< it goes back to the pool, once it is reset; else it is closed
     };

@@ -3,8 +3,7 @@
 #include <atomic>
 #include <memory>
 
-#include "components/provider/ConnectionPool.h"
-#include "components/provider/SqlCommandCache.h"
+#include "components/oledb/ConnectionPool.h"
 #include "platform/Lock.h"
 
 namespace quorbel {
@@ -15,9 +14,8 @@ using CCancelFlag = std::atomic<bool>;
 /// The connection of a session, which its commands use one after the other.
 class CSessionConnection {
  public:
-    CSessionConnection(std::unique_ptr<CPooledConnection> connection, std::shared_ptr<CConnectionPool> pool,
-                       std::shared_ptr<CSqlCommandCache> commands)
-        : m_pool(std::move(pool)), m_commands(std::move(commands)), m_connection(std::move(connection)) {}
+    explicit CSessionConnection(std::unique_ptr<CPooledConnection> connection)
+        : m_connection(std::move(connection)) {}
 
     /// Takes the connection for one execution of a command. DB_E_OBJECTOPEN while another has it,
     /// DB_E_CANCELED for a command that was cancelled.
@@ -27,12 +25,13 @@ class CSessionConnection {
     /// Cancels what the command runs, if anything. From any thread.
     void Cancel(const CCancelFlag& command) noexcept;
 
-    ISqlConnection& operator*() const noexcept { return **m_connection; }
-    HRESULT Parse(std::wstring_view text, std::shared_ptr<const CSqlCommand>& command);
+    /// The connection, which is of the class that the database opens.
+    template <class Connection>
+    Connection& Get() const noexcept {
+        return static_cast<Connection&>(**m_connection);
+    }
 
  private:
-    const std::shared_ptr<CConnectionPool> m_pool;
-    const std::shared_ptr<CSqlCommandCache> m_commands;
     const std::unique_ptr<CPooledConnection> m_connection;
 
     CMutex m_lock{LockRank::DatabaseSession};  // guards:

@@ -1,9 +1,9 @@
-#include "components/provider/ConnectionReset.h"
+#include "components/oledb/ConnectionReset.h"
 
 #include <mutex>
 #include <new>
 
-#include "components/provider/ConnectionPool.h"
+#include "components/oledb/ConnectionPool.h"
 #include "platform/Thread.h"
 
 namespace quorbel {

@@ -6,8 +6,8 @@
 #include <memory>
 #include <vector>
 
-#include "components/provider/ConnectionReset.h"
-#include "components/provider/SqlConnection.h"
+#include "components/oledb/Connection.h"
+#include "components/oledb/ConnectionReset.h"
 #include "platform/Clock.h"
 #include "platform/Lock.h"
 
@@ -31,8 +31,8 @@ class CPooledConnection {
     CPooledConnection(const CPooledConnection&) = delete;
     CPooledConnection& operator=(const CPooledConnection&) = delete;
 
-    ISqlConnection& operator*() const noexcept { return *Own().connection; }
-    ISqlConnection* operator->() const noexcept { return Own().connection.get(); }
+    IConnection& operator*() const noexcept { return *Own().connection; }
+    IConnection* operator->() const noexcept { return Own().connection.get(); }
     /// Makes it fit for the next command, by a new connection when need be. After a failure it can only be
     /// renewed again.
     HRESULT Renew();
@@ -55,13 +55,13 @@ class CPooledConnection {
 class CConnectionPool : public std::enable_shared_from_this<CConnectionPool> {
  public:
     /// `reset` resets and closes the connections of a database with which that may wait.
-    CConnectionPool(std::shared_ptr<ISqlDatabase> database, const CPoolOptions& options,
+    CConnectionPool(std::shared_ptr<IDatabase> database, const CPoolOptions& options,
                     std::weak_ptr<CConnectionReset> reset, IClock& clock = SystemClock())
         : m_database(std::move(database)), m_options(options), m_reset(std::move(reset)), m_clock(clock) {
         m_idle.reserve(options.mostIdle + 1);  // so that giving back needs no memory
     }
 
-    ISqlDatabase& Database() const noexcept { return *m_database; }
+    IDatabase& Database() const noexcept { return *m_database; }
     /// Waits for a connection when all are taken: HResultFromWin32(1450) when too many do already, (1460)
     /// after the longest wait, DB_E_CANCELED for work that was abandoned.
     HRESULT Take(std::unique_ptr<CPooledConnection>& connection);
@@ -70,7 +70,7 @@ class CConnectionPool : public std::enable_shared_from_this<CConnectionPool> {
     friend class CPooledConnection;
     friend class CConnectionReset;
     struct CIdle {
-        std::unique_ptr<ISqlConnection> connection;
+        std::unique_ptr<IConnection> connection;
         std::uint64_t version;
         std::chrono::nanoseconds since;
     };
@@ -91,11 +91,11 @@ class CConnectionPool : public std::enable_shared_from_this<CConnectionPool> {
     HRESULT WaitForPlace(CWaiter& waiter, CEvent* abandoned);
     void GivePlace(CIdle idle) noexcept;
     /// Resets it; a connection that is null gives back its place alone.
-    void GiveBack(std::unique_ptr<ISqlConnection> connection, std::uint64_t version) noexcept;
+    void GiveBack(std::unique_ptr<IConnection> connection, std::uint64_t version) noexcept;
     static void Close(Closing closing, CConnectionReset& reset);
     void DropStale(std::uint64_t version, Closing& closing);
 
-    const std::shared_ptr<ISqlDatabase> m_database;
+    const std::shared_ptr<IDatabase> m_database;
     const CPoolOptions m_options;
     const std::weak_ptr<CConnectionReset> m_reset;  // whose thread may be the last to release the pool
     IClock& m_clock;

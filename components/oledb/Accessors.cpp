@@ -1,4 +1,4 @@
-#include "components/provider/Accessors.h"
+#include "components/oledb/Accessors.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "components/provider/RowValue.h"
+#include "components/oledb/RowValue.h"
 
 #include <algorithm>
 #include <array>
@@ -8,8 +8,8 @@
 #include <limits>
 #include <new>
 
-#include "components/provider/ByteStream.h"
-#include "components/provider/ValueText.h"
+#include "components/oledb/ByteStream.h"
+#include "components/oledb/ValueText.h"
 #include "platform/Text.h"
 
 namespace quorbel {

@@ -1,4 +1,4 @@
-#include "components/provider/SessionConnection.h"
+#include "components/oledb/SessionConnection.h"
 
 #include <mutex>
 
@@ -48,10 +48,6 @@ void CSessionConnection::GiveBack() noexcept {
 void CSessionConnection::Cancel(const CCancelFlag& command) noexcept {
     const std::lock_guard guard(m_lock);
     if (m_command == &command) (**m_connection).Cancel();
-}
-
-HRESULT CSessionConnection::Parse(std::wstring_view text, std::shared_ptr<const CSqlCommand>& command) {
-    return m_commands->Parse(m_pool->Database().Dialect(), text, command);
 }
 
 }  // namespace quorbel

@@ -1,4 +1,4 @@
-#include "components/provider/ValueText.h"
+#include "components/oledb/ValueText.h"
 
 #include <algorithm>
 #include <charconv>
