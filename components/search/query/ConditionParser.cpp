@@ -156,7 +156,6 @@ bool CConditionParser::WordColumn(std::string& columns) {
     if (property->words.empty()) {
         return Fail(L"\"" + token.text + L"\" has no words to look for", token.begin + 1);
     }
-    if (!Spend(token)) return false;
     if ((" " + columns + " ").find(" " + std::string(property->words) + " ") != std::string::npos)
         return true;
     columns += (columns.empty() ? "" : " ") + std::string(property->words);

@@ -7,7 +7,7 @@ namespace quorbel {
 /// What a command may hold at most. SQLite's own bounds lie beyond.
 struct CSearchBounds {
     static constexpr std::size_t kCharacters = 100'000;
-    static constexpr std::size_t kNesting = 16;      ///< of parentheses and NOTs
+    static constexpr std::size_t kNesting = 24;      ///< of parentheses and NOTs
     static constexpr std::size_t kConditions = 500;  ///< comparisons, words, phrases, texts of lists
     static constexpr std::size_t kWords = 1000;      ///< of all phrases
     static constexpr std::size_t kPattern = 1000;    ///< characters of one LIKE
