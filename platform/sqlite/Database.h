@@ -72,7 +72,7 @@ struct CDatabaseOptions {
     bool isReadOnly = false;
     /// Whether what was committed survives a power failure; what survives is whole in any case.
     bool survivesPowerFailure = true;
-    CDatabaseErrors errors;
+    CDatabaseErrors errors{};
 };
 
 /// A connection to an SQLite file, which must exist. Not synchronised.

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <optional>
 
 #include "components/search/index/Fts5.h"
 #include "components/search/index/WordBreaker.h"
@@ -21,6 +20,12 @@ struct COccurrence {
     std::size_t phrase;
     std::size_t begin;
     std::size_t end;
+};
+
+/// Some bytes of the text.
+struct CSpan {
+    std::size_t begin = 0;
+    std::size_t end = 0;
 };
 
 /// Finds one phrase in a row of words.
@@ -76,23 +81,25 @@ class CSearch {
         return isOpen;
     }
     const std::vector<COccurrence>& Found() const noexcept { return m_found; }
-    /// The first of the occurrences to be shown.
-    std::optional<std::size_t> Best() const {
-        return m_mostPhrases == 0 ? std::nullopt : std::optional(m_best);
-    }
+    /// The bytes that hold most of the phrases; none when none was found.
+    CSpan Best() const noexcept { return m_best; }
 
  private:
     /// Takes in the last occurrence: the window that ends with it may be the best one.
     bool BestHasAll() {
-        while (m_found.back().end - m_found[m_first].begin > m_size && m_first + 1 != m_found.size())
-            ++m_first;
-        std::vector<bool> seen(m_finders.size());
-        for (std::size_t place = m_first; place != m_found.size(); ++place)
-            seen[m_found[place].phrase] = true;
-        const auto phrases = static_cast<std::size_t>(std::ranges::count(seen, true));
+        std::vector<std::size_t> times(m_finders.size());
+        for (std::size_t place = m_first; place != m_found.size(); ++place) ++times[m_found[place].phrase];
+        // What comes again, or is too far away, need not be shown.
+        for (; m_first + 1 != m_found.size(); ++m_first) {
+            const COccurrence& first = m_found[m_first];
+            const bool isFar = m_found.back().end - first.begin > m_size;
+            if (!isFar && times[first.phrase] == 1) break;
+            --times[first.phrase];
+        }
+        const std::size_t phrases = times.size() - static_cast<std::size_t>(std::ranges::count(times, 0U));
         if (phrases > m_mostPhrases) {
             m_mostPhrases = phrases;
-            m_best = m_first;
+            m_best = {m_found[m_first].begin, m_found.back().end};
         }
         return m_mostPhrases == m_finders.size();
     }
@@ -101,7 +108,7 @@ class CSearch {
     const std::size_t m_size;
     std::vector<COccurrence> m_found;
     std::size_t m_first = 0;  // of the window that ends with the last
-    std::size_t m_best = 0;
+    CSpan m_best;
     std::size_t m_mostPhrases = 0;
 };
 
@@ -114,6 +121,13 @@ std::size_t WordEnd(std::string_view text, std::size_t from) {
 
 bool IsContinuation(char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
+
+/// Where the last character begins.
+std::size_t LastCharacter(std::string_view text) {
+    std::size_t at = text.size() - 1;
+    while (at != 0 && IsContinuation(text[at])) --at;
+    return at;
 }
 
 /// Moves a cut to a boundary of words, when there is one near, else of characters.
@@ -204,12 +218,13 @@ std::string Excerpt(const TextPieces& text, const std::vector<CSoughtPhrase>& ph
         searched = blank;
     }
     if (isOpen && isEnd) Ignore(search.Look(read, searched));
-    const auto best = search.Best();
-    // A quarter of the place goes to what stands before the first word.
-    const std::size_t wanted = best ? search.Found()[*best].begin : 0;
-    const std::size_t begin = CutBefore(read, wanted > size / 4 ? wanted - size / 4 : 0);
-    const std::size_t first = wanted < begin ? wanted : begin;
+    const CSpan best = search.Best();
+    const std::size_t room = size - std::min(best.end - best.begin, size);
+    const std::size_t before = std::min(room / 2, size / 4);
+    const std::size_t first =
+        best.begin <= before ? 0 : std::min(CutBefore(read, best.begin - before), best.begin);
     while (!isEnd && read.size() < first + 2 * size) readOn();
+    if (!isEnd) read.resize(LastCharacter(read));  // it may have been cut
     return Show(read, first, CutBefore(read, std::min(first + size, read.size())), search.Found());
 }
 

@@ -78,27 +78,6 @@ bool IsHangulSyllable(UChar32 character) {
     return character >= 0xAC00 && character <= 0xD7A3;
 }
 
-std::string Fold(UChar32 character) {
-    UErrorCode error = U_ZERO_ERROR;
-    const auto* const folder = icu::Normalizer2::getNFKCCasefoldInstance(error);
-    const auto* const decomposer = icu::Normalizer2::getNFDInstance(error);
-    if (U_FAILURE(error)) return {};
-    const icu::UnicodeString composed = folder->normalize(icu::UnicodeString(character), error);
-    icu::UnicodeString folded;
-    for (std::int32_t at = 0; at < composed.length(); at = composed.moveIndex32(at, 1)) {
-        const UChar32 one = composed.char32At(at);
-        icu::UnicodeString parts;
-        // Syllables stay whole: they are what people search for.
-        if (IsHangulSyllable(one) || !decomposer->getDecomposition(one, parts)) parts = one;
-        for (std::int32_t in = 0; in < parts.length(); in = parts.moveIndex32(in, 1)) {
-            const UChar32 part = parts.char32At(in);
-            if (!IsAccent(part)) folded.append(WithoutStroke(part));
-        }
-    }
-    std::string utf8;
-    return folded.toUTF8String(utf8);
-}
-
 Part PartOf(UChar32 character) {
     constexpr std::uint32_t kMarks = U_GC_M_MASK;
     constexpr std::uint32_t kLetters = U_GC_L_MASK | U_GC_N_MASK;
@@ -115,11 +94,39 @@ Part PartOf(UChar32 character) {
     return uscript_hasScript(character, USCRIPT_KATAKANA) ? Part::Alone : Part::Letter;
 }
 
+std::string Fold(UChar32 character) {
+    UErrorCode error = U_ZERO_ERROR;
+    const auto* const folder = icu::Normalizer2::getNFKCCasefoldInstance(error);
+    const auto* const decomposer = icu::Normalizer2::getNFDInstance(error);
+    if (U_FAILURE(error)) return {};
+    const icu::UnicodeString composed = folder->normalize(icu::UnicodeString(character), error);
+    icu::UnicodeString folded;
+    for (std::int32_t at = 0; at < composed.length(); at = composed.moveIndex32(at, 1)) {
+        const UChar32 one = composed.char32At(at);
+        icu::UnicodeString parts;
+        // Syllables stay whole: they are what people search for.
+        if (IsHangulSyllable(one) || !decomposer->getDecomposition(one, parts)) parts = one;
+        for (std::int32_t in = 0; in < parts.length(); in = parts.moveIndex32(in, 1)) {
+            const UChar32 part = parts.char32At(in);
+            // (The stroke of a fraction is no part of a word.)
+            const Part kind = PartOf(part);
+            if (kind != Part::None && kind != Part::Ignored) folded.append(WithoutStroke(part));
+        }
+    }
+    std::string utf8;
+    return folded.toUTF8String(utf8);
+}
+
 CCharacter Describe(UChar32 character) {
     CCharacter described{PartOf(character), {}};
     if (described.part == Part::None || described.part == Part::Ignored) return described;
     described.folded = Fold(character);
     if (described.folded.empty()) described.part = Part::Ignored;
+    // Forms of half width have marks that are letters by themselves.
+    std::int32_t at = 0;
+    UChar32 first = 0;
+    U8_NEXT(described.folded.data(), at, static_cast<std::int32_t>(described.folded.size()), first);
+    if (first > 0 && PartOf(first) == Part::Mark) described.part = Part::Mark;
     return described;
 }
 
