@@ -10,7 +10,7 @@
 
 namespace quorbel {
 
-/// What the service asks of the archive's provider, without the service.
+/// What the service asks of a provider, without the service.
 
 /// A parameter as the service declares it.
 struct CDeclared {
@@ -18,15 +18,15 @@ struct CDeclared {
     CVariant value;
 };
 
-inline HRESULT OpenSession(CComPtr<IOpenRowset>& session) {
+inline HRESULT OpenSession(CComPtr<IOpenRowset>& session,
+                           const wchar_t* initialisation = L"Provider=Quorbel.OLEDBProvider") {
     CComPtr<IDataInitialize> initialize;
     CComPtr<IUnknown> object;
     CComPtr<IDBInitialize> source;
     CComPtr<IDBCreateSession> sessions;
     HRESULT result = CreateComInstance(kDataInitializeClass, initialize);
     if (Succeeded(result)) {
-        result = initialize->GetDataSource(nullptr, 0, L"Provider=Quorbel.OLEDBProvider", IDBInitialize::kId,
-                                           object.Receive());
+        result = initialize->GetDataSource(nullptr, 0, initialisation, IDBInitialize::kId, object.Receive());
     }
     if (Succeeded(result)) result = object.QueryInterface(source);
     if (Succeeded(result)) result = source.QueryInterface(sessions);
@@ -107,10 +107,10 @@ inline std::vector<DBTYPE> TypesOf(const CComPtr<IRowset>& rowset) {
     return types;
 }
 
-/// Fetches all rows, each column as text of up to 63 characters, joined by "|"; "#" and the status of those
+/// Fetches all rows, each column as text of up to 511 characters, joined by "|"; "#" and the status of those
 /// that have none. What came behind the last row is `end`.
 inline std::vector<std::wstring> Fetch(const CComPtr<IRowset>& rowset, HRESULT* end = nullptr) {
-    constexpr std::size_t kCharacters = 64;
+    constexpr std::size_t kCharacters = 512;
     struct CSlot {
         DBSTATUS status;
         wchar_t text[kCharacters];
