@@ -42,45 +42,45 @@ TEST(CommandParser, SaysWhatIsWrongAndWhere) {
          L"Where BY is expected, there is \"System.Size\" (character 43)."},
         {L"SELECT System.Size FROM SystemIndex ORDER BY System.Search.AutoSummary",
          L"\"System.Search.AutoSummary\" cannot be sorted by (character 46)."},
-        {Where(L""), L"Where a column is expected, the command ends (character 49)."},
-        {Where(L"1 = 1"), L"Where a column is expected, there is \"1\" (character 49)."},
-        {Where(L"System.Size"), L"Where a comparison is expected, the command ends (character 60)."},
-        {Where(L"System.Size = 'x'"), L"Where a whole number is expected, there is \"x\" (character 63)."},
-        {Where(L"System.Size = 1.5"), L"Where a whole number is expected, there is \"1.5\" (character 63)."},
+        {Where(L""), L"Where a column is expected, the command ends (character 46)."},
+        {Where(L"1 = 1"), L"Where a column is expected, there is \"1\" (character 46)."},
+        {Where(L"System.Size"), L"Where a comparison is expected, the command ends (character 57)."},
+        {Where(L"System.Size = 'x'"), L"Where a whole number is expected, there is \"x\" (character 60)."},
+        {Where(L"System.Size = 1.5"), L"Where a whole number is expected, there is \"1.5\" (character 60)."},
         {Where(L"System.Size = 99999999999999999999"),
-         L"Where a whole number is expected, there is \"99999999999999999999\" (character 63)."},
+         L"Where a whole number is expected, there is \"99999999999999999999\" (character 60)."},
         {Where(L"System.Size LIKE '1%'"),
-         L"Where a comparison with a whole number is expected, there is \"1%\" (character 66)."},
+         L"Where a comparison with a whole number is expected, there is \"1%\" (character 63)."},
         {Where(L"System.Title = 5"),
-         L"Where a text in single quotes is expected, there is \"5\" (character 64)."},
+         L"Where a text in single quotes is expected, there is \"5\" (character 61)."},
         {Where(L"System.Title = NULL"),
-         L"Where a text in single quotes is expected, there is \"NULL\" (character 64)."},
-        {Where(L"System.Title = 'x"), L"A quotation mark is not closed (character 64)."},
-        {Where(L"\"System.Title = 'x'"), L"A quotation mark is not closed (character 49)."},
-        {Where(L"System.Title NOT 'x'"), L"Where LIKE or IN is expected, there is \"x\" (character 66)."},
-        {Where(L"System.Title LIKE 'a[b'"), L"A \"[\" of the pattern is not closed (character 67)."},
+         L"Where a text in single quotes is expected, there is \"NULL\" (character 61)."},
+        {Where(L"System.Title = 'x"), L"A quotation mark is not closed (character 61)."},
+        {Where(L"\"System.Title = 'x'"), L"A quotation mark is not closed (character 46)."},
+        {Where(L"System.Title NOT 'x'"), L"Where LIKE or IN is expected, there is \"x\" (character 63)."},
+        {Where(L"System.Title LIKE 'a[b'"), L"A \"[\" of the pattern is not closed (character 64)."},
         {Where(L"System.Title IN ()"),
-         L"Where a text in single quotes is expected, there is \")\" (character 66)."},
-        {Where(L"System.DateModified > '2020-02-30'"), L"\"2020-02-30\" is no date (character 71)."},
-        {Where(L"System.DateModified > '2020'"), L"\"2020\" is no date (character 71)."},
-        {Where(L"System.Search.Rank > 5"), L"\"System.Search.Rank\" cannot be compared (character 49)."},
-        {Where(L"(System.Size = 1"), L"Where ) is expected, the command ends (character 65)."},
+         L"Where a text in single quotes is expected, there is \")\" (character 63)."},
+        {Where(L"System.DateModified > '2020-02-30'"), L"\"2020-02-30\" is no date (character 68)."},
+        {Where(L"System.DateModified > '2020'"), L"\"2020\" is no date (character 68)."},
+        {Where(L"System.Search.Rank > 5"), L"\"System.Search.Rank\" cannot be compared (character 46)."},
+        {Where(L"(System.Size = 1"), L"Where ) is expected, the command ends (character 62)."},
         {Where(L"System.Size = 1)"),
-         L"Where the end of the command is expected, there is \")\" (character 64)."},
-        {Where(L"System.Size = 1 OR"), L"Where a column is expected, the command ends (character 67)."},
-        {Where(L"SCOPE = 'docs'"), L"\"docs\" is no absolute path of a folder (character 57)."},
-        {Where(L"SCOPE > '/docs'"), L"Where = is expected, there is \">\" (character 55)."},
+         L"Where the end of the command is expected, there is \")\" (character 61)."},
+        {Where(L"System.Size = 1 OR"), L"Where a column is expected, the command ends (character 64)."},
+        {Where(L"SCOPE = 'docs'"), L"\"docs\" is no absolute path of a folder (character 54)."},
+        {Where(L"SCOPE > '/docs'"), L"Where = is expected, there is \">\" (character 52)."},
         {Where(L"SCOPE = '/docs' -- x"),
-         L"Where the end of the command is expected, there is \"-\" (character 65)."},
-        {Where(L"sqlite_version() = '1'"), L"There is no column \"sqlite_version\" (character 49)."},
-        {Where(L"CONTAINS(System.Size, '1')"), L"\"System.Size\" has no words to look for (character 58)."},
-        {Where(L"CONTAINS('it''s \"x')"), L"A quotation mark is not closed (character 65)."},
-        {Where(L"CONTAINS('fox AND')"), L"A word is missing at the end of the words (character 66)."},
-        {Where(L"CONTAINS('OR fox')"), L"A word is missing (character 59)."},
-        {Where(L"CONTAINS('(fox')"), L"A \"(\" is not closed (character 59)."},
-        {Where(L"CONTAINS('fox)')"), L"There is a \")\" without its \"(\" (character 62)."},
-        {Where(L"CONTAINS('fox NEAR (bear)')"), L"A word is missing behind NEAR (character 68)."},
-        {Where(L"CONTAINS('fox'"), L"Where ) is expected, the command ends (character 63)."},
+         L"Where the end of the command is expected, there is \"-\" (character 62)."},
+        {Where(L"sqlite_version() = '1'"), L"There is no column \"sqlite_version\" (character 46)."},
+        {Where(L"CONTAINS(System.Size, '1')"), L"\"System.Size\" has no words to look for (character 55)."},
+        {Where(L"CONTAINS('it''s \"x')"), L"A quotation mark is not closed (character 62)."},
+        {Where(L"CONTAINS('fox AND')"), L"A word is missing at the end of the words (character 63)."},
+        {Where(L"CONTAINS('OR fox')"), L"A word is missing (character 56)."},
+        {Where(L"CONTAINS('(fox')"), L"A \"(\" is not closed (character 56)."},
+        {Where(L"CONTAINS('fox)')"), L"There is a \")\" without its \"(\" (character 59)."},
+        {Where(L"CONTAINS('fox NEAR (bear)')"), L"A word is missing behind NEAR (character 65)."},
+        {Where(L"CONTAINS('fox'"), L"Where ) is expected, the command ends (character 60)."},
     };
     for (const auto& [text, problem] : cases) {
         EXPECT_EQ(ProblemOf(text), problem) << testing::PrintToString(text);
@@ -97,21 +97,21 @@ TEST(CommandParser, RefusesWhatIsTooMuch) {
     const std::size_t most = Bounds::kNesting;
     EXPECT_EQ(ProblemOf(Where(repeated(L"(", most) + L"System.Size = 1" + repeated(L")", most))), L"");
     EXPECT_EQ(ProblemOf(Where(repeated(L"(", most + 1) + L"System.Size = 1" + repeated(L")", most + 1))),
-              L"Parentheses and NOTs are nested too deeply (character 73).");
+              L"Parentheses and NOTs are nested too deeply (character 70).");
     EXPECT_EQ(ProblemOf(Where(repeated(L"NOT ", 20'000) + L"System.Size = 1")),
-              L"Parentheses and NOTs are nested too deeply (character 145).");
+              L"Parentheses and NOTs are nested too deeply (character 142).");
     EXPECT_EQ(ProblemOf(Where(L"CONTAINS('" + repeated(L"(", 50'000) + L"')")),
-              L"Parentheses and NOTs are nested too deeply (character 83).");
+              L"Parentheses and NOTs are nested too deeply (character 80).");
     EXPECT_EQ(ProblemOf(Where(L"CONTAINS('" + repeated(L"a ", 20'000) + L"')")),
-              L"There are too many words (character 1059).");
+              L"There are too many words (character 1056).");
     EXPECT_EQ(ProblemOf(Where(L"FREETEXT('" + repeated(L"a ", 20'000) + L"')")),
-              L"There are too many words (character 1059).");
+              L"There are too many words (character 1056).");
     EXPECT_EQ(ProblemOf(Where(L"System.Size IN (" + repeated(L"1,", 20'000) + L"1)")),
-              L"The command has too many conditions (character 1063).");
+              L"The command has too many conditions (character 1060).");
     EXPECT_EQ(ProblemOf(Where(L"System.Title = '" + repeated(L"x", 100'000) + L"'")),
               L"The text is too long (character 100001).");
     EXPECT_EQ(ProblemOf(Where(L"System.Title LIKE '" + repeated(L"%", Bounds::kPattern + 1) + L"'")),
-              L"The pattern is too long (character 67).");
+              L"The pattern is too long (character 64).");
 }
 
 TEST(LikePattern, MatchesWithoutRegardToCase) {

@@ -108,7 +108,8 @@ TEST_F(QueryHelper, LetsNoQueryOutOfItsScope) {
             const auto answer = RunSearch(CommandFor(helper, query));
             EXPECT_EQ(answer.problem, L"") << testing::PrintToString(query);
             for (const std::wstring& row : answer.rows) EXPECT_EQ(row, L"file:/srv/docs/in.txt");
-            if (query == L"fox" || query == L"*") EXPECT_EQ(answer.rows.size(), 1U);
+            const bool mustFind = query == L"fox" || query == L"*";
+            EXPECT_TRUE(!mustFind || answer.rows.size() == 1U);
         }
     }
 }
