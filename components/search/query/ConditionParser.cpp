@@ -118,8 +118,9 @@ CConditionParser::Result CConditionParser::Nested(bool isNot) {
     }
     --m_budget.nesting;
     Next();
-    Result inner = isNot ? Negation() : Condition();
-    if (!inner || (!isNot && !Expect(L")"))) return std::nullopt;
+    const bool isGroup = !isNot || TakeIf(L"(");
+    Result inner = isGroup ? Condition() : Negation();
+    if (!inner || (isGroup && !Expect(L")"))) return std::nullopt;
     ++m_budget.nesting;
     return isNot ? Opposite(std::move(*inner)) : std::move(*inner);
 }

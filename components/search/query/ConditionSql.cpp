@@ -34,34 +34,49 @@ std::int64_t FirstNanosecond(std::int64_t second) noexcept {
     return second * kNanoseconds;
 }
 
+/// Nested parentheses are dear in the parsers of SQLite: there are none but where an operator needs them.
+bool IsAny(const CCondition& condition) noexcept {
+    return std::holds_alternative<CAnyOf>(condition.what);
+}
+bool IsList(const CCondition& condition) noexcept {
+    return IsAny(condition) || std::holds_alternative<CAllOf>(condition.what);
+}
+std::string Grouped(bool isGrouped, std::string text) {
+    return isGrouped ? "(" + text + ")" : text;
+}
+
 std::optional<std::string> AnyExpression(const CAnyOf& any) {
     std::string joined;
     for (const CCondition& part : any.parts) {
         const auto expression = WordsExpression(part);
         if (!expression) return std::nullopt;
-        joined += (joined.empty() ? "(" : " OR ") + *expression;
+        joined += (joined.empty() ? "" : " OR ") + *expression;
     }
-    return joined + ")";
-}
-
-std::optional<std::string> AllExpression(const CAllOf& all) {
-    std::string found;
-    std::string excluded;
-    for (const CCondition& part : all.parts) {
-        if (const auto expression = WordsExpression(part)) {
-            found += (found.empty() ? "(" : " AND ") + *expression;
-            continue;
-        }
-        const auto* const negated = std::get_if<CNot>(&part.what);
-        const auto expression = negated ? WordsExpression(negated->part.front()) : std::nullopt;
-        if (!expression) return std::nullopt;
-        excluded += (excluded.empty() ? "(" : " OR ") + *expression;
-    }
-    if (found.empty()) return std::nullopt;
-    return excluded.empty() ? found + ")" : "(" + found + ") NOT " + excluded + "))";
+    return joined;
 }
 
 }  // namespace
+
+std::optional<std::string> AllWordsExpression(std::vector<const CCondition*>& conditions) {
+    std::string found;
+    std::string excluded;
+    std::vector<const CCondition*> others;
+    for (const CCondition* const condition : conditions) {
+        const auto* const negated = std::get_if<CNot>(&condition->what);
+        const CCondition& words = negated ? negated->part.front() : *condition;
+        auto expression = WordsExpression(words);
+        if (!expression) {
+            others.push_back(condition);
+        } else if (negated) {
+            excluded += " NOT " + Grouped(IsList(words), std::move(*expression));
+        } else {
+            found += (found.empty() ? "" : " AND ") + Grouped(IsAny(words), std::move(*expression));
+        }
+    }
+    if (found.empty()) return std::nullopt;
+    conditions = std::move(others);
+    return found + excluded;
+}
 
 std::optional<std::string> WordsExpression(const CCondition& condition) {
     return std::visit(COverloaded{[](const CWordsMatch& words) -> std::optional<std::string> {
@@ -69,7 +84,12 @@ std::optional<std::string> WordsExpression(const CCondition& condition) {
                                                  ? words.phrase
                                                  : "{" + words.columns + "} : " + words.phrase;
                                   },
-                                  [](const CAllOf& all) { return AllExpression(all); },
+                                  [](const CAllOf& all) {
+                                      std::vector<const CCondition*> parts;
+                                      for (const CCondition& part : all.parts) parts.push_back(&part);
+                                      auto expression = AllWordsExpression(parts);
+                                      return parts.empty() ? std::move(expression) : std::nullopt;
+                                  },
                                   [](const CAnyOf& any) { return AnyExpression(any); },
                                   [](const auto&) -> std::optional<std::string> { return std::nullopt; }},
                       condition.what);
@@ -95,21 +115,20 @@ std::string CConditionSql::Bind(CSearchPlan::Argument argument) {
     return "?" + std::to_string(m_arguments.size());
 }
 
-std::string CConditionSql::Join(const std::vector<CCondition>& parts, std::string_view separator) {
-    std::string joined = "(";
-    for (const CCondition& part : parts) {
-        if (joined.size() > 1) joined += separator;
-        joined += Sql(part);
-    }
-    return joined + ")";
+std::string CConditionSql::Operand(const CCondition& condition) {
+    return Grouped(IsAny(condition), Sql(condition));
 }
 
 std::string CConditionSql::Sql(const CAllOf& all) {
-    return Join(all.parts, " AND ");
+    std::string joined;
+    for (const CCondition& part : all.parts) joined += (joined.empty() ? "" : " AND ") + Operand(part);
+    return joined;
 }
 
 std::string CConditionSql::Sql(const CAnyOf& any) {
-    return Join(any.parts, " OR ");
+    std::string joined;
+    for (const CCondition& part : any.parts) joined += (joined.empty() ? "" : " OR ") + Sql(part);
+    return joined;
 }
 
 std::string CConditionSql::Sql(const CNot& negated) {

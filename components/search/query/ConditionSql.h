@@ -12,6 +12,10 @@ namespace quorbel {
 /// other conditions.
 std::optional<std::string> WordsExpression(const CCondition& condition);
 
+/// The expression of what must all hold, as far as it is on words; those that it says nothing of are left
+/// over. Nothing, and all are left over, when it would hold for documents without any of the words.
+std::optional<std::string> AllWordsExpression(std::vector<const CCondition*>& conditions);
+
 /// Adds the phrases that a document may be found by, each with a blank before.
 void CollectHits(const CCondition& condition, std::string& hits);
 
@@ -23,6 +27,8 @@ class CConditionSql {
         : m_id(std::move(id)), m_folder(std::move(folder)), m_arguments(arguments) {}
 
     std::string Sql(const CCondition& condition);
+    /// The same, fit to stand beside AND.
+    std::string Operand(const CCondition& condition);
     /// A parameter with this argument.
     std::string Bind(CSearchPlan::Argument argument);
     /// The tables of documents and folders are used.
@@ -39,7 +45,6 @@ class CConditionSql {
     std::string Sql(const CMissing& missing);
     std::string Sql(const CEverything&) { return "1"; }
     std::string Sql(const CNothing&) { return "0"; }
-    std::string Join(const std::vector<CCondition>& parts, std::string_view separator);
     std::string Found(std::string expression);
     std::string Date(std::string_view column, CComparison::Operator comparison, std::int64_t seconds);
 

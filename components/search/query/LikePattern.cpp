@@ -1,18 +1,24 @@
 #include "components/search/query/LikePattern.h"
 
+#include <optional>
+
 #include "platform/Text.h"
 
 namespace quorbel {
 
 namespace {
 
-/// The characters of the pattern's piece that stands for one character.
-std::size_t PieceLength(std::wstring_view pattern) noexcept {
-    if (pattern.front() != L'[') return 1;
+/// The length of the set that a pattern begins with; none when it is not closed.
+std::optional<std::size_t> SetLength(std::wstring_view pattern) noexcept {
     // A "]" right behind the bracket belongs to the set.
     const std::size_t first = pattern.substr(1, 1) == L"^" ? 3 : 2;
     const std::size_t end = pattern.find(L']', first);
-    return end == std::wstring_view::npos ? pattern.size() : end + 1;
+    return end == std::wstring_view::npos ? std::nullopt : std::optional(end + 1);
+}
+
+/// The characters of the pattern's piece that stands for one character.
+std::size_t PieceLength(std::wstring_view pattern) noexcept {
+    return pattern.front() == L'[' ? SetLength(pattern).value_or(1) : 1;
 }
 
 bool IsInSet(wchar_t character, std::wstring_view set) noexcept {
@@ -37,9 +43,8 @@ bool Matches(wchar_t character, std::wstring_view piece) noexcept {
 
 bool IsLikePattern(std::wstring_view pattern) noexcept {
     while (!pattern.empty()) {
-        const std::size_t length = PieceLength(pattern);
-        if (pattern.front() == L'[' && (length < 3 || pattern[length - 1] != L']')) return false;
-        pattern.remove_prefix(length);
+        if (pattern.front() == L'[' && !SetLength(pattern)) return false;
+        pattern.remove_prefix(PieceLength(pattern));
     }
     return true;
 }

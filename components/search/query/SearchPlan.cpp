@@ -24,32 +24,6 @@ std::vector<const CCondition*> Conjuncts(const CCondition& where) {
     return found;
 }
 
-/// The conjuncts that one look-up of words answers, taken out of the others.
-std::string TakeWords(std::vector<const CCondition*>& conjuncts) {
-    std::string found;
-    std::vector<const CCondition*> others;
-    for (const CCondition* const condition : conjuncts) {
-        if (const auto expression = WordsExpression(*condition)) {
-            found += (found.empty() ? "" : " AND ") + *expression;
-        } else {
-            others.push_back(condition);
-        }
-    }
-    if (found.empty()) return found;
-    conjuncts.clear();
-    std::string excluded;
-    for (const CCondition* const condition : others) {
-        const auto* const negated = std::get_if<CNot>(&condition->what);
-        const auto expression = negated ? WordsExpression(negated->part.front()) : std::nullopt;
-        if (expression) {
-            excluded += (excluded.empty() ? "" : " OR ") + *expression;
-        } else {
-            conjuncts.push_back(condition);
-        }
-    }
-    return excluded.empty() ? found : "(" + found + ") NOT (" + excluded + ")";
-}
-
 std::string OrderSql(const CSearchCommand& command, std::string_view rank, std::string_view last) {
     std::string order;
     for (const CSearchCommand::CSortKey& key : command.order) {
@@ -74,7 +48,7 @@ void SearchWords(const CSearchCommand& command, const std::string& expression,
                  const std::vector<const CCondition*>& others, CSearchPlan& plan) {
     CConditionSql sql("words.rowid", "folder_of(words.rowid)", plan.arguments);
     std::string where = " WHERE words MATCH " + sql.Bind(expression);
-    for (const CCondition* const condition : others) where += " AND " + sql.Sql(*condition);
+    for (const CCondition* const condition : others) where += " AND " + sql.Operand(*condition);
     const bool usesDocument = sql.UsesDocument() || std::ranges::any_of(command.order, UsesDocument);
     plan.search = "SELECT words.rowid, relevance(words) AS relevance FROM words";
     if (usesDocument) {
@@ -99,7 +73,7 @@ void SearchAll(const CSearchCommand& command, const std::vector<const CCondition
             where += " AND (f.path = " + sql.Bind(folder->path);
             where += " OR f.path > " + sql.Bind(folder->path + "/") + ")";
         } else {
-            where += sql.Sql(*condition);
+            where += sql.Operand(*condition);
         }
     }
     plan.search = "SELECT d.id, NULL FROM folders f CROSS JOIN documents d ON d.folder = f.id" + where +
@@ -129,11 +103,10 @@ void DescribeColumns(const CSearchCommand& command, CSearchPlan& plan) {
 CSearchPlan PlanSearch(const CSearchCommand& command) {
     CSearchPlan plan;
     std::vector<const CCondition*> conjuncts = Conjuncts(command.where);
-    const std::string words = TakeWords(conjuncts);
-    if (words.empty()) {
-        SearchAll(command, conjuncts, plan);
+    if (const auto words = AllWordsExpression(conjuncts)) {
+        SearchWords(command, *words, conjuncts, plan);
     } else {
-        SearchWords(command, words, conjuncts, plan);
+        SearchAll(command, conjuncts, plan);
     }
     CollectHits(command.where, plan.hits);
     DescribeColumns(command, plan);

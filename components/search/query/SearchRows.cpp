@@ -13,12 +13,16 @@ namespace {
 
 using Source = CSearchProperty::Source;
 
-int Bind(sqlite3_stmt* statement, int number, const CSearchPlan::Argument& argument) {
-    if (const auto* const whole = std::get_if<std::int64_t>(&argument)) {
-        return ::sqlite3_bind_int64(statement, number, *whole);
-    }
-    const std::string& text = std::get<std::string>(argument);
+/// The text, like that of an argument, must live until the statement is reset.
+int BindText(sqlite3_stmt* statement, int number, const std::string& text) {
     return ::sqlite3_bind_text64(statement, number, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
+}
+
+int BindArgument(sqlite3_stmt* statement, int number, const CSearchPlan::Argument& argument) {
+    if (const auto* const text = std::get_if<std::string>(&argument)) {
+        return BindText(statement, number, *text);
+    }
+    return ::sqlite3_bind_int64(statement, number, std::get<std::int64_t>(argument));
 }
 
 void Reset(sqlite3_stmt* statement) noexcept {
@@ -88,7 +92,7 @@ HRESULT CSearchRows::Prepare() {
     if (!Succeeded(result)) return result;
     int number = 0;
     for (const CSearchPlan::Argument& argument : m_plan.arguments) {
-        const int bound = Bind(m_search.get(), ++number, argument);
+        const int bound = BindArgument(m_search.get(), ++number, argument);
         if (bound != SQLITE_OK) return m_connection.Failure(bound);
     }
     return S_OK;
@@ -108,7 +112,7 @@ HRESULT CSearchRows::Advance() {
         if (result != S_OK) return result;
         int bound = ::sqlite3_bind_int64(m_details.get(), 1, ::sqlite3_column_int64(m_search.get(), 0));
         if (bound == SQLITE_OK && ::sqlite3_bind_parameter_count(m_details.get()) > 1) {
-            bound = Bind(m_details.get(), 2, m_plan.hits);
+            bound = BindText(m_details.get(), 2, m_plan.hits);
         }
         if (bound != SQLITE_OK) return m_connection.Failure(bound);
         result = m_connection.Step(m_details.get());

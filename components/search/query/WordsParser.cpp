@@ -146,18 +146,21 @@ bool CWordsParser::Operand(Part& part) {
     if (m_budget.nesting == 0) return Fail(L"Parentheses and NOTs are nested too deeply", m_term.begin);
     --m_budget.nesting;
     const bool isNot = m_term.kind == Kind::Not;
+    if (isNot) Next();
+    const bool isGroup = m_term.kind == Kind::Open;
+    if (m_error || !(isGroup ? Group(part) : Operand(part))) return false;
+    ++m_budget.nesting;
+    if (!isNot || !part) return true;
+    CNot negated;
+    negated.part.push_back(std::move(*part));
+    part = CCondition{std::move(negated)};
+    return true;
+}
+
+bool CWordsParser::Group(Part& part) {
     const std::size_t begin = m_term.begin;
     Next();
-    if (m_error) return false;
-    if (isNot ? !Operand(part) : !Or(part)) return false;
-    ++m_budget.nesting;
-    if (isNot) {
-        if (!part) return true;
-        CNot negated;
-        negated.part.push_back(std::move(*part));
-        part = CCondition{std::move(negated)};
-        return true;
-    }
+    if (m_error || !Or(part)) return false;
     if (m_term.kind != Kind::Close) return Fail(L"A \"(\" is not closed", begin);
     Next();
     return !m_error;

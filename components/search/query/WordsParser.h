@@ -51,6 +51,7 @@ class CWordsParser {
     bool Or(Part& part);
     bool And(Part& part);
     bool Operand(Part& part);
+    bool Group(Part& part);
     bool Near(Part& part);
     bool Take(const CTerm& term, std::string& phrase);
     bool Fail(std::wstring what, std::size_t at);

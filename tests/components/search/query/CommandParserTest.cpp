@@ -97,11 +97,11 @@ TEST(CommandParser, RefusesWhatIsTooMuch) {
     const std::size_t most = Bounds::kNesting;
     EXPECT_EQ(ProblemOf(Where(repeated(L"(", most) + L"System.Size = 1" + repeated(L")", most))), L"");
     EXPECT_EQ(ProblemOf(Where(repeated(L"(", most + 1) + L"System.Size = 1" + repeated(L")", most + 1))),
-              L"Parentheses and NOTs are nested too deeply (character 70).");
+              L"Parentheses and NOTs are nested too deeply (character 58).");
     EXPECT_EQ(ProblemOf(Where(repeated(L"NOT ", 20'000) + L"System.Size = 1")),
-              L"Parentheses and NOTs are nested too deeply (character 142).");
+              L"Parentheses and NOTs are nested too deeply (character 94).");
     EXPECT_EQ(ProblemOf(Where(L"CONTAINS('" + repeated(L"(", 50'000) + L"')")),
-              L"Parentheses and NOTs are nested too deeply (character 80).");
+              L"Parentheses and NOTs are nested too deeply (character 68).");
     EXPECT_EQ(ProblemOf(Where(L"CONTAINS('" + repeated(L"a ", 20'000) + L"')")),
               L"There are too many words (character 1056).");
     EXPECT_EQ(ProblemOf(Where(L"FREETEXT('" + repeated(L"a ", 20'000) + L"')")),

@@ -104,7 +104,7 @@ TEST_F(SearchCommand, FindsWords) {
     const std::pair<std::wstring, std::vector<std::wstring>> cases[] = {
         {L"CONTAINS('fox')", {kReport}},
         {L"CONTAINS('FOX')", {kReport}},
-        {L"CONTAINS('fo*')", {kReport, kNotes, kDeep}},
+        {L"CONTAINS('fo*')", {kReport, kDeep, kNotes}},
         {L"CONTAINS('\"quick bro*\"')", {kOld, kReport}},
         {L"CONTAINS('\"brown fox\"')", {kReport}},
         {L"CONTAINS('\"fox brown\"')", {}},
@@ -132,7 +132,7 @@ TEST_F(SearchCommand, FindsWords) {
         {L"NOT CONTAINS('!!!') AND System.Size < 25", {kBeijing, kPhoto}},
         {L"FREETEXT('fox rabbit ''!')", {kOld, kReport}},
         {L"FREETEXT(System.Author, 'ann bob fox')", {kReport, kNotes}},
-        {L"FREETEXT('天安门 bears')", {kBeijing, kNotes}},
+        {L"FREETEXT('天安门 bears')", {kNotes, kBeijing}},
         {L"CONTAINS('fox') OR System.Size = 20", {kReport, kPhoto}},
         {L"CONTAINS('quick') AND NOT CONTAINS(System.Author, 'bob')", {kOld, kReport}},
         {L"NOT (CONTAINS('quick') OR System.Size < 100)", {kDeep}},
@@ -146,14 +146,14 @@ TEST_F(SearchCommand, FindsWords) {
 }
 
 TEST_F(SearchCommand, KeepsToFolders) {
-    const std::vector<std::wstring> below = {kReport, kNotes, kDeep, kBeijing};
-    const std::vector<std::wstring> all = {kRoot, kOld, kReport, kNotes, kDeep, kBeijing, kPhoto};
+    const std::vector<std::wstring> below = {kReport, kDeep, kNotes, kBeijing};
+    const std::vector<std::wstring> all = {kRoot, kOld, kReport, kDeep, kNotes, kBeijing, kPhoto};
     const std::pair<std::wstring, std::vector<std::wstring>> cases[] = {
         {L"SCOPE = 'file:/srv/docs'", below},
         {L"SCOPE = 'file:\\srv\\docs\\'", below},
         {L"SCOPE = '/srv/docs/sub/..'", below},
         {L"SCOPE = '/'", all},
-        {L"SCOPE = '/srv/docs/sub'", {kNotes, kDeep}},
+        {L"SCOPE = '/srv/docs/sub'", {kDeep, kNotes}},
         {L"SCOPE = '/srv/doc'", {}},
         {L"SCOPE = '/SRV/docs'", {}},
         {L"DIRECTORY = 'file:/srv/docs'", {kReport, kBeijing}},
@@ -176,7 +176,7 @@ TEST_F(SearchCommand, ComparesProperties) {
         {L"System.Size > 1000 AND System.Size <= 3000", {kOld, kNotes}},
         {L"System.Size >= 5000000000", {kDeep}},
         {L"System.Size IN (20, 30)", {kRoot, kPhoto}},
-        {L"System.Size NOT IN (20, 30, 10) AND System.Size <> 1000", {kOld, kNotes, kDeep}},
+        {L"System.Size NOT IN (20, 30, 10) AND System.Size <> 1000", {kOld, kDeep, kNotes}},
         {L"System.Size < -1", {}},
         {L"System.Author = 'ANN MÜLLER'", {kReport}},
         {L"System.Author <> 'bob'", {kReport}},
@@ -266,18 +266,20 @@ TEST_F(SearchCommand, RunsAtItsBounds) {
         return all;
     };
     using Bounds = CSearchBounds;
-    const std::size_t pairs = Bounds::kNesting / 2;
-    const std::size_t levels = Bounds::kNesting;
+    const std::size_t most = Bounds::kNesting;
     const std::wstring commands[] = {
         // Each as deep, or as long, as the parser lets it be.
-        repeated(L"NOT (System.Size > 1 AND ", pairs) + L"System.Size > 0" + repeated(L")", pairs),
-        repeated(L"(System.Size > 1 OR System.Size < 0 AND ", levels) + L"System.Size > 0" +
-            repeated(L")", levels),
-        repeated(L"NOT (CONTAINS('NOT fox') AND ", pairs - 1) + L"System.Size > 0" +
-            repeated(L")", pairs - 1),
-        L"CONTAINS('" + repeated(L"(fox OR bear AND ", levels) + L"quick" + repeated(L")", levels) + L"')",
-        L"CONTAINS((System.Title, System.Author), '" + repeated(L"fox AND NOT (bear AND ", pairs) + L"quick" +
-            repeated(L")", pairs) + L"')",
+        repeated(L"NOT (System.Size > 1 OR System.Size = 0 AND ", most) + L"System.Size > 0" +
+            repeated(L")", most),
+        repeated(L"(System.Size > 1 OR System.Size < 0 AND ", most) + L"CONTAINS('fox')" +
+            repeated(L")", most),
+        repeated(L"NOT (CONTAINS('NOT fox') OR System.Size = 1 AND ", most - 1) + L"NOT CONTAINS('fox')" +
+            repeated(L")", most - 1),
+        L"CONTAINS('" + repeated(L"(fox OR bear AND ", most) + L"quick" + repeated(L")", most) + L"')",
+        L"CONTAINS((System.Title, System.Author), '" + repeated(L"fox OR den AND NOT (bear AND ", most) +
+            L"quick" + repeated(L")", most) + L"')",
+        L"NOT CONTAINS(System.Title, '" + repeated(L"NOT (bear AND den OR fox AND ", most - 1) + L"quick" +
+            repeated(L")", most - 1) + L"')",
         L"CONTAINS('" + repeated(L"a ", Bounds::kConditions) + L"')",
         L"CONTAINS('" + repeated(L"NOT a ", Bounds::kConditions) + L"')",
         L"CONTAINS('" + repeated(L"NOT a OR ", Bounds::kConditions - 1) + L"NOT b')",

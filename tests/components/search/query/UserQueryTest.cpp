@@ -161,7 +161,7 @@ TEST(UserQuery, IsBounded) {
         {Repeated(L"(", Bounds::kNesting) + L"fox", L""},
         {Repeated(L"(", Bounds::kNesting + 1) + L"fox", L"The query's parentheses are nested too deeply."},
         {Repeated(L"-(", Bounds::kNesting) + L"fox", L""},
-        {Repeated(L"title:(", 1000), L"The query's parentheses are nested too deeply."},
+        {Repeated(L"title:(", 500), L"The query's parentheses are nested too deeply."},
         {Repeated(L"a ", Bounds::kTerms), L""},
         {Repeated(L"a ", Bounds::kTerms + 1), L"The query has too many words."},
         {Repeated(L"ext:a ", Bounds::kTerms + 1), L"The query has too many words."},
