@@ -1,0 +1,11 @@
+#pragma once
+
+#include "components/search/text/TextExtractor.h"
+
+namespace quorbel {
+
+/// The text of an open file of any format, read in this process and its children. What fails is the problem
+/// in the result; memory that there is not included. May move the file's offset.
+CExtractedText ReadTextOfFile(int file, TextFormat format) noexcept;
+
+}  // namespace quorbel
