@@ -48,7 +48,6 @@ void CCommandLexer::Next() {
     } else {
         TakeSymbol();
     }
-    m_token.end = m_at;
 }
 
 void CCommandLexer::TakeQuoted(wchar_t quote) {

@@ -20,7 +20,6 @@ struct CToken {
     std::size_t begin = 0;   ///< its first character, counted from 0
     std::wstring text;       ///< without quotes
     bool isComplete = true;  ///< false for quotes that are not closed
-    std::size_t end = 0;
 };
 
 /// Cuts a command into tokens. One thread at a time.

@@ -20,15 +20,6 @@ CPhrase PhraseOf(std::wstring_view text, bool isPrefix) {
     return phrase;
 }
 
-bool HasWords(std::wstring_view text) {
-    bool hasWords = false;
-    BreakWords(ToUtf8(text), [&](std::string_view, std::size_t, std::size_t) {
-        hasWords = true;
-        return false;
-    });
-    return hasWords;
-}
-
 bool TakePrefixMark(std::wstring_view& text) noexcept {
     const std::size_t last = text.find_last_not_of(L"* \t");
     const std::size_t length = last == std::wstring_view::npos ? 0 : last + 1;

@@ -16,9 +16,6 @@ struct CPhrase {
 /// word.
 CPhrase PhraseOf(std::wstring_view text, bool isPrefix);
 
-/// Whether a text has a word at all.
-bool HasWords(std::wstring_view text);
-
 /// Takes the "*" and blanks at a text's end; true when it had a "*".
 bool TakePrefixMark(std::wstring_view& text) noexcept;
 

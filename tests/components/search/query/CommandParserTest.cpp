@@ -3,6 +3,8 @@
 #include "components/search/query/LikePattern.h"
 #include "components/search/query/SearchBounds.h"
 #include "components/search/query/SearchDate.h"
+#include "platform/Text.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace quorbel {
 namespace {
@@ -112,6 +114,15 @@ TEST(CommandParser, RefusesWhatIsTooMuch) {
               L"The text is too long (character 100001).");
     EXPECT_EQ(ProblemOf(Where(L"System.Title LIKE '" + repeated(L"%", Bounds::kPattern + 1) + L"'")),
               L"The pattern is too long (character 64).");
+}
+
+TEST(SearchProperties, AreAllDescribed) {
+    const std::string page = ReadFile(std::string(QUORBEL_SOURCES) + "/docs/search-queries.md");
+    for (const CSearchProperty& property : SearchProperties()) {
+        EXPECT_NE(page.find(ToUtf8(property.name)), std::string::npos) << ToUtf8(property.name);
+        EXPECT_EQ(ProblemOf(Where(std::wstring(property.name) + L" IS NULL")).empty(),
+                  !property.compared.empty());
+    }
 }
 
 TEST(LikePattern, MatchesWithoutRegardToCase) {
