@@ -3,7 +3,7 @@
 #include <set>
 
 #include "platform/Text.h"
-#include "tests/components/search/query/SearchIndex.h"
+#include "tests/components/search/query/SearchFixture.h"
 
 namespace quorbel {
 namespace {

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "tests/components/search/query/SearchIndex.h"
+#include "tests/components/search/query/SearchFixture.h"
 
 namespace quorbel {
 namespace {

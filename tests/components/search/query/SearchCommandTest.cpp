@@ -2,7 +2,7 @@
 
 #include "components/search/query/SearchBounds.h"
 #include "components/search/query/SearchRows.h"
-#include "tests/components/search/query/SearchIndex.h"
+#include "tests/components/search/query/SearchFixture.h"
 
 namespace quorbel {
 namespace {

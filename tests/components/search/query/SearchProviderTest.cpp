@@ -4,7 +4,7 @@
 #include "components/search/query/CommandParser.h"
 #include "components/search/query/SearchProvider.h"
 #include "components/search/query/SearchRows.h"
-#include "tests/components/search/query/SearchIndex.h"
+#include "tests/components/search/query/SearchFixture.h"
 #include "tests/support/HandClock.h"
 
 namespace quorbel {
