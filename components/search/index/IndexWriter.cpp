@@ -38,8 +38,12 @@ CResult<std::unique_ptr<CIndexWriter>> CIndexWriter::Open(const std::string& fol
     return std::unique_ptr<CIndexWriter>(new CIndexWriter(std::move(index).Value()));
 }
 
+CResult<FolderId> CIndexWriter::KnownFolder(const std::string& path) {
+    return Statements().Number("SELECT id FROM folders WHERE path = ?", path);
+}
+
 CResult<FolderId> CIndexWriter::Folder(const std::string& path) {
-    const auto known = Statements().Number("SELECT id FROM folders WHERE path = ?", path);
+    const auto known = KnownFolder(path);
     if (!known.IsOk() || known.Value() != 0) return known;
     const ErrorCode error = Statements().Use("INSERT INTO folders(path) VALUES(?)", path).Run();
     if (error != ErrorCode::Success) return error;
@@ -83,6 +87,25 @@ ErrorCode CIndexWriter::RemoveFolder(const std::string& path) {
     return ErrorCode::Success;
 }
 
+ErrorCode CIndexWriter::RemoveFoldersBut(const std::string& path, const std::set<std::string>& names) {
+    std::set<std::string> foreign;
+    {
+        CStatement below = Statements().Use("SELECT path FROM folders WHERE path > ?1 || '/' AND path < ?2",
+                                            path, BehindAllIn(path));
+        for (CResult<bool> row = below.Step(); !row.IsOk() || row.Value(); row = below.Step()) {
+            if (!row.IsOk()) return row.Error();
+            const std::string_view rest = below.Bytes(0).substr(path.size() + 1);
+            std::string name(rest.substr(0, rest.find('/')));
+            if (!names.contains(name)) foreign.insert(std::move(name));
+        }
+    }
+    for (const std::string& name : foreign) {
+        const ErrorCode error = RemoveFolder(path + "/" + name);
+        if (error != ErrorCode::Success) return error;
+    }
+    return ErrorCode::Success;
+}
+
 CResult<std::vector<std::string>> CIndexWriter::Folders() {
     std::vector<std::string> paths;
     CStatement folders = Statements().Use("SELECT path FROM folders ORDER BY path");
@@ -97,7 +120,7 @@ CResult<std::map<std::string, CKnownFile, std::less<>>> CIndexWriter::Files(Fold
     std::map<std::string, CKnownFile, std::less<>> files;
     CStatement known = Statements().Use(
         "SELECT name, size, modified, changed, inode, pending FROM documents WHERE folder = ?1 "
-        "UNION ALL SELECT name, -1, 0, 0, 0, 0 FROM skipped WHERE folder = ?1",
+        "UNION ALL SELECT name, size, modified, changed, inode, 0 FROM skipped WHERE folder = ?1",
         folder);
     for (CResult<bool> row = known.Step(); !row.IsOk() || row.Value(); row = known.Step()) {
         if (!row.IsOk()) return row.Error();
@@ -105,6 +128,18 @@ CResult<std::map<std::string, CKnownFile, std::less<>>> CIndexWriter::Files(Fold
             {known.Integer(1), known.Integer(2), known.Integer(3), known.Integer(4)}, known.Integer(5) != 0};
     }
     return files;
+}
+
+CResult<std::optional<CKnownFile>> CIndexWriter::File(FolderId folder, const std::string& name) {
+    CStatement known = Statements().Use(
+        "SELECT size, modified, changed, inode, pending FROM documents WHERE folder = ?1 AND name = ?2 "
+        "UNION ALL SELECT size, modified, changed, inode, 0 FROM skipped WHERE folder = ?1 AND name = ?3",
+        folder, name, CBlob{name});
+    const CResult<bool> row = known.Step();
+    if (!row.IsOk()) return row.Error();
+    if (!row.Value()) return std::optional<CKnownFile>();
+    return std::optional(CKnownFile{{known.Integer(0), known.Integer(1), known.Integer(2), known.Integer(3)},
+                                    known.Integer(4) != 0});
 }
 
 CResult<CIndexWriter::CStored> CIndexWriter::Find(FolderId folder, const std::string& name) {
@@ -183,10 +218,11 @@ ErrorCode CIndexWriter::Put(FolderId folder, const std::string& name, const CDoc
 }
 
 CResult<bool> CIndexWriter::Move(FolderId from, const std::string& name, FolderId to,
-                                 const std::string& newName) {
-    const auto document = Find(from, name);
+                                 const std::string& newName, const CDocumentStamp& stamp) {
+    auto document = Find(from, name);
     if (!document.IsOk()) return document.Error();
     if (document.Value().row < 0) return false;
+    document.Value().stamp = stamp;
     ErrorCode error = Remove(name, document.Value());
     if (error == ErrorCode::Success) error = Remove(to, newName);
     if (error == ErrorCode::Success) error = Add(to, newName, document.Value());
@@ -194,10 +230,14 @@ CResult<bool> CIndexWriter::Move(FolderId from, const std::string& name, FolderI
     return true;
 }
 
-ErrorCode CIndexWriter::Skip(FolderId folder, const std::string& name, std::string_view reason) {
+ErrorCode CIndexWriter::Skip(FolderId folder, const std::string& name, const CDocumentStamp& stamp,
+                             std::string_view reason) {
     const ErrorCode error = Remove(folder, name);
     if (error != ErrorCode::Success) return error;
-    return Statements().Use("INSERT INTO skipped VALUES(?, ?, ?)", folder, CBlob{name}, reason).Run();
+    return Statements()
+        .Use("INSERT INTO skipped VALUES(?, ?, ?, ?, ?, ?, ?)", folder, CBlob{name}, stamp.size,
+             stamp.modified, stamp.changed, stamp.inode, reason)
+        .Run();
 }
 
 ErrorCode CIndexWriter::Remove(FolderId folder, const std::string& name) {

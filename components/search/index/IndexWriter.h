@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,24 +44,32 @@ class CIndexWriter {
 
     /// The folder of a path (absolute, without last "/"), made when it is new.
     CResult<FolderId> Folder(const std::string& path);
+    /// The folder of a path; 0 when it is not known.
+    CResult<FolderId> KnownFolder(const std::string& path);
     /// Gives a folder and all below it another path. What was there already is removed.
     ErrorCode MoveFolder(const std::string& from, const std::string& to);
     /// Removes a folder with all below it.
     ErrorCode RemoveFolder(const std::string& path);
+    /// Removes the folders right below this one, with all below them, but for those of these names.
+    ErrorCode RemoveFoldersBut(const std::string& path, const std::set<std::string>& names);
     /// The paths of all folders, in ordinal order.
     CResult<std::vector<std::string>> Folders();
 
     /// The files of a folder, those that were skipped included, by name.
     CResult<std::map<std::string, CKnownFile, std::less<>>> Files(FolderId folder);
+    CResult<std::optional<CKnownFile>> File(FolderId folder, const std::string& name);
 
     enum class TextState { Known, Pending };
     /// Takes in a file, in place of what was known of it. `name` is valid UTF-8.
     ErrorCode Put(FolderId folder, const std::string& name, const CDocumentStamp& stamp,
                   const CExtractedText& text, TextState state = TextState::Known);
-    /// Gives a document another place; its text is not read anew. False when there is no such document.
-    CResult<bool> Move(FolderId from, const std::string& name, FolderId to, const std::string& newName);
+    /// Gives a document another place and stamp; its text is not read anew. False when there is no such
+    /// document.
+    CResult<bool> Move(FolderId from, const std::string& name, FolderId to, const std::string& newName,
+                       const CDocumentStamp& stamp);
     /// Notes why a file is no document; the name may be any bytes.
-    ErrorCode Skip(FolderId folder, const std::string& name, std::string_view reason);
+    ErrorCode Skip(FolderId folder, const std::string& name, const CDocumentStamp& stamp,
+                   std::string_view reason);
     ErrorCode Remove(FolderId folder, const std::string& name);
 
     /// Forgets everything.
