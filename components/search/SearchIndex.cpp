@@ -146,8 +146,9 @@ void CSearchIndex::Wait(std::chrono::milliseconds time) {
 
 void CSearchIndex::Report(ErrorCode error) {
     if (std::exchange(m_reported, error) == error || !m_options.report) return;
-    m_options.report(L"The search index cannot be kept up to date: " +
-                     SystemMessage(ToNumber(error)).value_or(L"unknown error."));
+    std::wstring reason = SystemMessage(ToNumber(error)).value_or(L"unknown error");
+    if (reason.ends_with(L'.')) reason.pop_back();
+    m_options.report(reason);
 }
 
 }  // namespace

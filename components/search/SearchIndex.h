@@ -10,6 +10,9 @@
 
 namespace quorbel {
 
+/// The index's folder below the root folder.
+inline constexpr const char* kSearchFolder = "search";
+
 /// The index of the published folders' files, kept up to date by threads of its own for as long as it lives.
 /// Nothing is taken out of it before Publish has been called for the first time.
 class ISearchIndex : public IPublishedFolders {
@@ -18,7 +21,7 @@ class ISearchIndex : public IPublishedFolders {
         std::string folder;           ///< absolute path; made when it is not there
         CTextWorker::Options worker;  ///< what reads formats that are not trusted
         IClock& clock;
-        /// Told of what keeps the index from following; a sentence, once for each failure in a row.
+        /// Told why the index cannot follow: once for each failure in a row.
         std::function<void(const std::wstring&)> report;
     };
 

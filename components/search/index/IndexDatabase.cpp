@@ -120,8 +120,12 @@ CResult<std::unique_ptr<CDatabase>> MakeIndex(const std::string& folder, const s
 
 }  // namespace
 
+std::string CIndexDatabase::FileIn(const std::string& folder) {
+    return folder + kFileName;
+}
+
 CResult<std::unique_ptr<CIndexDatabase>> CIndexDatabase::Open(const std::string& folder, Access access) {
-    const std::string file = folder + kFileName;
+    const std::string file = FileIn(folder);
     auto database = ConnectToIndex(file, access);
     const bool isUnusable =
         database.Error() == ErrorCode::FileNotFound || database.Error() == ErrorCode::InvalidData;

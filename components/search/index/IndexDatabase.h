@@ -40,6 +40,9 @@ class CIndexDatabase {
     /// InvalidData.
     static CResult<std::unique_ptr<CIndexDatabase>> Open(const std::string& folder, Access access);
 
+    /// The index's file in its folder.
+    static std::string FileIn(const std::string& folder);
+
     CDatabase& Statements() noexcept { return *m_database; }
     sqlite3* Handle() const noexcept { return m_database->Handle(); }
 
