@@ -8,6 +8,7 @@
 #include "components/search/SearchIndex.h"
 #include "components/search/index/IndexDatabase.h"
 #include "platform/Text.h"
+#include "tests/components/search/text/Documents.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace quorbel {
@@ -240,9 +241,18 @@ TEST_F(SearchIndex, IsMadeAnewOnRequestAndWhenItIsDamaged) {
 }
 
 TEST_F(SearchIndex, FindsDocumentsByTheirTextsOnceTheWorkerHasReadThem) {
-    Write("plan.fodt", "not known");
+    Write("plan.pdf", MakePdf("lighthouse alpha", "/Title (Second floor)"));
+    Write("letter.odt", MakeOpenDocument("<text:p>Dear alpha</text:p>"));
     Start();
-    AwaitFound("plan", {"docs/plan.fodt"});
+    AwaitFound("plan", {"docs/plan.pdf"});
+    AwaitFound("alpha", {"docs/letter.odt", "docs/plan.pdf"});
+    EXPECT_EQ(Find("floor"), Paths{"docs/plan.pdf"});
+    // Renamed before or after it was read, it is found by what it says.
+    Write("later.pdf", MakePdf("beta", ""));
+    fs::rename(Docs() / "later.pdf", Docs() / "renamed.pdf");
+    AwaitFound("beta", {"docs/renamed.pdf"});
+    fs::rename(Docs() / "renamed.pdf", Docs() / "again.pdf");
+    AwaitFound("beta", {"docs/again.pdf"});
 }
 
 }  // namespace
