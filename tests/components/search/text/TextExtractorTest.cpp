@@ -72,8 +72,8 @@ TEST(PlainText, ThatIsNoneIsAProblem) {
 
 TEST(PlainText, IsBounded) {
     EXPECT_EQ(ExtractText(TextFormat::Plain, std::string(kLargestTextFile + 1, 'a')).problem, kTooLarge);
-    // Each byte becomes two.
-    EXPECT_EQ(ExtractText(TextFormat::Plain, std::string(kLargestText / 2 + 1, '\xE4')).problem,
+    // Each byte becomes three.
+    EXPECT_EQ(ExtractText(TextFormat::Plain, std::string(kLargestText / 3 + 1, '\x80')).problem,
               kTooMuchText);
 }
 
