@@ -8,14 +8,15 @@
 #include "components/search/follow/FileStatus.h"
 #include "components/search/follow/FollowedNames.h"
 #include "platform/Text.h"
+#include "platform/folders/FolderWalk.h"
 
 namespace quorbel {
 
 namespace {
 
 constexpr std::chrono::milliseconds kStep{100};
-/// Tops that are not there are looked for so often, and every so many times folders whose changes nobody tells are
-/// read.
+/// Tops that are not there are looked for so often, and every so many times folders whose changes nobody
+/// tells are read.
 constexpr std::chrono::milliseconds kPollInterval{2000};
 constexpr int kPollsForUnwatched = 5;
 
@@ -227,7 +228,7 @@ void CIndexer::ReadFolder(CFolderNode& folder) {
     folder.id = id.Value();
     folder.identity = IdentityOf(status);
     m_unwatched.erase(&folder);
-    if (!m_tree->Watch(folder, opened.Get())) m_unwatched.insert(&folder);
+    if (!m_tree->Watch(folder, opened.Get()) || !TellsItsChanges(opened.Get())) m_unwatched.insert(&folder);
     ReadEntries(folder, opened.Get());
 }
 
@@ -412,6 +413,12 @@ CExtractedText CIndexer::ReadText(const std::string& path, const CDocumentStamp&
 }
 
 ErrorCode CIndexer::NoteState() {
+    if (const int changes = m_writer->CountChanges(); changes != m_changes) {
+        const ErrorCode error =
+            m_writer->SetFact("changed", std::to_string(ToUnixTime(m_clock.System()).seconds));
+        if (error != ErrorCode::Success) return error;
+        m_changes = m_writer->CountChanges();
+    }
     std::string state = IsBusy() ? "reading" : "following";
     if (!m_unwatched.empty()) state += "; " + std::to_string(m_unwatched.size()) + " folders are polled";
     if (state == m_state) return ErrorCode::Success;

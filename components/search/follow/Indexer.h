@@ -95,6 +95,7 @@ class CIndexer {
     std::vector<CMove> m_moves;
     bool m_removesForeign = false;  // folders that are not below a top are to be removed
     std::string m_state;            // as it was noted
+    int m_changes = 0;              // of the index, when they were noted
     std::chrono::nanoseconds m_lastPoll{};
     unsigned m_polls = 0;
     std::chrono::nanoseconds m_stepEnd{};

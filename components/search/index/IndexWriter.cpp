@@ -1,5 +1,10 @@
 #include "components/search/index/IndexWriter.h"
 
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
 #include "components/search/index/DocumentId.h"
 #include "components/search/index/WordBreaker.h"
 #include "platform/Text.h"
@@ -7,6 +12,8 @@
 namespace quorbel {
 
 namespace {
+
+constexpr const char* kLockFile = "/writer.lock";
 
 std::uint64_t CountWords(std::string_view text) {
     std::uint64_t count = 0;
@@ -33,9 +40,20 @@ struct CIndexWriter::CStored {
 };
 
 CResult<std::unique_ptr<CIndexWriter>> CIndexWriter::Open(const std::string& folder) {
+    if (::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) return ErrorFromErrno(errno);
+    CFileDescriptor lock(
+        ::open((folder + kLockFile).c_str(), O_CREAT | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!lock.IsOpen()) return ErrorFromErrno(errno);
+    if (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0)
+        return errno == EWOULDBLOCK ? ErrorCode::Busy : ErrorFromErrno(errno);
     auto index = CIndexDatabase::Open(folder, CIndexDatabase::Access::Write);
     if (!index.IsOk()) return index.Error();
-    return std::unique_ptr<CIndexWriter>(new CIndexWriter(std::move(index).Value()));
+    return std::unique_ptr<CIndexWriter>(new CIndexWriter(std::move(lock), std::move(index).Value()));
+}
+
+bool CIndexWriter::IsOpenSomewhere(const std::string& folder) {
+    const CFileDescriptor lock(::open((folder + kLockFile).c_str(), O_RDONLY | O_CLOEXEC));
+    return lock.IsOpen() && ::flock(lock.Get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
 CResult<FolderId> CIndexWriter::KnownFolder(const std::string& path) {

@@ -11,6 +11,7 @@
 
 #include "components/search/index/IndexDatabase.h"
 #include "components/search/text/TextExtractor.h"
+#include "platform/FileDescriptor.h"
 
 namespace quorbel {
 
@@ -36,7 +37,10 @@ struct CKnownFile {
 /// failure of anything in between makes Commit fail with it, and nothing has happened. One thread at a time.
 class CIndexWriter {
  public:
+    /// Makes the index when there is none. Busy while another writer has it open.
     static CResult<std::unique_ptr<CIndexWriter>> Open(const std::string& folder);
+    /// Some writer, of this process or another, has the index open.
+    static bool IsOpenSomewhere(const std::string& folder);
 
     ErrorCode Begin() { return m_index->Statements().Begin(); }
     ErrorCode Commit() { return m_index->Statements().Commit(); }
@@ -76,9 +80,12 @@ class CIndexWriter {
     ErrorCode Clear();
     /// Notes a fact for those who look at the index.
     ErrorCode SetFact(std::string_view name, std::string_view value);
+    /// Counts up with everything that is changed.
+    int CountChanges() const noexcept { return ::sqlite3_total_changes(m_index->Handle()); }
 
  private:
-    explicit CIndexWriter(std::unique_ptr<CIndexDatabase> index) noexcept : m_index(std::move(index)) {}
+    CIndexWriter(CFileDescriptor lock, std::unique_ptr<CIndexDatabase> index) noexcept
+        : m_lock(std::move(lock)), m_index(std::move(index)) {}
     struct CStored;
     CResult<CStored> Find(FolderId folder, const std::string& name);
     ErrorCode Add(FolderId folder, const std::string& name, const CStored& document);
@@ -86,6 +93,7 @@ class CIndexWriter {
     CResult<std::int64_t> NextNumber(FolderId folder);
     CDatabase& Statements() noexcept { return m_index->Statements(); }
 
+    const CFileDescriptor m_lock;  // held as long as it is open
     const std::unique_ptr<CIndexDatabase> m_index;
 };
 

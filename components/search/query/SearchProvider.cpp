@@ -68,7 +68,7 @@ HRESULT CSearchSource::Initialize() {
     return AtBorder([&] {
         if (m_pool->Database().Version() == 0) {
             SetErrorInfo(L"There is no search index yet.");
-            return HResultFromWin32(ToNumber(ErrorCode::FileNotFound));
+            return E_FAIL;
         }
         m_isInitialized = true;
         return S_OK;

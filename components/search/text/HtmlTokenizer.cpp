@@ -25,7 +25,7 @@ std::string LowerName(std::string_view name) {
 
 bool StartsWithName(std::string_view text, std::string_view lowerName) noexcept {
     if (text.size() < lowerName.size()) return false;
-    const auto isSame = [](char letter, char lower) {
+    const auto isSame = [](char lower, char letter) {
         return (letter >= 'A' && letter <= 'Z' ? letter + 32 : letter) == lower;
     };
     if (!std::equal(lowerName.begin(), lowerName.end(), text.begin(), isSame)) return false;

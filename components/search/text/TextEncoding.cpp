@@ -143,6 +143,7 @@ std::optional<std::string> DecodeText(const std::string& name, std::string_view 
                            bytes.data(), static_cast<std::int32_t>(bytes.size()), &status);
     if (U_FAILURE(status)) return std::nullopt;
     text.resize(static_cast<std::size_t>(size));
+    if (!IsUtf8(text)) return FromUtf8Lossy(text);
     return text;
 }
 

@@ -42,48 +42,62 @@ CExtractedText CTextWorker::Failed(std::string_view how) {
     return Problem("its reader failed: " + std::string(how));
 }
 
-CExtractedText CTextWorker::FailedWait(WorkerWait wait, std::string_view how) {
-    if (wait != WorkerWait::Late) return Failed(how);
-    return Failed("it took longer than " + std::to_string(m_options.timeLimit.count()) + " ms");
-}
+/// What came of asking the process.
+struct CTextWorker::CAttempt {
+    WorkerWait wait = WorkerWait::Failed;
+    ErrorCode error = ErrorCode::Cancelled;  // of Stopped
+    int status = 0;                          // of Done
+    std::string answer;
+};
 
 CResult<CExtractedText> CTextWorker::Extract(int file, TextFormat format, const CEvent& stop) {
     const Deadline deadline = std::chrono::steady_clock::now() + m_options.timeLimit;
-    // It may have ended by itself, with the thread that started it: no file is to blame.
-    if (m_process && m_process->IsGone()) m_process.reset();
-    if (!m_process) {
-        auto started = CProcess::Start(m_options);
-        if (!started.IsOk()) return started.Error();
-        m_process = std::move(started).Value();
-        std::string refusal;
-        const WorkerWait wait = m_process->AwaitReady(stop, deadline, refusal);
-        if (wait == WorkerWait::Stopped) return Stopped();
-        if (wait != WorkerWait::Done) {
-            return FailedWait(wait, refusal.empty() ? std::string(kEndedUnasked)
-                                                    : DecodeText(TextEncoding::Utf8, CleanLines(refusal)));
-        }
+    if (m_process && !m_process->IsGone()) {
+        CAttempt attempt = Ask(file, format, stop, deadline);
+        if (attempt.wait != WorkerWait::Failed || !attempt.answer.empty()) return Outcome(attempt);
     }
-    return Ask(file, format, stop, deadline);
-}
-
-ErrorCode CTextWorker::Stopped() noexcept {
+    // A process that is gone may have ended by itself: only what a new one does is the file's fault.
     m_process.reset();
-    return ErrorCode::Cancelled;
+    if (const std::optional<CResult<CExtractedText>> failure = Start(stop, deadline)) return *failure;
+    return Outcome(Ask(file, format, stop, deadline));
 }
 
-CResult<CExtractedText> CTextWorker::Ask(int file, TextFormat format, const CEvent& stop, Deadline deadline) {
+/// Nothing when there is a process that is ready.
+std::optional<CResult<CExtractedText>> CTextWorker::Start(const CEvent& stop, Deadline deadline) {
+    auto started = CProcess::Start(m_options);
+    if (!started.IsOk()) return started.Error();
+    m_process = std::move(started).Value();
+    CAttempt attempt;
+    attempt.wait = m_process->AwaitReady(stop, deadline, attempt.answer);
+    if (attempt.wait == WorkerWait::Done) return std::nullopt;
+    if (attempt.answer.empty()) return Outcome(attempt);
+    return Failed(DecodeText(TextEncoding::Utf8, CleanLines(attempt.answer)));
+}
+
+CTextWorker::CAttempt CTextWorker::Ask(int file, TextFormat format, const CEvent& stop, Deadline deadline) {
+    CAttempt attempt;
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) return ErrorFromErrno(errno);
-    std::string answer;
-    int status = 0;
-    const WorkerWait wait = m_process->Ask(file, format, {CFileDescriptor(ends[0]), CFileDescriptor(ends[1])},
-                                           stop, deadline, answer, status);
-    if (wait == WorkerWait::Stopped) return Stopped();
-    if (wait != WorkerWait::Done) {
-        return FailedWait(wait, answer.size() > kLargestAnswer ? kNonsense : kEndedUnasked);
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
+        attempt.error = ErrorFromErrno(errno);
+        attempt.wait = WorkerWait::Stopped;
+        return attempt;
     }
-    if (status != 0) return Failed(Ending(status));
-    std::optional<CExtractedText> result = DecodeAnswer(answer);
+    attempt.wait = m_process->Ask(file, format, {CFileDescriptor(ends[0]), CFileDescriptor(ends[1])}, stop,
+                                  deadline, attempt.answer, attempt.status);
+    return attempt;
+}
+
+CResult<CExtractedText> CTextWorker::Outcome(const CAttempt& attempt) {
+    switch (attempt.wait) {
+        case WorkerWait::Done: break;
+        case WorkerWait::Stopped: m_process.reset(); return attempt.error;
+        case WorkerWait::Late:
+            return Failed("it took longer than " + std::to_string(m_options.timeLimit.count()) + " ms");
+        case WorkerWait::Failed:
+            return Failed(attempt.answer.size() > kLargestAnswer ? kNonsense : kEndedUnasked);
+    }
+    if (attempt.status != 0) return Failed(Ending(attempt.status));
+    std::optional<CExtractedText> result = DecodeAnswer(attempt.answer);
     if (!result) return Failed(kNonsense);
     return std::move(*result);
 }

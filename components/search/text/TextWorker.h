@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -11,8 +12,6 @@
 #include "platform/Event.h"
 
 namespace quorbel {
-
-enum class WorkerWait;
 
 /// The process that reads formats too complicated to be trusted: it is given open files, may open none but
 /// the programs and libraries that it is made of, talks to nobody else, and is bounded in time and memory. It
@@ -40,10 +39,11 @@ class CTextWorker {
     class CProcess;
     using Deadline = std::chrono::steady_clock::time_point;
 
-    CResult<CExtractedText> Ask(int file, TextFormat format, const CEvent& stop, Deadline deadline);
+    struct CAttempt;
+    std::optional<CResult<CExtractedText>> Start(const CEvent& stop, Deadline deadline);
+    CAttempt Ask(int file, TextFormat format, const CEvent& stop, Deadline deadline);
+    CResult<CExtractedText> Outcome(const CAttempt& attempt);
     CExtractedText Failed(std::string_view how);
-    CExtractedText FailedWait(WorkerWait wait, std::string_view how);
-    ErrorCode Stopped() noexcept;
 
     const Options m_options;
     std::unique_ptr<CProcess> m_process;

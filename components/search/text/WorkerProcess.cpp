@@ -24,10 +24,11 @@ class CSpawnSettings {
  public:
     explicit CSpawnSettings(int socket) noexcept {
         ::posix_spawn_file_actions_init(&m_files);
+        // First, for the socket may have the number of a standard one.
+        ::posix_spawn_file_actions_adddup2(&m_files, socket, kWorkerSocket);
         ::posix_spawn_file_actions_addopen(&m_files, 0, "/dev/null", O_RDONLY, 0);
         ::posix_spawn_file_actions_addopen(&m_files, 1, "/dev/null", O_WRONLY, 0);
         ::posix_spawn_file_actions_adddup2(&m_files, 1, 2);
-        ::posix_spawn_file_actions_adddup2(&m_files, socket, kWorkerSocket);
         ::posix_spawn_file_actions_addclosefrom_np(&m_files, kWorkerSocket + 1);
         ::posix_spawnattr_init(&m_attributes);
         sigset_t signals;
@@ -124,7 +125,7 @@ CTextWorker::CProcess::~CProcess() {
 
 bool CTextWorker::CProcess::IsGone() const noexcept {
     pollfd socket{m_socket.Get(), POLLIN, 0};
-    return ::poll(&socket, 1, 0) != 0;
+    return ::poll(&socket, 1, 0) > 0;
 }
 
 WorkerWait CTextWorker::CProcess::AwaitMessage(const CEvent& stop, Deadline deadline,

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,7 +28,9 @@ CExtractedText ReadWhole(int file, TextFormat format) {
     return Problem(kTooLarge);
 }
 
-CExtractedText Read(int file, TextFormat format) {
+}  // namespace
+
+CExtractedText ReadTextOfFile(int file, TextFormat format) {
     struct stat status {};
     if (::fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return Problem(kUnreadable);
     switch (format) {
@@ -42,16 +43,6 @@ CExtractedText Read(int file, TextFormat format) {
         case TextFormat::Html: break;
     }
     return ReadWhole(file, format);
-}
-
-}  // namespace
-
-CExtractedText ReadTextOfFile(int file, TextFormat format) noexcept {
-    try {
-        return Read(file, format);
-    } catch (const std::bad_alloc&) {
-    }
-    return Problem(kNoMemory);
 }
 
 }  // namespace quorbel

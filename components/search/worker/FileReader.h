@@ -5,7 +5,7 @@
 namespace quorbel {
 
 /// The text of an open file of any format, read in this process and its children. What fails is the problem
-/// in the result; memory that there is not included. May move the file's offset.
-CExtractedText ReadTextOfFile(int file, TextFormat format) noexcept;
+/// in the result. May move the file's offset. Throws std::bad_alloc.
+CExtractedText ReadTextOfFile(int file, TextFormat format);
 
 }  // namespace quorbel

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <unistd.h>
 
+#include "components/search/text/HtmlEncoding.h"
 #include "components/search/text/Problems.h"
 #include "components/search/worker/MarkupText.h"
 #include "components/search/worker/PackageReader.h"
@@ -62,7 +63,8 @@ class CSheetNames final : public IXmlContent {
 
     void OnStart(std::string_view name, std::span<const CXmlAttribute> attributes) override {
         if (name != "sheet") return;
-        m_sink.Add(AttributeValue(attributes, "name"));
+        // The library leaves references to "&" in attributes as they are.
+        m_sink.Add(WithoutReferences(AttributeValue(attributes, "name")));
         m_sink.EndParagraph();
     }
     void OnEnd(std::string_view) override {}

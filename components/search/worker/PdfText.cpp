@@ -32,6 +32,7 @@ CExtractedText Parse(std::string_view output) {
     CExtractedText result = ReadHtml(output.substr(0, begin));
     output.remove_prefix(begin + kTextBegin.size());
     if (output.ends_with(kTextEnd)) output.remove_suffix(kTextEnd.size());
+    while (!output.empty() && (output.back() == '\n' || output.back() == '\f')) output.remove_suffix(1);
     result.text = CleanLines(IsUtf8(output) ? std::string(output) : DecodeText(TextEncoding::Utf8, output));
     return result;
 }

@@ -1,11 +1,13 @@
 #include "components/search/worker/WorkerLoop.h"
 
 #include <cerrno>
+#include <new>
 #include <string>
 #include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "components/search/text/Problems.h"
 #include "components/search/text/WorkerProtocol.h"
 #include "components/search/worker/FileReader.h"
 #include "components/search/worker/Sandbox.h"
@@ -23,11 +25,18 @@ bool WriteAll(int to, std::string_view bytes) noexcept {
     return true;
 }
 
+std::string EncodedText(const CWorkerRequest& request) {
+    try {
+        return EncodeAnswer(ReadTextOfFile(request.file.Get(), request.format));
+    } catch (const std::bad_alloc&) {
+    }
+    return EncodeAnswer(Problem(kNoMemory));
+}
+
 /// The life of the child that reads a file.
 [[noreturn]] void Answer(const CWorkerRequest& request, std::chrono::seconds timeLimit) {
     LimitProcessorTime(timeLimit);
-    const bool isWritten =
-        WriteAll(request.answer.Get(), EncodeAnswer(ReadTextOfFile(request.file.Get(), request.format)));
+    const bool isWritten = WriteAll(request.answer.Get(), EncodedText(request));
     ::_exit(isWritten ? 0 : 1);
 }
 
