@@ -3,7 +3,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/registry/Database.h"
+#include "platform/sqlite/Database.h"
 #include "platform/registry/Key.h"
 
 namespace quorbel {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/registry/Database.h"
+#include "platform/sqlite/Database.h"
 
 namespace quorbel {
 

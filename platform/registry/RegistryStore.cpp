@@ -27,8 +27,8 @@ CResult<std::shared_ptr<CRegistryStore>> CRegistryStore::Open(const std::filesys
                                                               const CRegistryOptions& options) {
     const ErrorCode error = EnsureRegistryFile(folder / kDatabaseName);
     if (error != ErrorCode::Success) return error;
-    CResult<std::unique_ptr<CDatabase>> database =
-        ConnectRegistryFile(folder / kDatabaseName, {options.busyTimeout, options.maximumBytes});
+    CResult<std::unique_ptr<CDatabase>> database = ConnectRegistryFile(
+        folder / kDatabaseName, {.busyTimeout = options.busyTimeout, .maximumBytes = options.maximumBytes});
     if (!database.IsOk()) return database.Error();
     CResult<CFileDescriptor> changed = OpenChanged(folder / kChangedName);
     if (!changed.IsOk()) return changed.Error();
@@ -108,7 +108,7 @@ void CRegistryStore::EndTransaction() noexcept {
 ErrorCode CRegistryStore::StartWatcher() {
     if (m_watcher) return ErrorCode::Success;
     CResult<std::unique_ptr<CDatabase>> database =
-        ConnectRegistryFile(m_folder / kDatabaseName, {m_options.busyTimeout, 0});
+        ConnectRegistryFile(m_folder / kDatabaseName, {.busyTimeout = m_options.busyTimeout});
     if (!database.IsOk()) return database.Error();
     CResult<std::unique_ptr<CRegistryWatcher>> watcher = CRegistryWatcher::Start(
         std::move(database).Value(), m_folder / kChangedName, m_options.watchInterval);

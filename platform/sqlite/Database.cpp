@@ -1,4 +1,4 @@
-#include "platform/registry/Database.h"
+#include "platform/sqlite/Database.h"
 
 #include <cerrno>
 
@@ -24,7 +24,7 @@ bool IsAtLimit(sqlite3* connection) noexcept {
 }
 
 /// The one place where SQLite's results become error numbers.
-ErrorCode Translate(int result, sqlite3* connection) noexcept {
+ErrorCode Translate(int result, sqlite3* connection, const CDatabaseErrors& errors) noexcept {
     const int systemError = connection ? ::sqlite3_system_errno(connection) : 0;
     switch (result & 0xFF) {
         case SQLITE_OK:
@@ -35,7 +35,7 @@ ErrorCode Translate(int result, sqlite3* connection) noexcept {
         case SQLITE_LOCKED: return ErrorCode::Busy;
         case SQLITE_NOTADB:
         case SQLITE_FORMAT:
-        case SQLITE_CORRUPT: return ErrorCode::RegistryCorrupt;
+        case SQLITE_CORRUPT: return errors.damaged;
         case SQLITE_READONLY:
         case SQLITE_AUTH:
         case SQLITE_PERM: return ErrorCode::AccessDenied;
@@ -43,16 +43,16 @@ ErrorCode Translate(int result, sqlite3* connection) noexcept {
         case SQLITE_TOOBIG: return ErrorCode::FileTooLarge;
         case SQLITE_CANTOPEN:
             if (systemError == EACCES || systemError == EPERM) return ErrorCode::AccessDenied;
-            return ErrorCode::CannotOpenRegistry;
+            return errors.cannotOpen;
         case SQLITE_IOERR:
             if (connection && IsAtLimit(connection)) return ErrorCode::DiskFull;
-            return ErrorCode::RegistryIoFailed;
-        // A table that is missing or of another shape: the file is not a registry, or is damaged.
+            return errors.io;
+        // A table that is missing or of another shape: the file is another one, or is damaged.
         case SQLITE_ERROR:
         case SQLITE_SCHEMA:
         case SQLITE_CONSTRAINT:
-        case SQLITE_MISMATCH: return ErrorCode::RegistryCorrupt;
-        default: return ErrorCode::RegistryIoFailed;
+        case SQLITE_MISMATCH: return errors.damaged;
+        default: return errors.io;
     }
 }
 
@@ -87,7 +87,7 @@ CResult<bool> CStatement::Step() {
     if (m_result == SQLITE_OK || m_result == SQLITE_ROW) m_result = ::sqlite3_step(m_statement);
     if (m_result == SQLITE_ROW) return true;
     if (m_result == SQLITE_DONE) return false;
-    const ErrorCode error = Translate(m_result, m_connection);
+    const ErrorCode error = Translate(m_result, m_connection, m_errors);
     if (m_failure == ErrorCode::Success) m_failure = error;
     return error;
 }
@@ -114,14 +114,15 @@ std::wstring CStatement::Text(int column) const {
 CResult<std::unique_ptr<CDatabase>> CDatabase::Open(const std::filesystem::path& file,
                                                     const CDatabaseOptions& options) {
     sqlite3* opened = nullptr;
-    const int result =
-        ::sqlite3_open_v2(file.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    const int access = options.isReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
+    const int result = ::sqlite3_open_v2(file.c_str(), &opened, access | SQLITE_OPEN_NOMUTEX, nullptr);
     Connection connection(opened);
-    if (result != SQLITE_OK) return Translate(result, opened);
+    if (result != SQLITE_OK) return Translate(result, opened, options.errors);
     ::sqlite3_busy_timeout(opened, static_cast<int>(options.busyTimeout.count()));
-    std::unique_ptr<CDatabase> database(new CDatabase(std::move(connection)));
-    // What was committed survives a power failure too; the registry is written seldom enough for that.
-    ErrorCode error = database->Execute("PRAGMA synchronous=FULL; PRAGMA cell_size_check=ON;");
+    std::unique_ptr<CDatabase> database(new CDatabase(std::move(connection), options.errors));
+    ErrorCode error = database->Execute(options.survivesPowerFailure ? "PRAGMA synchronous=FULL"
+                                                                     : "PRAGMA synchronous=NORMAL");
+    if (error == ErrorCode::Success) error = database->Execute("PRAGMA cell_size_check=ON");
     if (error == ErrorCode::Success && options.maximumBytes != 0) {
         const std::string pages = std::to_string(options.maximumBytes / kPageSize);
         error = database->Execute(("PRAGMA max_page_count=" + pages).c_str());
@@ -142,7 +143,8 @@ std::pair<sqlite3_stmt*, int> CDatabase::Prepare(std::string_view sql) {
 }
 
 ErrorCode CDatabase::Execute(const char* sql) {
-    return Translate(::sqlite3_exec(m_connection.get(), sql, nullptr, nullptr, nullptr), m_connection.get());
+    return Translate(::sqlite3_exec(m_connection.get(), sql, nullptr, nullptr, nullptr), m_connection.get(),
+                     m_errors);
 }
 
 ErrorCode CDatabase::Begin() {

@@ -17,15 +17,26 @@ struct CBlob {
     std::string_view bytes;
 };
 
+/// What a failure of the file is called.
+struct CDatabaseErrors {
+    ErrorCode damaged = ErrorCode::RegistryCorrupt;
+    ErrorCode cannotOpen = ErrorCode::CannotOpenRegistry;
+    ErrorCode io = ErrorCode::RegistryIoFailed;
+};
+
 /// One run of a prepared statement. It is reset when the run ends, so only one run of each statement can be
 /// under way. A failure of preparing or binding is reported by the first step.
 class CStatement {
  public:
     /// `result` is that of preparing; `failure` takes the first failure of any statement.
     template <class... Arguments>
-    CStatement(sqlite3* connection, sqlite3_stmt* statement, int result, ErrorCode& failure,
-               const Arguments&... arguments)
-        : m_connection(connection), m_statement(statement), m_result(result), m_failure(failure) {
+    CStatement(sqlite3* connection, sqlite3_stmt* statement, int result, const CDatabaseErrors& errors,
+               ErrorCode& failure, const Arguments&... arguments)
+        : m_connection(connection),
+          m_statement(statement),
+          m_result(result),
+          m_errors(errors),
+          m_failure(failure) {
         (Bind(arguments), ...);
     }
     ~CStatement();
@@ -51,12 +62,17 @@ class CStatement {
     sqlite3_stmt* const m_statement;
     int m_result;
     int m_bound = 0;
+    const CDatabaseErrors& m_errors;
     ErrorCode& m_failure;
 };
 
 struct CDatabaseOptions {
     std::chrono::milliseconds busyTimeout{5000};
     std::uint64_t maximumBytes = 0;  ///< the file grows no further, DiskFull is the answer; 0 for no limit
+    bool isReadOnly = false;
+    /// Whether what was committed survives a power failure; what survives is whole in any case.
+    bool survivesPowerFailure = true;
+    CDatabaseErrors errors{};
 };
 
 /// A connection to an SQLite file, which must exist. Not synchronised.
@@ -69,7 +85,7 @@ class CDatabase {
     template <class... Arguments>
     CStatement Use(std::string_view sql, const Arguments&... arguments) {
         const auto [statement, result] = Prepare(sql);
-        return CStatement(m_connection.get(), statement, result, m_failure, arguments...);
+        return CStatement(m_connection.get(), statement, result, m_errors, m_failure, arguments...);
     }
     /// The first column of the first row, 0 when there is none.
     template <class... Arguments>
@@ -84,6 +100,8 @@ class CDatabase {
     ErrorCode Commit();
     void Rollback() noexcept;
 
+    sqlite3* Handle() const noexcept { return m_connection.get(); }
+
  private:
     struct CClose {
         void operator()(sqlite3* connection) const noexcept { ::sqlite3_close_v2(connection); }
@@ -93,9 +111,11 @@ class CDatabase {
     };
     using Connection = std::unique_ptr<sqlite3, CClose>;
 
-    explicit CDatabase(Connection connection) noexcept : m_connection(std::move(connection)) {}
+    CDatabase(Connection connection, const CDatabaseErrors& errors) noexcept
+        : m_errors(errors), m_connection(std::move(connection)) {}
     std::pair<sqlite3_stmt*, int> Prepare(std::string_view sql);
 
+    const CDatabaseErrors m_errors;
     Connection m_connection;
     std::unordered_map<std::string_view, std::unique_ptr<sqlite3_stmt, CFinalize>> m_statements;
     ErrorCode m_failure = ErrorCode::Success;  ///< the first since Begin
