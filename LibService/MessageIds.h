@@ -25,6 +25,14 @@ inline constexpr std::uint32_t kConfigurationMissing = 0xC00100CE;    ///< none
 inline constexpr std::uint32_t kDataSourceUnavailable = 0xC00009C4;  ///< initialisation string; reason
 inline constexpr std::uint32_t kCommandFailed = 0xC00009C5;          ///< command; reason; query file
 
+// Searches.
+inline constexpr std::uint32_t kSearchUnavailable = 0xC0000A28;         ///< reason
+inline constexpr std::uint32_t kSearchHelperUnavailable = 0xC0000A29;   ///< reason
+inline constexpr std::uint32_t kSearchSourceUnavailable = 0xC0000A2A;   ///< connection string; reason
+inline constexpr std::uint32_t kSearchDescriptionRefused = 0xC0000A2B;  ///< reason; description file
+inline constexpr std::uint32_t kSearchFailed = 0xC0000A2C;              ///< command; reason; description file
+inline constexpr std::uint32_t kSearchIndexStale = 0xC0000A2D;          ///< reason
+
 // Passkeys.
 inline constexpr std::uint32_t kAuthenticatorDataMalformed = 0xC0000A8C;     ///< what is wrong with it
 inline constexpr std::uint32_t kPasskeyUserGone = 0xC0000A8D;                ///< user

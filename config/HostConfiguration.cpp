@@ -92,7 +92,7 @@ class CLayerReader {
     }
 
     CStatus AddNamedValue(const std::wstring& name, const std::wstring& text) {
-        m_configuration.namedValues[L"Registry$" + name] = text;
+        m_configuration.namedValues[std::wstring(kRegistryName) + name] = text;
         return {};
     }
 
@@ -156,6 +156,13 @@ HRESULT ResolveMapping(std::wstring& folder, IArchiveFileSystem& archive) {
 
 }  // namespace
 
+std::wstring PublishedPath(std::wstring_view mappedFolder) {
+    constexpr std::size_t kVerbatimPrefix = 4;
+    const bool isOnVolume = mappedFolder.starts_with(L"0/") || mappedFolder.starts_with(L"0\\");
+    mappedFolder.remove_prefix(isOnVolume ? 1 : std::min(kVerbatimPrefix, mappedFolder.size()));
+    return std::wstring(mappedFolder);
+}
+
 CStatus MergeHostConfiguration(const std::wstring& host, const CRegistryKey& hostKey,
                                const CRegistryKey& applications, IArchiveFileSystem& archive,
                                HostConfiguration& configuration) {
@@ -169,7 +176,7 @@ CStatus MergeHostConfiguration(const std::wstring& host, const CRegistryKey& hos
         if (!Succeeded(ResolveMapping(folder, archive))) {
             return MessageError(message::kFolderUnavailable, {written, host});
         }
-        configuration.namedValues[L"Directory$" + name.substr(1)] = folder;
+        configuration.namedValues[std::wstring(kDirectoryName) + name.substr(1)] = folder;
     }
     return {};
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "LibService/Status.h"
 #include "components/archive/ArchiveFileSystem.h"
@@ -13,6 +14,13 @@ namespace quorbel {
 
 /// A text by its name; names compare ordinally.
 using TextMap = std::map<std::wstring, std::wstring>;
+
+/// How the names of a host's named values begin: those of folders, and of all other values.
+inline constexpr std::wstring_view kDirectoryName = L"Directory$";
+inline constexpr std::wstring_view kRegistryName = L"Registry$";
+constexpr bool IsConfigurationName(std::wstring_view name) noexcept {
+    return name.starts_with(kDirectoryName) || name.starts_with(kRegistryName);
+}
 
 /// One host's configuration, merged from its layers: the applications key, the application that the host
 /// names, and the host's own key, the later overriding the earlier. docs/configuration.md lists the values.
@@ -26,9 +34,14 @@ struct HostConfiguration {
     TextMap directoryMappings;  ///< folder, as the archive opens it, by name with its "/"
     /// Folder, with "\" as separator, by level and then by prefix ("/" and the application's name).
     std::map<AccessLevel, TextMap> webApplications;
-    TextMap namedValues;  ///< what handlers are given: "Directory$" + name and "Registry$" + name
+    TextMap namedValues;  ///< what handlers are given: kDirectoryName + name and kRegistryName + name
     std::map<std::wstring, TextMap> locations;  ///< a location's values by its path
 };
+
+/// The path by which the file system knows the folder of a directory mapping: without the first four
+/// characters
+/// (\\?\) of a translated drive path, without the "0" of any other.
+std::wstring PublishedPath(std::wstring_view mappedFolder);
 
 /// Merges the configuration of one host. `applications` is not open when the tree has none; a host's
 /// application that cannot be opened is left out. Errors: system errors of the store, and message 0xC00000C9

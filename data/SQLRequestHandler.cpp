@@ -35,15 +35,6 @@ std::uint16_t StatusOf(ErrorCode code) {
     }
 }
 
-/// What a failure's description says, or else its number.
-std::wstring ReasonFor(HRESULT result) {
-    std::wstring reason = TakeErrorInfo().substr(0, kLongestReason);
-    if (reason.empty()) reason = HResultMessage(result);
-    reason += reason.empty() ? L"0x" : L" (0x";
-    reason += ToHex(static_cast<std::uint32_t>(result), 8);
-    return reason.starts_with(L"0x") ? reason : reason + L")";
-}
-
 std::optional<CacheClass> ParseProvenance(std::wstring_view text) {
     constexpr std::array<std::wstring_view, 7> kNames{L"Absent",  L"Manifest", L"Development", L"Session",
                                                       L"Dynamic", L"Archive",  L"View"};
@@ -61,6 +52,14 @@ CVariant GetValue(IResultValues& values, std::wstring_view name) {
 }
 
 }  // namespace
+
+std::wstring ReasonFor(HRESULT result) {
+    std::wstring reason = TakeErrorInfo().substr(0, kLongestReason);
+    if (reason.empty()) reason = HResultMessage(result);
+    reason += reason.empty() ? L"0x" : L" (0x";
+    reason += ToHex(static_cast<std::uint32_t>(result), 8);
+    return reason.starts_with(L"0x") ? reason : reason + L")";
+}
 
 std::uint16_t CSQLRequestInstance::Response::StatusCode() {
     if (!ready.try_wait()) {
@@ -102,13 +101,34 @@ void CSQLRequestInstance::Response::Finish(const pplx::task<std::shared_ptr<Resu
     ready.count_down();
 }
 
-void CSQLRequestInstance::Response::AddHeader(std::wstring_view field) {
-    const std::size_t colon = field.find(L':');
-    if (colon == field.npos) return;
-    const std::wstring_view value = Trim(field.substr(colon + 1));
-    const auto [header, isNew] = m_headers.try_emplace(std::wstring(Trim(field.substr(0, colon))));
-    if (!isNew) header->second += L", ";
-    header->second += value;
+std::wstring CSQLRequestInstance::Response::ReadText() const {
+    auto text = ReadQueryFile(m_shared->files, m_queryFile);
+    if (!text.IsOk()) throw ToSystemError(HResultFromWin32(ToNumber(text.Error())));
+    return std::move(text).Value();
+}
+
+void CSQLRequestInstance::Response::OpenSource(Results::QueryInfo& query, const std::wstring& initialisation,
+                                               std::uint32_t messageId) const {
+    const HRESULT result = query.Open(initialisation);
+    if (Succeeded(result)) return;
+    if (result != DB_E_CANCELED) {
+        m_shared->sources.Write(ReasonFor(result), [&](const std::wstring& reason) {
+            MessageError(messageId, {initialisation, reason}).Report();
+        });
+    }
+    throw ToSystemError(result);
+}
+
+void CSQLRequestInstance::Response::ReportFailures(Results::QueryInfo& query, const std::wstring& command,
+                                                   std::uint32_t messageId) const {
+    // It may be needed after this response has gone.
+    query.ReportFailures([shared = m_shared, command, messageId, file = m_queryFile](HRESULT result) {
+        shared->commands.Write(ReasonFor(result), [&](const std::wstring& reason) {
+            const bool isLong = command.size() > kLongestCommand;
+            const std::wstring shown = isLong ? command.substr(0, kLongestCommand) + L"…" : command;
+            MessageError(messageId, {shown, reason, file}).Report();
+        });
+    });
 }
 
 /// The state of one running query.
@@ -116,21 +136,18 @@ class CSQLRequestHandler::Response final : public CSQLRequestInstance::Response 
  public:
     Response(const CSQLRequestHandler& handler, web::http::http_request request, const UserIdentity& user,
              const TextMap& namedValues)
-        : m_queryFile(handler.queryFile),
-          m_shared(handler.m_shared),
+        : CSQLRequestInstance::Response(handler.queryFile, handler.m_shared),
           m_request(std::move(request)),
           m_user(user.Text()),
           m_namedValues(namedValues) {}
 
  private:
     void OpenQuery(Results::QueryInfo& query) override;
-    void OpenSource(Results::QueryInfo& query) const;
     void SetParameters(Results::QueryInfo& query) const;
     void Execute(Results::QueryInfo& query, const std::wstring& command);
     void TakeResultValues(IResultValues& values);
+    void AddHeader(std::wstring_view field);
 
-    const std::wstring m_queryFile;
-    const std::shared_ptr<Shared> m_shared;
     const web::http::http_request m_request;
     const std::wstring m_user;
     const TextMap m_namedValues;
@@ -138,33 +155,14 @@ class CSQLRequestHandler::Response final : public CSQLRequestInstance::Response 
 
 void CSQLRequestHandler::Response::OpenQuery(Results::QueryInfo& query) {
     Ignore(TakeErrorInfo());  // of whoever had the thread before
-    const auto text = ReadQueryFile(m_shared->files, m_queryFile);
-    if (!text.IsOk()) throw ToSystemError(HResultFromWin32(ToNumber(text.Error())));
-    OpenSource(query);
+    const std::wstring command = ReadText();
+    OpenSource(query, kInitialisation, message::kDataSourceUnavailable);
     SetParameters(query);
-    // It may be needed after this response has gone.
-    query.ReportFailures([shared = m_shared, text = text.Value(), file = m_queryFile](HRESULT result) {
-        shared->commands.Write(ReasonFor(result), [&](const std::wstring& reason) {
-            const bool isLong = text.size() > kLongestCommand;
-            const std::wstring command = isLong ? text.substr(0, kLongestCommand) + L"…" : text;
-            MessageError(message::kCommandFailed, {command, reason, file}).Report();
-        });
-    });
-    Execute(query, text.Value());
+    ReportFailures(query, command, message::kCommandFailed);
+    Execute(query, command);
     const HRESULT result = query.Prepare();
     if (result == HResultFromWin32(ToNumber(ErrorCode::NotFound))) throw ToSystemError(result);
     if (!Succeeded(result)) query.Fail(result);
-}
-
-void CSQLRequestHandler::Response::OpenSource(Results::QueryInfo& query) const {
-    const HRESULT result = query.Open(kInitialisation);
-    if (Succeeded(result)) return;
-    if (result != DB_E_CANCELED) {
-        m_shared->sources.Write(ReasonFor(result), [](const std::wstring& reason) {
-            MessageError(message::kDataSourceUnavailable, {kInitialisation, reason}).Report();
-        });
-    }
-    throw ToSystemError(result);
 }
 
 void CSQLRequestHandler::Response::SetParameters(Results::QueryInfo& query) const {
@@ -195,6 +193,15 @@ void CSQLRequestHandler::Response::TakeResultValues(IResultValues& values) {
     if (header.vt != (VT_ARRAY | VT_BSTR)) return;
     const auto* const fields = static_cast<const BSTR*>(header.parray->data);
     for (std::uint32_t index = 0; index != header.parray->count; ++index) AddHeader(ToView(fields[index]));
+}
+
+void CSQLRequestHandler::Response::AddHeader(std::wstring_view field) {
+    const std::size_t colon = field.find(L':');
+    if (colon == field.npos) return;
+    const std::wstring_view value = Trim(field.substr(colon + 1));
+    const auto [header, isNew] = m_headers.try_emplace(std::wstring(Trim(field.substr(0, colon))));
+    if (!isNew) header->second += L", ";
+    header->second += value;
 }
 
 void CSQLRequestHandler::Register(IClock& clock) {

@@ -42,7 +42,8 @@ class CSQLRequestInstance::Response : public CHTTPServer::CRequestHandler::CResp
  public:
     using Results = ResultStream<std::uint8_t>;
 
-    Response() : CResponse(CacheClass::Dynamic) {}
+    Response(std::wstring queryFile, std::shared_ptr<Shared> shared)
+        : CResponse(CacheClass::Dynamic), m_queryFile(std::move(queryFile)), m_shared(std::move(shared)) {}
 
     /// Wait until the query has been opened, or has failed.
     /// @{
@@ -59,9 +60,20 @@ class CSQLRequestInstance::Response : public CHTTPServer::CRequestHandler::CResp
     /// Opens the query of the strategy; throws std::system_error when it fails. The response is not shown to
     /// anybody before it returns.
     virtual void OpenQuery(Results::QueryInfo& query) = 0;
-    void AddHeader(std::wstring_view field);
+
+    /// The text of the query file; throws std::system_error.
+    std::wstring ReadText() const;
+    /// Opens the data source; throws std::system_error, after an error of this message (initialisation
+    /// string, reason).
+    void OpenSource(Results::QueryInfo& query, const std::wstring& initialisation,
+                    std::uint32_t messageId) const;
+    /// From now on the query's failures are errors of this message (command, reason, query file).
+    void ReportFailures(Results::QueryInfo& query, const std::wstring& command,
+                        std::uint32_t messageId) const;
 
     std::wstring contentType;
+    const std::wstring m_queryFile;
+    const std::shared_ptr<Shared> m_shared;
 
  private:
     void Finish(const pplx::task<std::shared_ptr<Results::QueryInfo>>& opened);
@@ -69,6 +81,9 @@ class CSQLRequestInstance::Response : public CHTTPServer::CRequestHandler::CResp
     std::uint16_t status = web::http::status_codes::NoContent;
     std::latch ready{1};
 };
+
+/// What a failure's description says, or else its number; for the event log.
+std::wstring ReasonFor(HRESULT result);
 
 /// Answers a request with the result of a command, which a file beside the static ones holds: the handler of
 /// files of the kind "SQL". docs/query-files.md tells what such a file may hold.

@@ -62,7 +62,9 @@ CStatus CHTTPServer::BuildAllHosts(CComPtr<IArchiveFileSystem> archive, const CR
     m_archive = std::move(archive);
     m_hosts = &hosts;
     m_applications = &applications;
-    return EnumerateHosts([this](const std::wstring& host) { return BuildHost(host); });
+    const CStatus status = EnumerateHosts([this](const std::wstring& host) { return BuildHost(host); });
+    PublishFolders();
+    return status;
 }
 
 void CHTTPServer::SynchroniseHostSet() {
@@ -71,15 +73,25 @@ void CHTTPServer::SynchroniseHostSet() {
     const CStatus status = EnumerateHosts(
         [&](const std::wstring& host) { return vanished.erase(host) != 0 ? CStatus() : BuildHost(host); });
     status.Report();
-    if (!status.IsOk()) return;
+    if (!status.IsOk()) return PublishFolders();
     for (const std::wstring& host : vanished) m_listeners.erase(host);
     m_counters.closed += vanished.size();
+    PublishFolders();
 }
 
 CStatus CHTTPServer::RebuildHostIfChanged(const std::wstring& host) {
     const auto found = m_listeners.find(host);
     if (found == m_listeners.end() || !found->second->TakeHostKeyChange()) return {};
-    return BuildHost(host);
+    CStatus status = BuildHost(host);
+    PublishFolders();
+    return status;
+}
+
+void CHTTPServer::PublishFolders() const {
+    if (!m_environment.published) return;
+    std::vector<std::wstring> folders;
+    for (const auto& [host, listener] : m_listeners) listener->AppendFolders(folders);
+    m_environment.published->Publish(folders);
 }
 
 CStatus CHTTPServer::StopAll() {

@@ -10,6 +10,7 @@
 #include "LibService/Status.h"
 #include "LibService/TraceLogger.h"
 #include "components/archive/ArchiveFileSystem.h"
+#include "components/search/PublishedFolders.h"
 #include "config/HostConfiguration.h"
 #include "config/RegistryKey.h"
 #include "platform/Clock.h"
@@ -34,6 +35,7 @@ class CHTTPServer : public CTraceLoggable {
         IFolderSearch& folders;
         CTraceLogger& trace;
         IClock& clock;
+        IPublishedFolders* published = nullptr;  ///< is told what all hosts publish; null for nobody
     };
 
     explicit CHTTPServer(const Environment& environment);
@@ -71,6 +73,8 @@ class CHTTPServer : public CTraceLoggable {
     /// The work of BuildHost, which turns what the HTTP library throws into a status. `url` is set once
     /// known.
     CStatus PlaceListener(const std::wstring& host, std::wstring& url);
+    /// Tells which folders all hosts publish.
+    void PublishFolders() const;
     void TraceFailure(const std::wstring& text);
 
     const Environment m_environment;

@@ -217,6 +217,16 @@ void CHTTPServer::CListener::ReplyFailure(const Request& request, const char* wh
     }
 }
 
+void CHTTPServer::CListener::AppendFolders(std::vector<std::wstring>& folders) const {
+    const Configuration configuration = BeginRouting().configuration;
+    for (const auto& [level, root] : m_accessRoots) folders.push_back(root);
+    for (const auto& [level, applications] : configuration->webApplications) {
+        for (const auto& [prefix, folder] : applications) folders.push_back(folder);
+    }
+    for (const auto& [name, folder] : configuration->directoryMappings)
+        folders.push_back(PublishedPath(folder));
+}
+
 void CHTTPServer::CListener::OnGet(const Request& request, const CUrlPath& path) {
     const Routing routing = BeginRouting();
     const auto [user, handler] = FindRequestHandler(request, path, routing);
@@ -270,7 +280,8 @@ void CHTTPServer::CListener::AnswerPost(const Request& request, const CUrlPath& 
     const Routing routing = BeginRouting();
     const auto [user, handler] = FindRequestHandler(request, path, routing);
     if (!handler) return m_reply.SendWithoutBody(request, status_codes::NotFound);
-    // A named value wins over a field of its name.
+    // What the configuration alone may name is not taken from a form.
+    std::erase_if(fields.values, [](const auto& field) { return IsConfigurationName(field.first); });
     for (const auto& [name, value] : routing.configuration->namedValues) fields.values[name] = value;
     const auto response = handler->CreateResponse(request, user, fields.values);
     m_reply.SendWithBody(request, *response);

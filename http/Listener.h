@@ -43,6 +43,9 @@ class CHTTPServer::CListener {
     /// Takes over everything that may change while the listener stays open, and forgets what it had routed.
     void Update(HostConfiguration configuration);
 
+    /// Appends the folders whose files the host serves: roots, applications, mappings.
+    void AppendFolders(std::vector<std::wstring>& folders) const;
+
     /// True when the host's key changed since the last call, or its watch was lost; it is armed again then.
     bool TakeHostKeyChange();
     /// True when the host's key was deleted under the listener: its watch is lost.

@@ -21,6 +21,7 @@ enum class LockRank : std::uint8_t {
     FolderFollowers = 43,   ///< who follows one searched path
     FolderFilling = 46,     ///< one thread at a time reads a folder into its listing
     FolderListing = 50,     ///< the names in one folder
+    SearchManager = 54,     ///< the search component; held while it is made
     HttpServer = 55,        ///< the hosts of the HTTP engine, their ports and sockets
     HttpLoops = 57,         ///< the loops that are watched for work that waits
     Certificates = 60,      ///< the followed certificates and what is known of their files

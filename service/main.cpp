@@ -12,7 +12,10 @@
 #include "components/archive/LocalArchive.h"
 #include "components/http_server/HttpServer.h"
 #include "components/provider/ArchiveProvider.h"
+#include "components/search/SearchComponent.h"
+#include "components/search/SearchIndex.h"
 #include "data/SQLRequestHandler.h"
+#include "data/SearchQueryRequestHandler.h"
 #include "data/SystemInfoHandler.h"
 #include "platform/File.h"
 #include "platform/Program.h"
@@ -64,6 +67,20 @@ void ReportHttpServer(const std::wstring& sentence) {
     MessageError(message::kStandardException, {sentence}).Report();
 }
 
+void ReportSearchIndex(const std::wstring& reason) {
+    MessageError(message::kSearchIndexStale, {reason}).Report();
+}
+
+/// The index under the root, kept up to date with the help of the program beside this one.
+CResult<std::unique_ptr<ISearchIndex>> StartSearchIndex(const std::filesystem::path& folder) {
+    const auto program = ProgramPath();
+    if (!program.IsOk()) return program.Error();
+    return ISearchIndex::Start({folder,
+                                {.program = program.Value().parent_path() / "QbTextExtract"},
+                                SystemClock(),
+                                ReportSearchIndex});
+}
+
 CStatus Serve(IRegistry& registry, CServiceLogger& trace, std::shared_ptr<CEvent> stop) {
     auto folders = CreateFolderSearch();
     if (!folders.IsOk()) return SystemError(folders.Error());
@@ -71,8 +88,15 @@ CStatus Serve(IRegistry& registry, CServiceLogger& trace, std::shared_ptr<CEvent
     const CComRegistration archive = RegisterLocalArchive(localMachine);
     const CComRegistration dataInitialize = RegisterDataInitialize();
     const CComRegistration provider = RegisterArchiveProvider(localMachine);
+    const auto root = OpenRootFolder();
+    if (!root.IsOk()) return SystemError(root.Error(), L"root folder");
+    const std::filesystem::path searchFolder = root.Value() / kSearchFolder;
+    const CSearchRegistration search = RegisterSearch(searchFolder);
+    const auto searchIndex = StartSearchIndex(searchFolder);
+    if (!searchIndex.IsOk()) return SystemError(searchIndex.Error(), L"search index");
     SystemInfoHandler::Register();
     CSQLRequestHandler::Register(SystemClock());
+    CSearchQueryRequestHandler::Register(SystemClock());
     const auto keysFolder = OpenKeysFolder();
     if (!keysFolder.IsOk()) return SystemError(keysFolder.Error(), L"keys folder");
     const auto keys = OpenKeyStorageProvider(keysFolder.Value());
@@ -87,7 +111,8 @@ CStatus Serve(IRegistry& registry, CServiceLogger& trace, std::shared_ptr<CEvent
     if (!server.IsOk()) return SystemError(server.Error());
     CStatus status;
     {
-        CQuorbelHTTPService service({*folders.Value(), trace, SystemClock()}, *localMachine, std::move(stop));
+        CQuorbelHTTPService service({*folders.Value(), trace, SystemClock(), searchIndex.Value().get()},
+                                    *localMachine, std::move(stop));
         status = service.Run();
     }
     work.Value()->Stop();

@@ -3,8 +3,9 @@
 #include <memory>
 #include <string>
 
-#include "components/provider/ConnectionPool.h"
+#include "components/oledb/ConnectionPool.h"
 #include "components/provider/SqlCommandCache.h"
+#include "components/provider/SqlConnection.h"
 #include "platform/Lock.h"
 #include "platform/registry/Key.h"
 

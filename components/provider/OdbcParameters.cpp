@@ -1,6 +1,6 @@
 #include "components/provider/OdbcParameters.h"
 
-#include "components/provider/ByteStream.h"
+#include "components/oledb/ByteStream.h"
 #include "components/provider/SqliteFunctions.h"
 #include "platform/Text.h"
 #include "platform/com/ErrorInfo.h"

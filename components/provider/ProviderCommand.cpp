@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "components/provider/ComBorder.h"
+#include "components/oledb/ComBorder.h"
 #include "components/provider/ProviderRowset.h"
 #include "platform/com/ErrorInfo.h"
 
@@ -30,7 +30,7 @@ CVariant ArgumentAt(const DBBINDING& binding, const std::byte* row) {
 
 }  // namespace
 
-CProviderCommand::CProviderCommand(std::shared_ptr<CSessionConnection> connection)
+CProviderCommand::CProviderCommand(std::shared_ptr<CSqlSession> connection)
     : m_connection(std::move(connection)),
       m_point(new CSinkPoint),
       m_isCanceled(std::make_shared<CCancelFlag>(false)) {}

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "components/provider/Accessors.h"
+#include "components/oledb/Accessors.h"
 #include "components/provider/CommandFunctions.h"
-#include "components/provider/SessionConnection.h"
+#include "components/provider/SqlSession.h"
 #include "platform/oledb/OleDb.h"
 
 namespace quorbel {
@@ -16,7 +16,7 @@ class CProviderCommand final
     : public CComObject<ICommandText, ICommandWithParameters, IAccessor, IConnectionPointContainer> {
  public:
     /// Throws std::bad_alloc.
-    explicit CProviderCommand(std::shared_ptr<CSessionConnection> connection);
+    explicit CProviderCommand(std::shared_ptr<CSqlSession> connection);
 
     HRESULT Cancel() override;
     HRESULT Execute(IUnknown* outer, const GUID& interfaceId, DBPARAMS* parameters, std::int64_t* affected,
@@ -46,7 +46,7 @@ class CProviderCommand final
     HRESULT Run(const GUID& interfaceId, DBPARAMS* parameters, IUnknown** rowset);
     HRESULT ReadArguments(const DBPARAMS* parameters, std::vector<CSqlArgument>& arguments) const;
 
-    const std::shared_ptr<CSessionConnection> m_connection;
+    const std::shared_ptr<CSqlSession> m_connection;
     const CComPtr<CSinkPoint> m_point;
     const std::shared_ptr<CCancelFlag> m_isCanceled;
     std::wstring m_text;

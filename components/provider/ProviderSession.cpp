@@ -1,6 +1,6 @@
 #include "components/provider/ProviderSession.h"
 
-#include "components/provider/ComBorder.h"
+#include "components/oledb/ComBorder.h"
 #include "components/provider/ProviderCommand.h"
 
 namespace quorbel {

@@ -1,6 +1,6 @@
 #include "components/provider/ProviderSource.h"
 
-#include "components/provider/ComBorder.h"
+#include "components/oledb/ComBorder.h"
 #include "components/provider/ProviderSession.h"
 
 namespace quorbel {
@@ -26,8 +26,9 @@ HRESULT CProviderSource::CreateSession(IUnknown* outer, const GUID& interfaceId,
         std::unique_ptr<CPooledConnection> connection;
         result = pool->Take(connection);
         if (!Succeeded(result)) return result;
-        const CComPtr<CProviderSession> created(new CProviderSession(std::make_shared<CSessionConnection>(
-            std::move(connection), std::move(pool), m_settings->Commands())));
+        const SqlDialect dialect = static_cast<const ISqlDatabase&>(pool->Database()).Dialect();
+        const CComPtr<CProviderSession> created(new CProviderSession(
+            std::make_shared<CSqlSession>(std::move(connection), dialect, m_settings->Commands())));
         return created->QueryInterface(interfaceId, reinterpret_cast<void**>(session));
     });
 }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
-#include "components/provider/ByteStream.h"
+#include "components/oledb/ByteStream.h"
 #include "platform/Text.h"
 
 namespace quorbel {

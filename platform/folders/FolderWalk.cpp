@@ -29,14 +29,14 @@ constexpr auto kSilentFileSystems = std::to_array<std::uint32_t>({
     0x786F4256,  // VirtualBox shared folders
 });
 
+}  // namespace
+
 bool TellsItsChanges(int folder) noexcept {
     struct statfs status;
     if (::fstatfs(folder, &status) != 0) return false;
     const auto magic = static_cast<std::uint32_t>(status.f_type);
     return std::find(kSilentFileSystems.begin(), kSilentFileSystems.end(), magic) == kSilentFileSystems.end();
 }
-
-}  // namespace
 
 WalkEnd CFolderWalk::Go(std::string_view path) {
     if (!path.starts_with('/')) return WalkEnd::NotFollowed;

@@ -9,6 +9,10 @@
 
 namespace quorbel {
 
+/// Says whether the system is told of everything that happens in a folder, open in any way: it is not on file
+/// systems of the network and of other processes.
+bool TellsItsChanges(int folder) noexcept;
+
 /// Where a path leads.
 enum class WalkEnd {
     Folder,      ///< to a folder

@@ -37,6 +37,10 @@ ExitCode CertBind(const CArguments& arguments);
 ExitCode CertList(const CArguments& arguments);
 ExitCode CertRemove(const CArguments& arguments);
 ExitCode CertCreate(const CArguments& arguments);
+ExitCode SearchStatus(const CArguments& arguments);
+ExitCode SearchQuery(const CArguments& arguments);
+ExitCode SearchRebuild(const CArguments& arguments);
+ExitCode SearchSkipped(const CArguments& arguments);
 ExitCode Events(const CArguments& arguments);
 
 }  // namespace quorbel

@@ -223,6 +223,45 @@ No file is ever replaced.
   --name NAME     one more DNS name (also *.example.org) or address that it is for; any number of times
 )",
      CertCreate},
+    {L"search status",
+     {{L"--json", kFlag}},
+     0,
+     0,
+     LR"(Usage: qbctl search status [--json]
+Shows what the search index holds and whether it is kept up to date. "Waiting" counts documents whose text is still
+to be read; they are found by their names already.
+  --json    one object: "followed", "state", "changed" (seconds since 1970), "folders", "documents", "texts",
+            "waiting", "skipped", "bytes"
+)",
+     SearchStatus},
+    {L"search query",
+     {{L"--scope", kValue}, {L"--max", kValue}, {L"--json", kFlag}},
+     1,
+     1,
+     LR"(Usage: qbctl search query TEXT [--scope FOLDER] [--max NUMBER] [--json]
+Searches the index as readers do; docs/search-queries.md says what TEXT may hold. "*" finds everything.
+  --scope FOLDER   only files in this folder and below
+  --max NUMBER     so many results at most (10 unless given)
+  --json           one object a document and line: "path", "title", "author", "size", "modified", "rank", "summary"
+)",
+     SearchQuery},
+    {L"search rebuild",
+     {},
+     0,
+     0,
+     LR"(Usage: qbctl search rebuild
+Has the service forget the whole search index and make it anew. Until it is done, searches find what is in it so far.
+)",
+     SearchRebuild},
+    {L"search skipped",
+     {{L"--json", kFlag}},
+     0,
+     0,
+     LR"(Usage: qbctl search skipped [--json]
+Lists the files that are not in the search index, or only by their names, and why.
+  --json    one object a file and line: "path", "reason"
+)",
+     SearchSkipped},
     {L"events",
      {{L"--json", kFlag}},
      0,

@@ -31,8 +31,9 @@ constexpr const char* kSchema = R"(
     CREATE TABLE texts(id INTEGER PRIMARY KEY, text TEXT NOT NULL);
     CREATE VIRTUAL TABLE words USING fts5(content, title, author, name, content='', columnsize=0,
                                           tokenize='archive');
-    CREATE TABLE skipped(folder INTEGER NOT NULL, name BLOB NOT NULL, reason TEXT NOT NULL,
-                         PRIMARY KEY(folder, name)) WITHOUT ROWID;
+    CREATE TABLE skipped(folder INTEGER NOT NULL, name BLOB NOT NULL, size INTEGER NOT NULL,
+                         modified INTEGER NOT NULL, changed INTEGER NOT NULL, inode INTEGER NOT NULL,
+                         reason TEXT NOT NULL, PRIMARY KEY(folder, name)) WITHOUT ROWID;
 )";
 
 int CompareFolded(void*, int leftSize, const void* left, int rightSize, const void* right) {
@@ -119,8 +120,12 @@ CResult<std::unique_ptr<CDatabase>> MakeIndex(const std::string& folder, const s
 
 }  // namespace
 
+std::string CIndexDatabase::FileIn(const std::string& folder) {
+    return folder + kFileName;
+}
+
 CResult<std::unique_ptr<CIndexDatabase>> CIndexDatabase::Open(const std::string& folder, Access access) {
-    const std::string file = folder + kFileName;
+    const std::string file = FileIn(folder);
     auto database = ConnectToIndex(file, access);
     const bool isUnusable =
         database.Error() == ErrorCode::FileNotFound || database.Error() == ErrorCode::InvalidData;

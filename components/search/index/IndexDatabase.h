@@ -18,8 +18,8 @@ namespace quorbel {
 ///                                  its text is still to be read
 ///     texts(id, text)              UTF-8, of documents that have text
 ///     words(content, title, author, name)   FTS5 without content of its own; rowid: documents.id
-///     skipped(folder, name, reason)         files that are no documents
-///     facts(name, value)                    what IndexFact names
+///     skipped(folder, name, size, modified, changed, inode, reason)   files that are no documents
+///     facts(name, value)           "state": what the index is doing, for people
 ///
 /// Its functions, beside SQLite's own:
 ///
@@ -39,6 +39,9 @@ class CIndexDatabase {
     /// version; there is one writer at a time. With Read FileNotFound when there is none. Damage is
     /// InvalidData.
     static CResult<std::unique_ptr<CIndexDatabase>> Open(const std::string& folder, Access access);
+
+    /// The index's file in its folder.
+    static std::string FileIn(const std::string& folder);
 
     CDatabase& Statements() noexcept { return *m_database; }
     sqlite3* Handle() const noexcept { return m_database->Handle(); }

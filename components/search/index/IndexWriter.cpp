@@ -1,5 +1,10 @@
 #include "components/search/index/IndexWriter.h"
 
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
 #include "components/search/index/DocumentId.h"
 #include "components/search/index/WordBreaker.h"
 #include "platform/Text.h"
@@ -7,6 +12,8 @@
 namespace quorbel {
 
 namespace {
+
+constexpr const char* kLockFile = "/writer.lock";
 
 std::uint64_t CountWords(std::string_view text) {
     std::uint64_t count = 0;
@@ -33,13 +40,28 @@ struct CIndexWriter::CStored {
 };
 
 CResult<std::unique_ptr<CIndexWriter>> CIndexWriter::Open(const std::string& folder) {
+    if (::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) return ErrorFromErrno(errno);
+    CFileDescriptor lock(
+        ::open((folder + kLockFile).c_str(), O_CREAT | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!lock.IsOpen()) return ErrorFromErrno(errno);
+    if (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0)
+        return errno == EWOULDBLOCK ? ErrorCode::Busy : ErrorFromErrno(errno);
     auto index = CIndexDatabase::Open(folder, CIndexDatabase::Access::Write);
     if (!index.IsOk()) return index.Error();
-    return std::unique_ptr<CIndexWriter>(new CIndexWriter(std::move(index).Value()));
+    return std::unique_ptr<CIndexWriter>(new CIndexWriter(std::move(lock), std::move(index).Value()));
+}
+
+bool CIndexWriter::IsOpenSomewhere(const std::string& folder) {
+    const CFileDescriptor lock(::open((folder + kLockFile).c_str(), O_RDONLY | O_CLOEXEC));
+    return lock.IsOpen() && ::flock(lock.Get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+CResult<FolderId> CIndexWriter::KnownFolder(const std::string& path) {
+    return Statements().Number("SELECT id FROM folders WHERE path = ?", path);
 }
 
 CResult<FolderId> CIndexWriter::Folder(const std::string& path) {
-    const auto known = Statements().Number("SELECT id FROM folders WHERE path = ?", path);
+    const auto known = KnownFolder(path);
     if (!known.IsOk() || known.Value() != 0) return known;
     const ErrorCode error = Statements().Use("INSERT INTO folders(path) VALUES(?)", path).Run();
     if (error != ErrorCode::Success) return error;
@@ -83,6 +105,25 @@ ErrorCode CIndexWriter::RemoveFolder(const std::string& path) {
     return ErrorCode::Success;
 }
 
+ErrorCode CIndexWriter::RemoveFoldersBut(const std::string& path, const std::set<std::string>& names) {
+    std::set<std::string> foreign;
+    {
+        CStatement below = Statements().Use("SELECT path FROM folders WHERE path > ?1 || '/' AND path < ?2",
+                                            path, BehindAllIn(path));
+        for (CResult<bool> row = below.Step(); !row.IsOk() || row.Value(); row = below.Step()) {
+            if (!row.IsOk()) return row.Error();
+            const std::string_view rest = below.Bytes(0).substr(path.size() + 1);
+            std::string name(rest.substr(0, rest.find('/')));
+            if (!names.contains(name)) foreign.insert(std::move(name));
+        }
+    }
+    for (const std::string& name : foreign) {
+        const ErrorCode error = RemoveFolder(path + "/" + name);
+        if (error != ErrorCode::Success) return error;
+    }
+    return ErrorCode::Success;
+}
+
 CResult<std::vector<std::string>> CIndexWriter::Folders() {
     std::vector<std::string> paths;
     CStatement folders = Statements().Use("SELECT path FROM folders ORDER BY path");
@@ -97,7 +138,7 @@ CResult<std::map<std::string, CKnownFile, std::less<>>> CIndexWriter::Files(Fold
     std::map<std::string, CKnownFile, std::less<>> files;
     CStatement known = Statements().Use(
         "SELECT name, size, modified, changed, inode, pending FROM documents WHERE folder = ?1 "
-        "UNION ALL SELECT name, -1, 0, 0, 0, 0 FROM skipped WHERE folder = ?1",
+        "UNION ALL SELECT name, size, modified, changed, inode, 0 FROM skipped WHERE folder = ?1",
         folder);
     for (CResult<bool> row = known.Step(); !row.IsOk() || row.Value(); row = known.Step()) {
         if (!row.IsOk()) return row.Error();
@@ -105,6 +146,18 @@ CResult<std::map<std::string, CKnownFile, std::less<>>> CIndexWriter::Files(Fold
             {known.Integer(1), known.Integer(2), known.Integer(3), known.Integer(4)}, known.Integer(5) != 0};
     }
     return files;
+}
+
+CResult<std::optional<CKnownFile>> CIndexWriter::File(FolderId folder, const std::string& name) {
+    CStatement known = Statements().Use(
+        "SELECT size, modified, changed, inode, pending FROM documents WHERE folder = ?1 AND name = ?2 "
+        "UNION ALL SELECT size, modified, changed, inode, 0 FROM skipped WHERE folder = ?1 AND name = ?3",
+        folder, name, CBlob{name});
+    const CResult<bool> row = known.Step();
+    if (!row.IsOk()) return row.Error();
+    if (!row.Value()) return std::optional<CKnownFile>();
+    return std::optional(CKnownFile{{known.Integer(0), known.Integer(1), known.Integer(2), known.Integer(3)},
+                                    known.Integer(4) != 0});
 }
 
 CResult<CIndexWriter::CStored> CIndexWriter::Find(FolderId folder, const std::string& name) {
@@ -183,10 +236,11 @@ ErrorCode CIndexWriter::Put(FolderId folder, const std::string& name, const CDoc
 }
 
 CResult<bool> CIndexWriter::Move(FolderId from, const std::string& name, FolderId to,
-                                 const std::string& newName) {
-    const auto document = Find(from, name);
+                                 const std::string& newName, const CDocumentStamp& stamp) {
+    auto document = Find(from, name);
     if (!document.IsOk()) return document.Error();
     if (document.Value().row < 0) return false;
+    document.Value().stamp = stamp;
     ErrorCode error = Remove(name, document.Value());
     if (error == ErrorCode::Success) error = Remove(to, newName);
     if (error == ErrorCode::Success) error = Add(to, newName, document.Value());
@@ -194,10 +248,14 @@ CResult<bool> CIndexWriter::Move(FolderId from, const std::string& name, FolderI
     return true;
 }
 
-ErrorCode CIndexWriter::Skip(FolderId folder, const std::string& name, std::string_view reason) {
+ErrorCode CIndexWriter::Skip(FolderId folder, const std::string& name, const CDocumentStamp& stamp,
+                             std::string_view reason) {
     const ErrorCode error = Remove(folder, name);
     if (error != ErrorCode::Success) return error;
-    return Statements().Use("INSERT INTO skipped VALUES(?, ?, ?)", folder, CBlob{name}, reason).Run();
+    return Statements()
+        .Use("INSERT INTO skipped VALUES(?, ?, ?, ?, ?, ?, ?)", folder, CBlob{name}, stamp.size,
+             stamp.modified, stamp.changed, stamp.inode, reason)
+        .Run();
 }
 
 ErrorCode CIndexWriter::Remove(FolderId folder, const std::string& name) {

@@ -34,6 +34,8 @@ struct CExtractedText {
 /// Bytes of a file that is read at all, and of the text taken from it.
 inline constexpr std::size_t kLargestTextFile = 32 << 20;
 inline constexpr std::size_t kLargestText = 32 << 20;
+/// Bytes of a title, an author or a problem; what is longer is cut off.
+inline constexpr std::size_t kLargestProperty = 4096;
 
 /// The text of a file whose format does not need the worker. Plain text is UTF-8, UTF-16 with a byte-order
 /// mark, or else Windows-1252; bytes that are no text at all are a problem. Throws std::bad_alloc.

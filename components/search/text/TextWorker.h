@@ -3,7 +3,9 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "components/search/text/TextExtractor.h"
 #include "platform/Error.h"
@@ -13,7 +15,8 @@ namespace quorbel {
 
 /// The process that reads formats too complicated to be trusted: it is given open files, may open none but
 /// the programs and libraries that it is made of, talks to nobody else, and is bounded in time and memory. It
-/// is started when the first file comes, and again after it failed. One thread at a time.
+/// is started when the first file comes, and again after it failed. One thread at a time; the process ends
+/// with the thread that started it, and is then started again by the next.
 class CTextWorker {
  public:
     struct Options {
@@ -29,11 +32,19 @@ class CTextWorker {
 
     /// The text of an open regular file of a format that needs the worker. What fails in the file, or makes
     /// the worker fail, is the problem in the result. An error is ours: no process can be started, or
-    /// Cancelled once `stop` is set (it stays set).
+    /// Cancelled once `stop` is set (it stays set). Moves the file's offset.
     CResult<CExtractedText> Extract(int file, TextFormat format, const CEvent& stop);
 
  private:
     class CProcess;
+    using Deadline = std::chrono::steady_clock::time_point;
+
+    struct CAttempt;
+    std::optional<CResult<CExtractedText>> Start(const CEvent& stop, Deadline deadline);
+    CAttempt Ask(int file, TextFormat format, const CEvent& stop, Deadline deadline);
+    CResult<CExtractedText> Outcome(const CAttempt& attempt);
+    CExtractedText Failed(std::string_view how);
+
     const Options m_options;
     std::unique_ptr<CProcess> m_process;
 };

@@ -1,7 +1,7 @@
 #include <thread>
 
 #include "components/provider/ArchiveProvider.h"
-#include "components/provider/ByteStream.h"
+#include "components/oledb/ByteStream.h"
 #include "components/provider/ResultValues.h"
 #include "components/provider/SqliteDatabase.h"
 #include "platform/Text.h"
@@ -9,7 +9,7 @@
 #include "platform/oledb/DataInitialize.h"
 #include "platform/oledb/OleDb.h"
 #include "platform/registry/SqliteRegistry.h"
-#include "tests/components/provider/OleDbConsumer.h"
+#include "tests/components/oledb/OleDbConsumer.h"
 #include "tests/components/provider/SqlRun.h"
 #include "tests/support/TemporaryFolder.h"
 

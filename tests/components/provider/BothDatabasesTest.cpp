@@ -7,7 +7,7 @@
 #include "platform/oledb/DataInitialize.h"
 #include "platform/oledb/OleDb.h"
 #include "platform/registry/SqliteRegistry.h"
-#include "tests/components/provider/OleDbConsumer.h"
+#include "tests/components/oledb/OleDbConsumer.h"
 #include "tests/support/PostgresServer.h"
 #include "tests/support/TemporaryFolder.h"
 

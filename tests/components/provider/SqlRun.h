@@ -5,7 +5,7 @@
 
 #include "components/provider/SqlCommandParser.h"
 #include "components/provider/SqlConnection.h"
-#include "components/provider/ValueText.h"
+#include "components/oledb/ValueText.h"
 #include "platform/Text.h"
 #include "platform/com/ErrorInfo.h"
 #include "platform/oledb/OleDb.h"

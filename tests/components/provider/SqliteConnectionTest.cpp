@@ -1,7 +1,7 @@
 #include <sqlite3.h>
 #include <thread>
 
-#include "components/provider/ByteStream.h"
+#include "components/oledb/ByteStream.h"
 #include "components/provider/SqliteConnection.h"
 #include "components/provider/SqliteDatabase.h"
 #include "tests/components/provider/SqlRun.h"

@@ -26,8 +26,8 @@ CServiceFixture::CServiceFixture() {
     SystemInfoHandler::Register();
     EXPECT_TRUE(m_localMachine->Create(kHosts).IsOk());
     StartHttpServer();
-    m_service = std::make_unique<CQuorbelHTTPService>(CHTTPServer::Environment{*m_folders, m_trace, m_clock},
-                                                      *m_localMachine, m_stop);
+    m_service = std::make_unique<CQuorbelHTTPService>(
+        CHTTPServer::Environment{*m_folders, m_trace, m_clock, &m_published}, *m_localMachine, m_stop);
 }
 
 CServiceFixture::~CServiceFixture() {

@@ -22,6 +22,31 @@
 
 namespace quorbel {
 
+/// What a service published last.
+class CPublishedFolders final : public IPublishedFolders {
+ public:
+    void Publish(const std::vector<std::wstring>& folders) override {
+        const std::lock_guard lock(m_lock);
+        m_last = folders;
+        if (m_next) m_next->Publish(folders);
+    }
+    /// Has it told on, from the beginning.
+    void TellOn(IPublishedFolders* next) {
+        const std::lock_guard lock(m_lock);
+        m_next = next;
+        if (m_next) m_next->Publish(m_last);
+    }
+    std::vector<std::wstring> Last() const {
+        const std::lock_guard lock(m_lock);
+        return m_last;
+    }
+
+ private:
+    mutable std::mutex m_lock;
+    std::vector<std::wstring> m_last;
+    IPublishedFolders* m_next = nullptr;
+};
+
 /// A service in this process, over a registry, folders and a clock of its own, with real listeners on free
 /// ports. Hosts are named by loopback addresses, so that many can be open at once.
 class CServiceFixture : public ::testing::Test {
@@ -73,6 +98,7 @@ class CServiceFixture : public ::testing::Test {
     std::unique_ptr<CComRegistration> m_archive;
     std::shared_ptr<IFolderSearch> m_folders;
     std::shared_ptr<CEvent> m_stop;
+    CPublishedFolders m_published;
     CSentences m_httpReports;
     std::unique_ptr<IHttpServer> m_httpServer;
     std::unique_ptr<CQuorbelHTTPService> m_service;
