@@ -6,7 +6,7 @@ namespace quorbel {
 
 namespace {
 
-bool IsControl(wchar_t character) {
+bool IsInvisible(wchar_t character) {
     const auto point = static_cast<std::uint32_t>(character);
     if (point < 0x20 || (point >= 0x7F && point < 0xA0)) return true;
     return (point >= 0x200B && point <= 0x200F) || (point >= 0x2028 && point <= 0x202E) ||
@@ -20,7 +20,7 @@ std::string ToVisibleUtf8(std::wstring_view text) {
     visible.reserve(text.size());
     for (wchar_t character : text) {
         const auto point = static_cast<std::uint32_t>(character);
-        if (!IsControl(character)) {
+        if (!IsInvisible(character)) {
             visible += character;
         } else if (point < 0x100) {
             visible.append(L"\\x").append(ToHex(point, 2));

@@ -9,7 +9,7 @@ namespace quorbel {
 
 namespace {
 
-CStatus BadMember(std::string_view name, std::source_location where = std::source_location::current()) {
+CStatus BadEntry(std::string_view name, std::source_location where = std::source_location::current()) {
     return SystemError(ErrorCode::InvalidData, FromUtf8(name), where);
 }
 
@@ -21,7 +21,7 @@ const CCborItem* Find(const CCborItem::TextMap& map, std::string_view name) {
 CStatus ReadBytes(const CCborItem::TextMap& map, std::string_view name, std::string& bytes) {
     const CCborItem* const member = Find(map, name);
     auto content = member != nullptr ? member->Bytes() : std::nullopt;
-    if (!content) return BadMember(name);
+    if (!content) return BadEntry(name);
     bytes = std::move(*content);
     return {};
 }
@@ -35,7 +35,7 @@ CStatus ReadAlgorithm(const CCborItem::TextMap& statement, CAttestationObject& o
     const CCborItem* const member = Find(statement, "alg");
     if (member == nullptr) return {};
     const auto number = member->Integer();
-    if (!number || *number < Limits::min() || *number > Limits::max()) return BadMember("alg");
+    if (!number || *number < Limits::min() || *number > Limits::max()) return BadEntry("alg");
     object.algorithm = static_cast<std::int32_t>(*number);
     return {};
 }
@@ -44,10 +44,10 @@ CStatus ReadCertificates(const CCborItem::TextMap& statement, CAttestationObject
     const CCborItem* const member = Find(statement, "x5c");
     if (member == nullptr) return {};
     const auto certificates = member->Array();
-    if (!certificates) return BadMember("x5c");
+    if (!certificates) return BadEntry("x5c");
     for (const CCborItem& certificate : *certificates) {
         auto der = certificate.Bytes();
-        if (!der) return BadMember("x5c");
+        if (!der) return BadEntry("x5c");
         object.certificates.push_back(std::move(*der));
     }
     return {};
@@ -67,15 +67,15 @@ CStatus ParseAttestationObject(std::string_view bytes, CAttestationObject& objec
     std::size_t used = 0;
     const auto item = CCborItem::Decode(bytes, used);
     const auto members = item && used == bytes.size() ? item->MapOfTexts() : std::nullopt;
-    if (!members) return BadMember("attestationObject");
+    if (!members) return BadEntry("attestationObject");
     object = {};
     const CCborItem* const format = Find(*members, "fmt");
     const auto formatName = format != nullptr ? format->Text() : std::nullopt;
-    if (!formatName) return BadMember("fmt");
+    if (!formatName) return BadEntry("fmt");
     object.format = FromUtf8(*formatName);
     const CCborItem* const statement = Find(*members, "attStmt");
     const auto statementMembers = statement != nullptr ? statement->MapOfTexts() : std::nullopt;
-    if (!statementMembers) return BadMember("attStmt");
+    if (!statementMembers) return BadEntry("attStmt");
     RETURN_IF_FAILED(ReadStatement(*statementMembers, object));
     return ReadBytes(*members, "authData", object.authenticatorData);
 }

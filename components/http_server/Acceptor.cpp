@@ -16,7 +16,7 @@ using asio::ip::tcp;
 /// How long accepting rests when the process has no descriptor left.
 constexpr std::chrono::milliseconds kPause{100};
 /// After so many connections the loop's own have their turn.
-constexpr int kTurn = 64;
+constexpr int kAcceptedPerTurn = 64;
 
 /// A second descriptor of the socket that the service manager passed for this address; -1 for none.
 int PassedSocket(const tcp::endpoint& endpoint) {
@@ -117,7 +117,7 @@ void CAcceptor::Accept() {
 
 void CAcceptor::AcceptWaiting() {
     boost::system::error_code error;
-    for (int turn = 0; turn != kTurn && m_acceptor.is_open(); ++turn) {
+    for (int turn = 0; turn != kAcceptedPerTurn && m_acceptor.is_open(); ++turn) {
         CLoop& loop = NextLoop();
         Socket socket(loop.Context());
         m_acceptor.accept(socket, error);

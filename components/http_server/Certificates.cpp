@@ -15,22 +15,22 @@ std::shared_ptr<CEvent> CreateEvent() {
     return event.IsOk() ? std::move(event).Value() : nullptr;
 }
 
-/// One file's state: its stamp, or why there is none.
-struct CFileState {
-    explicit CFileState(const std::wstring& path) {
-        const auto found = StampOf(path);
-        error = found.Error();
-        if (found.IsOk()) stamp = found.Value();
-    }
-    bool operator==(const CFileState&) const = default;
-    CFileStamp stamp;
-    ErrorCode error;
-};
-
 }  // namespace
 
 /// What a certificate is read from: while this is the same, so is the certificate.
 struct CCertificates::CSource {
+    /// One file's state: its stamp, or why there is none.
+    struct CFileState {
+        explicit CFileState(const std::wstring& path) {
+            const auto found = StampOf(path);
+            error = found.Error();
+            if (found.IsOk()) stamp = found.Value();
+        }
+        bool operator==(const CFileState&) const = default;
+        CFileStamp stamp;
+        ErrorCode error;
+    };
+
     explicit CSource(const CCertificateFiles& from)
         : files(from), certificate(from.certificate), privateKey(from.privateKey) {}
     bool operator==(const CSource&) const = default;

@@ -15,7 +15,7 @@ constexpr seconds kBodyGrace{10};
 /// A body up to this size leaves in one piece with its head.
 constexpr std::uint64_t kSmallBody = 16384;
 /// After so many requests that came together, or pieces of a reply, other connections have their turn.
-constexpr int kTurn = 16;
+constexpr int kPiecesPerTurn = 16;
 
 /// None when the body failed.
 std::optional<std::size_t> ResultOf(const pplx::task<std::size_t>& pulled) noexcept {
@@ -97,7 +97,7 @@ bool CHttp1::Advance(std::string_view input) {
                 if (step != Step::Done) return step == Step::Waits;
                 EndReply();
                 input = m_input;
-                if (m_state == State::Head && !input.empty() && ++turn == kTurn) {
+                if (m_state == State::Head && !input.empty() && ++turn == kPiecesPerTurn) {
                     m_connection.Post([this] { return Advance(m_input); });
                     return true;
                 }
@@ -328,7 +328,7 @@ void CHttp1::BeginReply(const CExchange::Answer& answer) {
 }
 
 CHttp1::Step CHttp1::SendReply() {
-    for (int turn = 0; turn != kTurn; ++turn) {
+    for (int turn = 0; turn != kPiecesPerTurn; ++turn) {
         // What was sent before, 100 Continue, leaves first.
         if (m_connection.IsSending() && OnSent(m_connection.Flush()) != Step::Done) return Step::Waits;
         const bool sendsFile = m_reply.File() && m_reply.File()->Descriptor() >= 0 &&

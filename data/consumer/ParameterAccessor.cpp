@@ -3,13 +3,11 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "data/consumer/Alignment.h"
+
 namespace quorbel {
 
 namespace {
-
-constexpr std::size_t Align(std::size_t size) {
-    return (size + 7) / 8 * 8;
-}
 
 /// Finds the reported parameters one after another: they stand in the order of the declared ones, as a rule.
 class CReportedParameters {

@@ -3,15 +3,11 @@
 #include <algorithm>
 #include <cstring>
 
+#include "data/consumer/Alignment.h"
+
 namespace quorbel {
 
 namespace {
-
-constexpr std::size_t kAlignment = 8;
-
-constexpr std::size_t Align(std::size_t size) {
-    return (size + kAlignment - 1) / kAlignment * kAlignment;
-}
 
 std::size_t BytesOf(const DBBINDING& binding) noexcept {
     return binding.wType == DBTYPE_WSTR ? binding.cbMaxLen * sizeof(wchar_t) : binding.cbMaxLen;

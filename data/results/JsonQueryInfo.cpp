@@ -5,7 +5,7 @@ namespace quorbel {
 
 namespace {
 
-constexpr Escapes kEscapes = [] {
+constexpr Escapes kJsonEscapes = [] {
     Escapes escapes{};
     escapes['\b'] = L"\\b";
     escapes['\t'] = L"\\t";
@@ -23,12 +23,12 @@ void AppendValue(std::wstring& text, DBTYPE type, std::wstring_view value) {
         case DBTYPE_STR:
         case DBTYPE_WSTR:
             text += L'"';
-            AppendEscaped(text, value, kEscapes);
+            AppendEscaped(text, value, kJsonEscapes);
             text += L'"';
             break;
         // Truth comes as "True" or "False", cut to the two characters that are bound for it.
         case DBTYPE_BOOL: text += value == L"Tr" ? L"true" : L"false"; break;
-        default: AppendEscaped(text, value, kEscapes); break;
+        default: AppendEscaped(text, value, kJsonEscapes); break;
     }
 }
 

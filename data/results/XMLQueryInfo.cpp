@@ -6,7 +6,7 @@ namespace quorbel {
 
 namespace {
 
-constexpr Escapes kEscapes = [] {
+constexpr Escapes kXmlEscapes = [] {
     Escapes escapes{};
     escapes['"'] = L"&quot;";
     escapes['&'] = L"&amp;";
@@ -42,7 +42,7 @@ HRESULT ResultStream<std::uint8_t>::XMLQueryInfo::Row(std::wstring& text) {
             text.append(L"<").append(name).append(L" xsi:nil=\"true\"/>");
         } else if (HasValue(status)) {
             text.append(L"<").append(name).append(L">");
-            AppendEscaped(text, ShownText(column), kEscapes);
+            AppendEscaped(text, ShownText(column), kXmlEscapes);
             text.append(L"</").append(name).append(L">");
         }
     });

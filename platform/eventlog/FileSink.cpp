@@ -81,7 +81,7 @@ class CFileSink final : public IEventSink {
     std::optional<CErrorEcho> m_echo;
 };
 
-std::string ReadWhole(const std::filesystem::path& path) {
+std::string ReadEventFile(const std::filesystem::path& path) {
     std::ifstream file(path, std::ios::binary);
     std::ostringstream content;
     if (file) content << file.rdbuf();
@@ -109,8 +109,8 @@ std::vector<CEventEntry> ReadEventFiles(const std::filesystem::path& folder) {
     {
         // The lock keeps a writer from renaming the one file while the other is read.
         const auto lock = OpenLocked(folder / kEventFile, O_RDONLY, LOCK_SH);
-        previous = ReadWhole(folder / kPreviousEventFile);
-        current = ReadWhole(folder / kEventFile);
+        previous = ReadEventFile(folder / kPreviousEventFile);
+        current = ReadEventFile(folder / kEventFile);
     }
     std::vector<CEventEntry> entries;
     AppendEntries(previous, entries);

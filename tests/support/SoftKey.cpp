@@ -30,7 +30,7 @@ EVP_PKEY* Generate(CSoftKey::Kind kind) {
     return nullptr;
 }
 
-EVP_PKEY* Key(const std::shared_ptr<void>& key) {
+EVP_PKEY* PrivateKey(const std::shared_ptr<void>& key) {
     return static_cast<EVP_PKEY*>(key.get());
 }
 
@@ -51,16 +51,16 @@ const CSoftKey& CSoftKey::Shared(Kind kind) {
 }
 
 bool CSoftKey::IsRsa() const {
-    return EVP_PKEY_is_a(Key(m_key), "RSA") == 1;
+    return EVP_PKEY_is_a(PrivateKey(m_key), "RSA") == 1;
 }
 
 std::string CSoftKey::Sign(std::string_view digest, const char* hash) const {
     const std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)> context(
-        EVP_PKEY_CTX_new_from_pkey(nullptr, Key(m_key), nullptr), &EVP_PKEY_CTX_free);
+        EVP_PKEY_CTX_new_from_pkey(nullptr, PrivateKey(m_key), nullptr), &EVP_PKEY_CTX_free);
     Require(EVP_PKEY_sign_init(context.get()) == 1);
     if (hash != nullptr)
         Require(EVP_PKEY_CTX_set_signature_md(context.get(), EVP_get_digestbyname(hash)) == 1);
-    std::string signature(static_cast<std::size_t>(EVP_PKEY_get_size(Key(m_key))), '\0');
+    std::string signature(static_cast<std::size_t>(EVP_PKEY_get_size(PrivateKey(m_key))), '\0');
     std::size_t size = signature.size();
     Require(EVP_PKEY_sign(context.get(), reinterpret_cast<unsigned char*>(signature.data()), &size,
                           Data(digest), digest.size()) == 1);
@@ -78,7 +78,7 @@ std::string CSoftKey::SignRsa(SignatureHash hash, std::string_view digest) const
 
 std::string CSoftKey::Number(const char* name, std::size_t size) const {
     BIGNUM* number = nullptr;
-    Require(EVP_PKEY_get_bn_param(Key(m_key), name, &number) == 1);
+    Require(EVP_PKEY_get_bn_param(PrivateKey(m_key), name, &number) == 1);
     std::string bytes(size == 0 ? static_cast<std::size_t>(BN_num_bytes(number)) : size, '\0');
     Require(BN_bn2binpad(number, reinterpret_cast<unsigned char*>(bytes.data()),
                          static_cast<int>(bytes.size())) > 0);
@@ -118,13 +118,13 @@ std::string CSoftKey::Cose() const {
 
 std::string CSoftKey::Certificate() const {
     const std::unique_ptr<X509, decltype(&X509_free)> certificate(X509_new(), &X509_free);
-    const bool signsWithoutDigest = EVP_PKEY_is_a(Key(m_key), "ED25519") == 1;
+    const bool signsWithoutDigest = EVP_PKEY_is_a(PrivateKey(m_key), "ED25519") == 1;
     Require(X509_set_version(certificate.get(), 2) == 1 &&
             ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), 1) == 1 &&
             X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0) != nullptr &&
             X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 3600) != nullptr &&
-            X509_set_pubkey(certificate.get(), Key(m_key)) == 1 &&
-            X509_sign(certificate.get(), Key(m_key), signsWithoutDigest ? nullptr : EVP_sha256()) > 0);
+            X509_set_pubkey(certificate.get(), PrivateKey(m_key)) == 1 &&
+            X509_sign(certificate.get(), PrivateKey(m_key), signsWithoutDigest ? nullptr : EVP_sha256()) > 0);
     unsigned char* bytes = nullptr;
     const int size = i2d_X509(certificate.get(), &bytes);
     Require(size > 0);

@@ -54,7 +54,7 @@ struct CShownBinding {
     std::wstring problem;
 };
 
-CShownBinding Examine(const IKey& localMachine, const std::wstring& name) {
+CShownBinding ExamineBinding(const IKey& localMachine, const std::wstring& name) {
     CShownBinding shown{name, {}, {}, {}};
     const auto files = ReadCertificateBinding(localMachine, name, shown.problem);
     if (!files.IsOk()) return shown;
@@ -147,7 +147,7 @@ ExitCode CertList(const CArguments& arguments) {
         const auto names = bindings.Value()->Subkeys();
         if (!names.IsOk()) return Fail(FullName(kCertificateBindingsKey), names.Error());
         for (const std::wstring& name : names.Value()) {
-            const CShownBinding shown = Examine(*localMachine, name);
+            const CShownBinding shown = ExamineBinding(*localMachine, name);
             if (arguments.Has(L"--json")) {
                 ShowJson(shown);
             } else {

@@ -20,7 +20,7 @@ std::wstring ErrorText(ErrorCode error) {
     return SystemMessage(ToNumber(error)).value_or(L"Error " + std::to_wstring(ToNumber(error)) + L".");
 }
 
-CShownUser Examine(const IKey& users, const std::wstring& name) {
+CShownUser ExamineUser(const IKey& users, const std::wstring& name) {
     CShownUser shown{name, std::nullopt, {}};
     const auto user = users.Open(name, KeyAccess::Read);
     std::wstring culprit;
@@ -77,7 +77,7 @@ ExitCode UserList(const CArguments& arguments) {
         if (!names.IsOk()) return Fail(kUsersKey, names.Error());
         bool areAllWhole = true;
         for (const std::wstring& name : names.Value()) {
-            const CShownUser shown = Examine(users, name);
+            const CShownUser shown = ExamineUser(users, name);
             areAllWhole = areAllWhole && shown.entry;
             if (arguments.Has(L"--json")) {
                 ShowJson(shown);

@@ -51,7 +51,7 @@ ExitCode ForEachPasskey(const IKey& user, const std::function<void(const CShownP
     return ExitCode::Success;
 }
 
-void ShowJson(const CShownPasskey& passkey) {
+void ShowPasskeyAsJson(const CShownPasskey& passkey) {
     const auto toJson = [](const std::optional<std::string>& text) {
         return text ? nlohmann::ordered_json(*text) : nlohmann::ordered_json();
     };
@@ -60,7 +60,7 @@ void ShowJson(const CShownPasskey& passkey) {
     PrintData(object.dump());
 }
 
-void ShowText(const CShownPasskey& passkey) {
+void ShowPasskeyAsText(const CShownPasskey& passkey) {
     PrintLine(FromUtf8(passkey.id.value_or("-")) + L"  aaguid=" + FromUtf8(passkey.aaguid.value_or("-")) +
               L"  key=" + passkey.key);
 }
@@ -87,7 +87,7 @@ ExitCode UserPasskeys(const CArguments& arguments) {
     if (const std::wstring* id = arguments.Value(L"--remove"))
         return ChangeUser(arguments, [&](IKey& user) { return RemovePasskey(user, *id); });
     return ReadUser(arguments, [&](const IKey& user) {
-        return ForEachPasskey(user, arguments.Has(L"--json") ? ShowJson : ShowText);
+        return ForEachPasskey(user, arguments.Has(L"--json") ? ShowPasskeyAsJson : ShowPasskeyAsText);
     });
 }
 

@@ -32,7 +32,7 @@ std::wstring QuotedText(std::wstring_view text);
 /// Conditions that hold for every document, and for none.
 /// @{
 inline constexpr std::wstring_view kEveryDocument = L"System.ItemUrl IS NOT NULL";
-inline constexpr std::wstring_view kNoDocument = L"System.ItemUrl IS NULL";
+inline constexpr std::wstring_view kNoDocumentMatches = L"System.ItemUrl IS NULL";
 /// @}
 
 }  // namespace quorbel

@@ -53,7 +53,7 @@ CUserQueryParser::CResult CUserQueryParser::Parse(std::wstring_view query, Searc
     // Nothing but operators: they are meant as words.
     if (!part && parser.m_problem.empty()) part = parser.EveryWord();
     if (!parser.m_problem.empty()) return {{}, parser.m_problem};
-    return {part ? CommandText(*part) : std::wstring(kNoDocument), {}};
+    return {part ? CommandText(*part) : std::wstring(kNoDocumentMatches), {}};
 }
 
 CUserQueryParser::Part CUserQueryParser::EveryWord() {

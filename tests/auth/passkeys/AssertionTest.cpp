@@ -6,10 +6,9 @@
 namespace quorbel {
 namespace {
 
-using Kind = CSoftKey::Kind;
+using KeyKind = CSoftKey::Kind;
 
-constexpr Kind kKinds[] = {Kind::P256, Kind::Rsa2048};
-constexpr std::string_view kChallenge = "thirty-two bytes of a challenge.";
+constexpr KeyKind kKinds[] = {KeyKind::P256, KeyKind::Rsa2048};
 
 std::string Verify(const CAssertionResponse& response, std::string_view publicKey,
                    std::string_view challenge = kChallenge) {
@@ -23,7 +22,7 @@ class Assertion : public testing::Test {
 };
 
 TEST_F(Assertion, IsAcceptedForEveryAlgorithm) {
-    for (const Kind kind : kKinds) {
+    for (const KeyKind kind : kKinds) {
         CSoftAuthenticator authenticator(kind);
         for (const std::uint8_t flags : {0x00, 0x01, 0x05, 0xFF}) {  // flags are not looked at
             authenticator.flags = flags;
@@ -36,7 +35,7 @@ TEST_F(Assertion, IsAcceptedForEveryAlgorithm) {
 
 TEST_F(Assertion, FailsOneCheckAtATime) {
     using namespace cbor;
-    const CSoftAuthenticator ec(Kind::P256), rsa(Kind::Rsa2048);
+    const CSoftAuthenticator ec(KeyKind::P256), rsa(KeyKind::Rsa2048);
     const CAssertionResponse response = ec.Assertion(kChallenge);
     CAssertionResponse withoutChallenge = response, ofOtherSite = response, cut = response, raw = response;
     withoutChallenge.clientDataJson = "{}";
@@ -47,15 +46,15 @@ TEST_F(Assertion, FailsOneCheckAtATime) {
     ofOtherSite = other.Assertion(kChallenge);
     const auto key = [](const CMembers& changes) {
         CMembers members{{Integer(3), Integer(-7)},
-                         {Integer(-2), Bytes(CSoftKey::Shared(Kind::P256).X())},
-                         {Integer(-3), Bytes(CSoftKey::Shared(Kind::P256).Y())}};
+                         {Integer(-2), Bytes(CSoftKey::Shared(KeyKind::P256).X())},
+                         {Integer(-3), Bytes(CSoftKey::Shared(KeyKind::P256).Y())}};
         for (const auto& [label, value] : changes) {
             std::erase_if(members, [&](const auto& member) { return member.first == label; });
             if (!value.empty()) members.emplace_back(label, value);
         }
         return Map(members);
     };
-    const std::string modulus = Bytes(CSoftKey::Shared(Kind::Rsa2048).Modulus());
+    const std::string modulus = Bytes(CSoftKey::Shared(KeyKind::Rsa2048).Modulus());
     const CMembers rsaMembers{{Integer(3), Integer(-257)}, {Integer(-3), ""}, {Integer(-1), modulus}};
     const auto rsaKey = [&](const std::string& exponent) {
         CMembers members = rsaMembers;
@@ -80,21 +79,21 @@ TEST_F(Assertion, FailsOneCheckAtATime) {
         {"no y", response, key({{Integer(-3), ""}}), "error 13: -3"},
         {"x cut", response, key({{Integer(-2), Bytes(std::string(31, 'x'))}}), kBadImport},
         {"off the curve", response, key({{Integer(-2), Bytes(std::string(32, 'x'))}}), kBadImport},
-        {"another key", response, CSoftKey(Kind::P256).Cose(), kBadSignature},
+        {"another key", response, CSoftKey(KeyKind::P256).Cose(), kBadSignature},
         {"signature not in DER", raw, ec.PublicKey(), kBadConversion},
         {"EC signature, RSA key", response, rsa.PublicKey(), kBadSignature},
         {"RSA signature, EC key", rsa.Assertion(kChallenge), ec.PublicKey(), kBadConversion},
         {"no modulus", response, key({{Integer(3), Integer(-257)}}), "error 13: -1"},
         {"no exponent", response, rsaKey(""), "error 13: -2"},
         {"exponent 1", response, rsaKey(Bytes("\x01")), kBadImport},
-        {"small modulus", response, CSoftKey::Shared(Kind::Rsa512).Cose(), kBadImport},
+        {"small modulus", response, CSoftKey::Shared(KeyKind::Rsa512).Cose(), kBadImport},
     };
     for (const auto& [name, posted, publicKey, expected] : cases)
         EXPECT_EQ(Verify(posted, publicKey), expected) << name;
 }
 
 TEST_F(Assertion, RefusesPartsThatAreCut) {
-    for (const Kind kind : kKinds) {
+    for (const KeyKind kind : kKinds) {
         const CSoftAuthenticator authenticator(kind);
         const CAssertionResponse response = authenticator.Assertion(kChallenge);
         const std::string key = authenticator.PublicKey();
@@ -112,7 +111,7 @@ TEST_F(Assertion, RefusesPartsThatAreCut) {
         cut = response;
         for (std::size_t size = 0; size < response.signature.size(); ++size) {
             cut.signature = response.signature.substr(0, size);
-            EXPECT_EQ(Verify(cut, key), kind == Kind::P256 ? kBadConversion : kBadSignature) << size;
+            EXPECT_EQ(Verify(cut, key), kind == KeyKind::P256 ? kBadConversion : kBadSignature) << size;
         }
         for (std::size_t size = 0; size < key.size(); ++size)
             EXPECT_EQ(Verify(response, key.substr(0, size)), "error 13: PublicKey") << size;
@@ -120,7 +119,7 @@ TEST_F(Assertion, RefusesPartsThatAreCut) {
 }
 
 TEST_F(Assertion, RefusesEveryFlipInWhatIsSigned) {
-    for (const Kind kind : kKinds) {
+    for (const KeyKind kind : kKinds) {
         const CSoftAuthenticator authenticator(kind);
         const CAssertionResponse response = authenticator.Assertion(kChallenge);
         const std::string key = authenticator.PublicKey();
@@ -139,8 +138,8 @@ TEST_F(Assertion, RefusesEveryFlipInWhatIsSigned) {
 
 TEST_F(Assertion, DoesNotReadKindAndCurveOfTheKey) {
     // The algorithm says both.
-    const std::pair<Kind, std::set<std::size_t>> cases[] = {{Kind::P256, {1, 2, 5, 6}},
-                                                            {Kind::Rsa2048, {1, 2}}};
+    const std::pair<KeyKind, std::set<std::size_t>> cases[] = {{KeyKind::P256, {1, 2, 5, 6}},
+                                                               {KeyKind::Rsa2048, {1, 2}}};
     for (const auto& [kind, unread] : cases) {
         const CSoftAuthenticator authenticator(kind);
         const CAssertionResponse response = authenticator.Assertion(kChallenge);

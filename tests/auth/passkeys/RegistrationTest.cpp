@@ -8,9 +8,6 @@
 namespace quorbel {
 namespace {
 
-constexpr int kRs1 = -65535;
-constexpr std::string_view kChallenge = "thirty-two bytes of a challenge.";
-
 std::string Verify(const CRegistrationResponse& response) {
     CVerifiedCredential credential;
     return Outcome(VerifyAttestation(response, CSoftAuthenticator().RelyingPartyHash(), L"ann", credential));
@@ -35,7 +32,7 @@ void Remove(CSoftAttestation& made, std::string_view name) {
 }
 
 /// The content of a byte string without its head.
-std::string Content(std::string_view item) {
+std::string ContentOf(std::string_view item) {
     for (std::size_t head : {1U, 2U, 3U})
         if (cbor::Bytes(item.substr(head)) == item) return std::string(item.substr(head));
     ADD_FAILURE();
@@ -269,7 +266,7 @@ TEST_F(Registration, RefusesAStatementWhoseMembersAreCut) {
     for (const auto& [made, member, expected] : cases) {
         ASSERT_EQ(Verify(made.Response()), "ok");
         CSoftAttestation cut = made;
-        const std::string whole = Content(Member(cut, member));
+        const std::string whole = ContentOf(Member(cut, member));
         for (std::size_t size = 0; size < whole.size(); ++size) {
             Member(cut, member) = cbor::Bytes(whole.substr(0, size));
             EXPECT_EQ(Verify(cut.Response()), expected(size)) << member << size;
@@ -303,7 +300,7 @@ TEST_F(Registration, RefusesEveryFlipInWhatIsSigned) {
         }
         for (const char* member : members) {
             CSoftAttestation flipped = made;
-            const std::string whole = Content(Member(flipped, member));
+            const std::string whole = ContentOf(Member(flipped, member));
             for (std::size_t bit = 0; bit < whole.size() * 8; ++bit) {
                 Member(flipped, member) = cbor::Bytes(WithBitFlipped(whole, bit));
                 EXPECT_NE(Verify(flipped.Response()), "ok") << made.format << member << bit;

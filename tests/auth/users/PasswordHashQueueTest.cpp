@@ -13,7 +13,7 @@ namespace quorbel {
 namespace {
 
 /// Lets hashes begin at once, and end when the test opens it.
-class CGatedHasher final : public IPasswordHasher {
+class CHeldHasher final : public IPasswordHasher {
  public:
     CResult<PasswordHash> Hash(std::string_view password, const PasswordSalt& salt) override {
         std::unique_lock lock(m_lock);
@@ -96,7 +96,7 @@ class PasswordHashQueueTest : public testing::Test {
         EXPECT_EQ(result.Value(), (PasswordHash{static_cast<unsigned char>(password), 7}));
     }
 
-    const std::shared_ptr<CGatedHasher> m_hasher = std::make_shared<CGatedHasher>();
+    const std::shared_ptr<CHeldHasher> m_hasher = std::make_shared<CHeldHasher>();
     std::vector<std::unique_ptr<CCaller>> m_callers;
 };
 

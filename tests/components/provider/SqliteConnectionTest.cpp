@@ -10,7 +10,7 @@
 namespace quorbel {
 namespace {
 
-using Lines = std::vector<std::string>;
+using Rows = std::vector<std::string>;
 using namespace std::literals;
 
 constexpr HRESULT kLocked = HResultFromWin32(32);
@@ -33,7 +33,7 @@ class SqliteConnectionTest : public testing::Test {
             << ToUtf8(TakeErrorInfo());
         return opened;
     }
-    Lines Content() { return RunSql(*Connect(), L"SELECT * FROM t ORDER BY a").rows; }
+    Rows Content() { return RunSql(*Connect(), L"SELECT * FROM t ORDER BY a").rows; }
 
     CTemporaryFolder folder;
     std::filesystem::path path = folder / "archive.db";
@@ -60,8 +60,8 @@ TEST_F(SqliteConnectionTest, BindsParametersOfEveryTypeByName) {
         RunSql(*connection, L"SELECT @text,@i2,@i4,@i8,@r4,@r8,@bool,@null,@blob,@[any name],@absent,@Text",
                arguments)
             .rows,
-        Lines{"\u00e4\0'\U0001F600|-5|70000|-9223372036854775808|0.5|1e+300|1|NULL|x'00FF'|\uFFFD|"
-              "NULL|NULL"s});
+        Rows{"\u00e4\0'\U0001F600|-5|70000|-9223372036854775808|0.5|1e+300|1|NULL|x'00FF'|\uFFFD|"
+             "NULL|NULL"s});
     EXPECT_EQ(RunSql(*connection, L"SELECT @i2+@[i4]1", arguments).result, DB_E_ERRORSINCOMMAND)
         << "a digit behind a parameter belongs to it";
 }
@@ -88,13 +88,13 @@ TEST_F(SqliteConnectionTest, RunsAllStatementsOrNone) {
         EXPECT_EQ(outcome.result, result) << ToUtf8(text);
         EXPECT_EQ(ToUtf8(outcome.description), description);
         if (!connection->Reset()) connection = Connect();
-        EXPECT_EQ(Content(), Lines()) << ToUtf8(text);
+        EXPECT_EQ(Content(), Rows()) << ToUtf8(text);
         EXPECT_EQ(RunSql(*connection, L"SELECT * FROM u").result, DB_E_ERRORSINCOMMAND);
     }
 }
 
 TEST_F(SqliteConnectionTest, LetsLaterStatementsUseWhatEarlierOnesMade) {
-    const std::pair<std::wstring_view, Lines> cases[] = {
+    const std::pair<std::wstring_view, Rows> cases[] = {
         {L"CREATE TABLE v(x); INSERT INTO v VALUES(1),(2); SELECT sum(x) FROM v", {"3"}},
         {L"CREATE TEMP TABLE w AS SELECT 5 x; INSERT INTO w VALUES(6); SELECT x FROM w", {"5", "6"}},
         {L"INSERT INTO t VALUES(1,'a'); INSERT INTO t VALUES(2,'b') RETURNING a, b", {"2|b"}},
@@ -109,7 +109,7 @@ TEST_F(SqliteConnectionTest, LetsLaterStatementsUseWhatEarlierOnesMade) {
         EXPECT_EQ(outcome.rows, rows) << ToUtf8(text);
         if (!connection->Reset()) connection = Connect();
     }
-    EXPECT_EQ(Content(), (Lines{"1|a", "2|b", "3|c"}));
+    EXPECT_EQ(Content(), (Rows{"1|a", "2|b", "3|c"}));
 }
 
 TEST_F(SqliteConnectionTest, BoundsTheRowsOfWritingStatements) {
@@ -121,7 +121,7 @@ TEST_F(SqliteConnectionTest, BoundsTheRowsOfWritingStatements) {
                       {{L"size", CVariant::FromI4(size)}});
     };
     EXPECT_EQ(insert(10'000).result, DB_E_ERRORSINCOMMAND);
-    EXPECT_EQ(Content(), Lines());
+    EXPECT_EQ(Content(), Rows());
     EXPECT_EQ(insert(5'000).rows.at(0).size(), 5'000U);
 }
 
@@ -135,13 +135,13 @@ TEST_F(SqliteConnectionTest, RefusesWhatIsNotACommandsToDo) {
         EXPECT_FALSE(Succeeded(RunSql(*connection, text).result)) << ToUtf8(text);
         if (!connection->Reset()) connection = Connect();
     }
-    EXPECT_EQ(Content(), Lines());
+    EXPECT_EQ(Content(), Rows());
 }
 
 TEST_F(SqliteConnectionTest, LeavesNothingOfACommandBehind) {
     ASSERT_EQ(RunSql(*connection, L"INSERT INTO t VALUES(41,'x')").result, S_OK);
     ASSERT_TRUE(connection->Reset());
-    EXPECT_EQ(RunSql(*connection, L"SELECT last_insert_rowid()").rows, Lines{"0"});
+    EXPECT_EQ(RunSql(*connection, L"SELECT last_insert_rowid()").rows, Rows{"0"});
     EXPECT_TRUE(connection->Reset());
     for (const std::wstring_view text :
          {L"CREATE TEMP TABLE x(a)", L"CREATE TEMP VIEW x AS SELECT 1", L"PRAGMA case_sensitive_like=1",
@@ -156,9 +156,9 @@ TEST_F(SqliteConnectionTest, LeavesNothingOfACommandBehind) {
 
 TEST_F(SqliteConnectionTest, SeesChangesOfTheSchema) {
     ASSERT_EQ(RunSql(*connection, L"INSERT INTO t VALUES(1,'x')").result, S_OK);
-    EXPECT_EQ(RunSql(*connection, L"SELECT * FROM t").rows, Lines{"1|x"});
+    EXPECT_EQ(RunSql(*connection, L"SELECT * FROM t").rows, Rows{"1|x"});
     ASSERT_EQ(RunSql(*Connect(), L"ALTER TABLE t ADD COLUMN c DEFAULT 'new'").result, S_OK);
-    EXPECT_EQ(RunSql(*connection, L"SELECT * FROM t").rows, Lines{"1|x|new"});
+    EXPECT_EQ(RunSql(*connection, L"SELECT * FROM t").rows, Rows{"1|x|new"});
     ASSERT_EQ(RunSql(*Connect(), L"DROP TABLE t").result, S_OK);
     EXPECT_EQ(RunSql(*connection, L"SELECT * FROM t").result, DB_E_ERRORSINCOMMAND);
 }
@@ -172,7 +172,7 @@ TEST_F(SqliteConnectionTest, UndoesWhatACancelledCommandWrote) {
     EXPECT_EQ(RunSql(*connection, L"INSERT INTO t(a) VALUES(1); " + std::wstring(kEndless)).result,
               DB_E_CANCELED);
     canceller.join();
-    EXPECT_EQ(Content(), Lines());
+    EXPECT_EQ(Content(), Rows());
 }
 
 /// Another process that holds the database's write lock.
@@ -196,9 +196,9 @@ TEST_F(SqliteConnectionTest, ReportsALockedDatabaseAndWorksOnceItIsFree) {
         const CSqlOutcome outcome = RunSql(*connection, L"INSERT INTO t(a) VALUES(1)");
         EXPECT_EQ(outcome.result, kLocked);
         EXPECT_EQ(outcome.description, L"database is locked");
-        EXPECT_EQ(RunSql(*connection, L"SELECT count(*) FROM t").rows, Lines{"0"})
+        EXPECT_EQ(RunSql(*connection, L"SELECT count(*) FROM t").rows, Rows{"0"})
             << "readers are not locked out";
-        EXPECT_EQ(RunSql(*connection, L"CREATE TEMP TABLE x(a); SELECT 1").rows, Lines{"1"});
+        EXPECT_EQ(RunSql(*connection, L"CREATE TEMP TABLE x(a); SELECT 1").rows, Rows{"1"});
     }
     EXPECT_EQ(RunSql(*connection, L"INSERT INTO t(a) VALUES(1)").result, S_OK);
 }
@@ -249,7 +249,7 @@ TEST_F(SqliteConnectionTest, CallsTheFunctionsOfTheCommand) {
                L"script_action('g', 7), script_action('h')",
                {}, &functions);
     EXPECT_EQ(outcome.result, S_OK) << ToUtf8(outcome.description);
-    EXPECT_EQ(outcome.rows, Lines{"a b \u00e4%zz%|NULL|NULL|7|NULL"});
+    EXPECT_EQ(outcome.rows, Rows{"a b \u00e4%zz%|NULL|NULL|7|NULL"});
     EXPECT_EQ(functions.calls, (std::vector<std::wstring>{
                                    L"provenance Manifest", L"header A: 1", L"library x.so", L"resource 20",
                                    L"action f 20 5 8 13 1", L"action g 20", L"action h"}));

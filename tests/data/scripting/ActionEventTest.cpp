@@ -4,7 +4,7 @@
 namespace quorbel {
 namespace {
 
-constexpr const wchar_t* kTestEngine = L"" QUORBEL_LIBRARIES "/TestEngine.so";
+constexpr const wchar_t* kActorEngine = L"" QUORBEL_LIBRARIES "/TestEngine.so";
 constexpr const wchar_t* kNoEngine = L"" QUORBEL_LIBRARIES "/NoEngine.so";
 constexpr auto kLoadFailed = static_cast<HRESULT>(0x8007007E);
 constexpr auto kNoEntry = static_cast<HRESULT>(0x8007007F);
@@ -41,7 +41,7 @@ class CCallingCommand final : public CComObject<ICommand, IConnectionPointContai
 /// A data source's sink, with calls as a provider makes them.
 class ActionEvents : public testing::Test {
  protected:
-    ActionEvents() { Set(L"Actor", CVariant(kTestEngine)); }
+    ActionEvents() { Set(L"Actor", CVariant(kActorEngine)); }
 
     DISPID IdOf(const wchar_t* name, const GUID& id = IID_NULL) {
         DISPID number = 0;
@@ -180,7 +180,7 @@ TEST_F(ActionEvents, ReportALibraryThatCannotDoIt) {
         Set(L"Actor", actor);
         EXPECT_EQ(Run(L"show"), result);
     }
-    Set(L"Actor", CVariant(kTestEngine));
+    Set(L"Actor", CVariant(kActorEngine));
     EXPECT_EQ(Run(L"show"), S_OK);
 }
 

@@ -7,8 +7,6 @@ namespace quorbel {
 
 namespace {
 
-constexpr int kRs1 = -65535;
-
 std::string ClientData(const char* type, std::string_view challenge) {
     return std::string(R"({"type":")") + type + R"(","challenge":")" + ToBase64Url(challenge) +
            R"(","origin":"https://example.org","crossOrigin":false})";

@@ -12,6 +12,11 @@
 
 namespace quorbel {
 
+/// The signature algorithm "RS1" of COSE.
+inline constexpr int kRs1 = -65535;
+/// A challenge to sign.
+inline constexpr std::string_view kChallenge = "thirty-two bytes of a challenge.";
+
 /// A new passkey as a page would post it; a test may change its parts before they are put together.
 struct CSoftAttestation {
     std::string format;

@@ -6,7 +6,7 @@ namespace quorbel {
 
 namespace {
 
-void Require(bool succeeded) {
+void RequireSetUp(bool succeeded) {
     if (!succeeded) throw std::runtime_error("the TLS client cannot be set up: " + ToUtf8(OpenSslReason()));
 }
 
@@ -19,19 +19,19 @@ CTlsClient::CTlsClient(const CTlsClientOptions& options)
     SSL_set_connect_state(ssl);
     // So that it also offers what a server has to refuse.
     SSL_set_security_level(ssl, 0);
-    Require(SSL_set_min_proto_version(ssl, options.version) == 1);
-    Require(SSL_set_max_proto_version(ssl, options.version) == 1);
-    Require(!options.ciphers || SSL_set_cipher_list(ssl, options.ciphers) == 1);
-    Require(!options.groups || SSL_set1_groups_list(ssl, options.groups) == 1);
-    Require(options.name.empty() || SSL_set_tlsext_host_name(ssl, options.name.c_str()) == 1);
-    Require(!options.session || SSL_set_session(ssl, options.session) == 1);
+    RequireSetUp(SSL_set_min_proto_version(ssl, options.version) == 1);
+    RequireSetUp(SSL_set_max_proto_version(ssl, options.version) == 1);
+    RequireSetUp(!options.ciphers || SSL_set_cipher_list(ssl, options.ciphers) == 1);
+    RequireSetUp(!options.groups || SSL_set1_groups_list(ssl, options.groups) == 1);
+    RequireSetUp(options.name.empty() || SSL_set_tlsext_host_name(ssl, options.name.c_str()) == 1);
+    RequireSetUp(!options.session || SSL_set_session(ssl, options.session) == 1);
     const auto* protocols = reinterpret_cast<const unsigned char*>(options.protocols.data());
-    Require(SSL_set_alpn_protos(ssl, protocols, static_cast<unsigned>(options.protocols.size())) == 0);
+    RequireSetUp(SSL_set_alpn_protos(ssl, protocols, static_cast<unsigned>(options.protocols.size())) == 0);
 }
 
 bool CTlsClient::Take(std::string_view bytes) {
     if (!bytes.empty())
-        Require(BIO_write(SSL_get_rbio(m_ssl.get()), bytes.data(), static_cast<int>(bytes.size())) > 0);
+        RequireSetUp(BIO_write(SSL_get_rbio(m_ssl.get()), bytes.data(), static_cast<int>(bytes.size())) > 0);
     ERR_clear_error();
     char buffer[4096];
     std::size_t count = 0;
@@ -56,11 +56,11 @@ std::string CTlsClient::Output() {
 
 void CTlsClient::Send(std::string_view plain) {
     std::size_t written = 0;
-    Require(SSL_write_ex(m_ssl.get(), plain.data(), plain.size(), &written) == 1);
+    RequireSetUp(SSL_write_ex(m_ssl.get(), plain.data(), plain.size(), &written) == 1);
 }
 
 void CTlsClient::Renegotiate() {
-    Require(SSL_renegotiate(m_ssl.get()) == 1);
+    RequireSetUp(SSL_renegotiate(m_ssl.get()) == 1);
     Ignore(SSL_do_handshake(m_ssl.get()));
 }
 

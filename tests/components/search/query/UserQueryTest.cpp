@@ -84,7 +84,7 @@ TEST(UserQuery, ReadsSizesAndDates) {
 
 TEST(UserQuery, MakesTheBestOfSloppyTexts) {
     const std::wstring every(kEveryDocument);
-    const std::wstring none(kNoDocument);
+    const std::wstring none(kNoDocumentMatches);
     Check(Syntax::Advanced,
           {{L"", every},
            {L"  \t ", every},
@@ -138,7 +138,7 @@ TEST(UserQuery, KnowsOnlyWordsWithoutASyntax) {
                          {L"-fox title:a \"b", LR"(CONTAINS('"-fox" AND "title:a" AND " b"'))"},
                          {L"fo* *", LR"(CONTAINS('"fo"'))"},
                          {L"*", std::wstring(kEveryDocument)},
-                         {L"...", std::wstring(kNoDocument)}});
+                         {L"...", std::wstring(kNoDocumentMatches)}});
 }
 
 TEST(UserQuery, LooksInTheGivenColumns) {
