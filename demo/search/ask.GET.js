@@ -73,10 +73,19 @@ function showNothing(told, className = '') {
     hints.hidden = false;
 }
 
+function showTheWayIn() {
+    showNothing('');
+    const link = element('a', 'Sign in');
+    link.href = '/account';
+    count.append('You are signed out. ', link, ' to search.');
+}
+
+/// Null for who is not signed in any more: strangers are sent to the hall.
 async function itemsOf(query, signal) {
     // A blank is sent as %20: in a parameter "+" stands for itself.
     const response = await fetch(`/search/find?q=${encodeURIComponent(query)}`,
         { headers: { Accept: 'application/json' }, signal });
+    if (response.redirected) return null;
     if (!response.ok) throw new Error(`answered with ${response.status}`);
     return response.json();
 }
@@ -92,7 +101,7 @@ async function ask() {
     if (!mine) return showNothing('');
     try {
         const items = await itemsOf(query, mine.signal);
-        if (mine === asking) show(query, items);
+        if (mine === asking) (items ? show(query, items) : showTheWayIn());
     } catch (error) {
         if (mine === asking) showNothing(`The search failed: ${error.message}.`, 'refused');
     }

@@ -7,6 +7,10 @@ import { Visitors, pathOf, signIn } from './visitors.mjs';
 
 const site = new Site();
 let visitors;
+let cookies;
+
+/// A reader who is signed in.
+const enterReader = options => visitors.enter({ ...options, storageState: cookies });
 
 const titlesOn = page => page.locator('#found a').allTextContents();
 const toldOn = page => page.locator('#count').textContent();
@@ -23,8 +27,10 @@ describe('search', { timeout: 240_000 }, () => {
     before(async () => {
         await site.start();
         visitors = await Visitors.launch(site.url);
-        // The index is filled behind the start of the service.
         const { page, context } = await visitors.enter();
+        await signIn(page, 'reader', site.passwordOf('reader'));
+        cookies = await context.storageState();
+        // The index is filled behind the start of the service.
         await page.goto('/search/');
         await until('the index', async () => {
             await page.getByLabel('Words to look for').fill('');
@@ -41,7 +47,7 @@ describe('search', { timeout: 240_000 }, () => {
     });
 
     it('finds words of every script, without regard to case and accents', async () => {
-        const { page, context, faults } = await visitors.enter();
+        const { page, context, faults } = await enterReader();
         await page.goto('/search/');
         for (const [query, titles] of [
             ['maelle kerbrat embruns', ['1896-08-roch-veur.txt']],
@@ -58,7 +64,7 @@ describe('search', { timeout: 240_000 }, () => {
     });
 
     it('marks the words in the summary, and shows markup as text', async () => {
-        const { page, context } = await visitors.enter();
+        const { page, context } = await enterReader();
         await page.goto('/search/?q=台風');
         await until('the word is marked', async () => (await page.locator('#found mark').allTextContents()).join('').includes('台風'));
         const summary = await page.locator('#found .summary').first().textContent();
@@ -71,7 +77,7 @@ describe('search', { timeout: 240_000 }, () => {
     });
 
     it('shows the last query’s documents, however late another answer comes', async () => {
-        const { page, context } = await visitors.enter();
+        const { page, context } = await enterReader();
         await page.goto('/search/');
         let release;
         const held = new Promise(resolve => { release = resolve; });
@@ -91,7 +97,7 @@ describe('search', { timeout: 240_000 }, () => {
     });
 
     it('says when nothing is found, when it fails, and offers searches to try', async () => {
-        const { page, context } = await visitors.enter();
+        const { page, context } = await enterReader();
         await page.goto('/search/');
         await page.getByRole('button', { name: 'halcyon' }).click();
         await until('documents', async () => (await titlesOn(page)).length > 1);
@@ -107,8 +113,7 @@ describe('search', { timeout: 240_000 }, () => {
     });
 
     it('is used with the keyboard alone, and leads a reader to the document', async () => {
-        const { page, context } = await visitors.enter();
-        await signIn(page, 'reader', site.passwordOf('reader'));
+        const { page, context } = await enterReader();
         await page.goto('/search/');
         await page.keyboard.type('台風');
         await page.locator('#found a').first().waitFor();
@@ -123,17 +128,30 @@ describe('search', { timeout: 240_000 }, () => {
         await context.close();
     });
 
-    it('shows documents to readers only', async () => {
+    it('is for readers only', async () => {
         const { page, context } = await visitors.enter();
-        await page.goto('/search/?q=台風');
-        await page.locator('#found a').first().click();
-        await page.waitForURL(url => url.pathname === '/');
-        assert.equal(pathOf(page), '/');
+        for (const closed of ['/search/', '/search/?q=台風', '/search/find?q=台風', '/search/find.xslt', '/search/ask']) {
+            await page.goto(closed);
+            assert.equal(pathOf(page), '/', closed);
+        }
+        assert.equal(await page.locator('main a[href^="/search/"]').count(), 0);
+        await context.close();
+    });
+
+    it('leads back to signing in when the sign-in has ended', async () => {
+        const { page, context } = await enterReader();
+        await page.goto('/search/');
+        await context.clearCookies();
+        await page.getByLabel('Words to look for').fill('台風');
+        await until('the way', async () => await toldOn(page) === 'You are signed out. Sign in to search.');
+        assert.deepEqual(await titlesOn(page), []);
+        await page.getByRole('link', { name: 'Sign in' }).click();
+        await page.waitForURL('**/account');
         await context.close();
     });
 
     it('fits a phone', async () => {
-        const { page, context } = await visitors.enter({ viewport: { width: 360, height: 740 } });
+        const { page, context } = await enterReader({ viewport: { width: 360, height: 740 } });
         await page.goto('/search/?q=halcyon');
         await page.locator('#found a').first().waitFor();
         assert.ok(await page.evaluate(() => document.documentElement.scrollWidth <= 360));
