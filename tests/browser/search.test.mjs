@@ -103,6 +103,12 @@ describe('search', { timeout: 240_000 }, () => {
         await until('documents', async () => (await titlesOn(page)).length > 1);
         assert.match(await toldOn(page), /^\d+ documents$/);
         assert.equal(await page.locator('#hints').isVisible(), false);
+        for (const tried of await page.locator('#hints button').allTextContents()) {
+            await page.getByLabel('Words to look for').fill('nosuchword');
+            await until('nothing', async () => await toldOn(page) === 'Nothing is found for nosuchword');
+            await page.locator('#hints').getByRole('button', { name: tried, exact: true }).click();
+            await until(`documents for ${tried}`, async () => (await titlesOn(page)).length > 0);
+        }
         await finds(page, 'nosuchword', []);
         assert.equal(await toldOn(page), 'Nothing is found for nosuchword');
         assert.equal(await page.locator('#hints').isVisible(), true);
