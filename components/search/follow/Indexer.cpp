@@ -70,8 +70,12 @@ CResult<std::unique_ptr<CIndexer>> CIndexer::Create(const std::string& indexFold
     if (!writer.IsOk()) return writer.Error();
     auto tree = CFolderTree::Create();
     if (!tree.IsOk()) return tree.Error();
-    return std::unique_ptr<CIndexer>(
+    std::unique_ptr<CIndexer> indexer(
         new CIndexer(std::move(writer).Value(), std::move(tree).Value(), texts, clock));
+    struct stat status {};
+    if (::stat((indexFolder + "/..").c_str(), &status) != 0) return ErrorFromErrno(errno);
+    indexer->m_ownFolder = IdentityOf(status);
+    return indexer;
 }
 
 void CIndexer::SetTops(std::vector<std::string> paths) {
@@ -223,6 +227,7 @@ void CIndexer::ReadFolder(CFolderNode& folder) {
     }
     struct stat status {};
     if (::fstat(opened.Get(), &status) != 0) return FolderIsGone(folder);
+    if (IsMadeByKernel(opened.Get()) || IdentityOf(status) == m_ownFolder) return Remove(folder);
     const auto id = m_writer->Folder(path);
     if (!id.IsOk()) return;
     folder.id = id.Value();

@@ -26,7 +26,7 @@ namespace quorbel {
 /// their texts when these have been read. One thread.
 class CIndexer {
  public:
-    /// `texts` outlives the indexer.
+    /// `texts` outlives the indexer. The folder that the index's folder lies in is never indexed.
     static CResult<std::unique_ptr<CIndexer>> Create(const std::string& indexFolder, CTextReader& texts,
                                                      IClock& clock);
 
@@ -87,6 +87,7 @@ class CIndexer {
     CTextReader& m_texts;
     IClock& m_clock;
 
+    CFolderIdentity m_ownFolder;
     std::vector<std::string> m_tops;
     std::set<CFolderNode*> m_toRead;     // folders
     std::set<CFolderNode*> m_unwatched;  // are read again from time to time
