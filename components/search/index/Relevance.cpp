@@ -21,20 +21,30 @@ constexpr double kLeastWeight = 1e-6;
 /// What the one phrase of a query counts: no order depends on it.
 constexpr double kOnlyWeight = 8;
 
+/// Rows between two looks at whether the query must end.
+constexpr std::int64_t kRowsBetweenLooks = 512;
+
+const std::function<bool()>& MustEnd(const Fts5ExtensionApi& api, Fts5Context* context) {
+    return *static_cast<const std::function<bool()>*>(api.xUserData(context));
+}
+
 /// What is the same for all rows of one query.
 struct CQueryWeights {
+    std::int64_t rows = 0;  ///< that were weighed
     double averageLength = 1;
     std::vector<double> phrases;  ///< the weight of each phrase
 };
 
 /// Counts the documents with a phrase, up to one more than `most`.
 struct CCount {
-    std::int64_t found = 0;
+    const std::function<bool()>& mustEnd;
     std::int64_t most = 0;
+    std::int64_t found = 0;
 };
 int CountOne(const Fts5ExtensionApi*, Fts5Context*, void* data) {
     auto& count = *static_cast<CCount*>(data);
-    return ++count.found > count.most ? SQLITE_DONE : SQLITE_OK;
+    if (++count.found % kRowsBetweenLooks == 0 && count.mustEnd()) return SQLITE_INTERRUPT;
+    return count.found > count.most ? SQLITE_DONE : SQLITE_OK;
 }
 
 int Weigh(const Fts5ExtensionApi& api, Fts5Context* context, CQueryWeights& weights) {
@@ -48,7 +58,7 @@ int Weigh(const Fts5ExtensionApi& api, Fts5Context* context, CQueryWeights& weig
     const int phrases = api.xPhraseCount(context);
     weights.phrases.assign(static_cast<std::size_t>(phrases), kOnlyWeight);
     for (int phrase = 0; phrases > 1 && phrase != phrases; ++phrase) {
-        CCount count{.most = rows / 2};
+        CCount count{MustEnd(api, context), rows / 2};
         result = api.xQueryPhrase(context, phrase, &count, CountOne);
         if (result != SQLITE_OK) return result;
         const auto with = static_cast<double>(count.found);
@@ -91,7 +101,10 @@ void Relevance(const Fts5ExtensionApi* api, Fts5Context* context, sqlite3_contex
                sqlite3_value**) {
     try {
         int result = SQLITE_OK;
-        if (const CQueryWeights* const weights = WeightsOf(*api, context, result)) {
+        CQueryWeights* const weights = WeightsOf(*api, context, result);
+        if (weights && ++weights->rows % kRowsBetweenLooks == 0 && MustEnd(*api, context)()) {
+            ::sqlite3_result_error_code(answer, SQLITE_INTERRUPT);
+        } else if (weights) {
             ::sqlite3_result_double(answer, Score(*api, context, *weights));
         } else {
             ::sqlite3_result_error_code(answer, result);
@@ -103,8 +116,9 @@ void Relevance(const Fts5ExtensionApi* api, Fts5Context* context, sqlite3_contex
 
 }  // namespace
 
-int RegisterRelevance(fts5_api& fts5) {
-    return fts5.xCreateFunction(&fts5, "relevance", nullptr, Relevance, nullptr);
+int RegisterRelevance(fts5_api& fts5, const std::function<bool()>& mustEnd) {
+    void* const data = const_cast<std::function<bool()>*>(&mustEnd);
+    return fts5.xCreateFunction(&fts5, "relevance", data, Relevance, nullptr);
 }
 
 }  // namespace quorbel
