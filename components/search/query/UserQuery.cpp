@@ -2,6 +2,8 @@
 
 #include <optional>
 
+#include "platform/Text.h"
+
 namespace quorbel {
 
 namespace {
