@@ -19,7 +19,7 @@ using web::http::status_codes;
 
 constexpr const wchar_t* kInitialisation = L"Provider=Quorbel.OLEDBProvider";
 /// The event log takes so many characters of a command.
-constexpr std::size_t kLongestCommand = 30'000;
+constexpr std::size_t kLongestCommand = 4096;
 /// And of a reason, which may repeat what a client has sent.
 constexpr std::size_t kLongestReason = 1000;
 

@@ -19,6 +19,15 @@ bool IsPlain(wchar_t character) {
            character == L'-';
 }
 
+bool HasDotSegment(std::wstring_view path) {
+    for (std::size_t at = 0; at <= path.size();) {
+        const std::size_t end = std::min(path.find_first_of(L"\\/", at), path.size());
+        if (path.substr(at, end - at) == L"..") return true;
+        at = end + 1;
+    }
+    return false;
+}
+
 bool IsInLiteral(std::wstring_view command) {
     return std::ranges::count(command, L'\'') % 2 != 0;
 }
@@ -52,12 +61,6 @@ std::wstring NormalPath(std::wstring_view path) {
         normal += segment;
     }
     return normal.empty() ? L"." : normal;
-}
-
-std::wstring DoubleApostrophes(std::wstring_view text) {
-    std::wstring doubled;
-    for (const wchar_t character : text) doubled.append(character == L'\'' ? 2 : 1, character);
-    return doubled;
 }
 
 std::wstring Rewrite(const CRewriteTable& table, std::wstring_view value) {
@@ -98,11 +101,11 @@ class CSearchDescription::CResolver {
  private:
     /// The entry with the longest key that `text` begins with.
     static const TextMap::value_type* Longest(const TextMap& values, std::wstring_view text,
-                                              bool takesReserved) {
+                                              bool isConfiguration) {
         const TextMap::value_type* longest = nullptr;
         for (const auto& entry : values) {
             const bool fits = !entry.first.empty() && text.starts_with(entry.first) &&
-                              (takesReserved || !IsConfigurationName(entry.first));
+                              isConfiguration == IsConfigurationName(entry.first);
             if (fits && (!longest || entry.first.size() > longest->first.size())) longest = &entry;
         }
         return longest;
@@ -110,9 +113,15 @@ class CSearchDescription::CResolver {
 
     /// The characters of the key that `text` begins with; 0 for none.
     std::size_t ResolveReference(std::wstring_view text) {
-        const auto* const parameter = Longest(m_references.query, text, false);
-        const auto* const named = Longest(m_references.named, text, true);
-        if (!parameter && !named) return 0;
+        // What names the configuration is not the request's to say.
+        const bool isConfiguration = IsConfigurationName(text);
+        const auto* const parameter = isConfiguration ? nullptr : Longest(m_references.query, text, false);
+        const auto* const named = Longest(m_references.named, text, isConfiguration);
+        if (!parameter && !named) {
+            // A search without the folder that was to restrict it would find everything.
+            m_isRefused = m_isRefused || (isConfiguration && m_isScope);
+            return 0;
+        }
         const bool isNamed = named && (!parameter || named->first.size() > parameter->first.size());
         const auto& [key, value] = isNamed ? *named : *parameter;
         if (key.starts_with(kDirectoryName)) {
@@ -143,6 +152,10 @@ class CSearchDescription::CResolver {
         if (!m_isCommand) {
             m_entry.text += value;
         } else if (IsInLiteral(m_entry.text)) {
+            // Neither up from a folder that stands before it, nor into another whose name goes on.
+            const bool goesOn = m_entry.folderEnd != 0 && m_entry.folderEnd == m_entry.text.size() &&
+                                !value.empty() && !IsSeparator(value.front());
+            m_isRefused = m_isRefused || goesOn || HasDotSegment(value);
             m_entry.text += DoubleApostrophes(value);
         } else {
             m_isRefused = m_isRefused || !std::ranges::all_of(value, IsPlain);

@@ -29,7 +29,8 @@ struct CReferences {
 class CSearchDescription {
  public:
     /// Adds the folders that are referred to to `rewrites`. InvalidParameter when a value of the request
-    /// stands where it could be taken for a part of the command's language.
+    /// stands where it could be taken for a part of the command's language or lead out of a folder, or when
+    /// the scope refers to a folder that is not there.
     static CResult<CSearchDescription> Parse(std::wstring_view text, const CReferences& references,
                                              CRewriteTable& rewrites);
 
@@ -54,9 +55,6 @@ class CSearchDescription {
     };
     std::map<std::wstring, CEntry, CLessNoCase> m_entries;
 };
-
-/// A text as it stands in a literal of the search language.
-std::wstring DoubleApostrophes(std::wstring_view text);
 
 /// A path in lexically normal form: "\" separates, no segment is empty, "." or "..". A leading separator
 /// stays. "." for nothing.

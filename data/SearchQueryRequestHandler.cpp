@@ -165,7 +165,10 @@ void CSearchQueryRequestHandler::Response::OpenIndex(Results::QueryInfo& query,
 CSearchDescription CSearchQueryRequestHandler::Response::ParseDescription(const std::wstring& text) const {
     auto description = CSearchDescription::Parse(text, m_references, *m_rewrites);
     if (!description.IsOk()) {
-        SetErrorInfo(L"a value of the request stands outside of quotes and is no plain number or name");
+        SetErrorInfo(
+            L"its scope names a folder that the host does not have, or a value of the request stands outside "
+            L"of quotes "
+            L"and is no plain number or name, or it leads out of a folder");
         Require(HResultFromWin32(ToNumber(description.Error())), message::kSearchDescriptionRefused);
     }
     return std::move(description).Value();

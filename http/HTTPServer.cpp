@@ -63,7 +63,7 @@ CStatus CHTTPServer::BuildAllHosts(CComPtr<IArchiveFileSystem> archive, const CR
     m_hosts = &hosts;
     m_applications = &applications;
     const CStatus status = EnumerateHosts([this](const std::wstring& host) { return BuildHost(host); });
-    PublishFolders();
+    if (status.IsOk()) PublishFolders();
     return status;
 }
 
@@ -73,7 +73,7 @@ void CHTTPServer::SynchroniseHostSet() {
     const CStatus status = EnumerateHosts(
         [&](const std::wstring& host) { return vanished.erase(host) != 0 ? CStatus() : BuildHost(host); });
     status.Report();
-    if (!status.IsOk()) return PublishFolders();
+    if (!status.IsOk()) return;
     for (const std::wstring& host : vanished) m_listeners.erase(host);
     m_counters.closed += vanished.size();
     PublishFolders();
@@ -83,7 +83,8 @@ CStatus CHTTPServer::RebuildHostIfChanged(const std::wstring& host) {
     const auto found = m_listeners.find(host);
     if (found == m_listeners.end() || !found->second->TakeHostKeyChange()) return {};
     CStatus status = BuildHost(host);
-    PublishFolders();
+    // What a host that fails had published may be published again in a moment.
+    if (status.IsOk()) PublishFolders();
     return status;
 }
 

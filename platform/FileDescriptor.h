@@ -21,6 +21,8 @@ class CFileDescriptor {
 
     bool IsOpen() const noexcept { return m_descriptor >= 0; }
     int Get() const noexcept { return m_descriptor; }
+    /// Gives it up to another owner.
+    int Release() noexcept { return std::exchange(m_descriptor, -1); }
 
  private:
     int m_descriptor = -1;

@@ -257,4 +257,10 @@ std::wstring_view Trim(std::wstring_view text) noexcept {
     return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
+std::wstring DoubleApostrophes(std::wstring_view text) {
+    std::wstring doubled;
+    for (const wchar_t character : text) doubled.append(character == L'\'' ? 2 : 1, character);
+    return doubled;
+}
+
 }  // namespace quorbel

@@ -50,6 +50,9 @@ int HexDigit(wchar_t character) noexcept;
 /// The number that one to `most` (at most 16) hexadecimal digits and nothing else make.
 std::optional<std::uint64_t> ParseHex(std::wstring_view text, std::size_t most) noexcept;
 
+/// A text as it stands between the apostrophes of an SQL literal.
+std::wstring DoubleApostrophes(std::wstring_view text);
+
 /// Without blanks and tabs at both ends.
 std::wstring_view Trim(std::wstring_view text) noexcept;
 

@@ -109,7 +109,8 @@ HRESULT ForEachFound(const std::string& folder, const std::wstring& command,
 
 ErrorCode RequestRebuild(const std::string& folder) {
     const std::string file = folder + "/" + ISearchIndex::kRebuildRequest;
-    const CFileDescriptor request(::open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    const CFileDescriptor request(
+        ::open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
     return request.IsOpen() ? ErrorCode::Success : ErrorFromErrno(errno);
 }
 

@@ -68,6 +68,8 @@ class CSearchIndex final : public ISearchIndex {
     void Run();
     ErrorCode Follow();
     ErrorCode TakeRequests();
+    ErrorCode RebuildOnRequest();
+    void MakeAnew();
     void Wait(std::chrono::milliseconds time);
     void Report(ErrorCode error);
 
@@ -91,8 +93,7 @@ void CSearchIndex::Run() {
         const ErrorCode error = Follow();
         if (error == ErrorCode::Success) continue;
         Report(error);
-        // Damage is mended by opening anew, which makes an index that is damaged anew.
-        if (error == ErrorCode::InvalidData) m_indexer.reset();
+        if (error == ErrorCode::InvalidData) MakeAnew();
         m_options.clock.Pause(kRetry, *m_events.stop);
     }
 }
@@ -102,7 +103,8 @@ ErrorCode CSearchIndex::Follow() {
     if (error != ErrorCode::Success) return error;
     if (m_indexer) {
         do {
-            error = m_indexer->Step();
+            error = RebuildOnRequest();
+            if (error == ErrorCode::Success) error = m_indexer->Step();
             if (error != ErrorCode::Success) return error;
         } while (m_indexer->IsBusy() && !m_events.stop->Test() && !m_events.wake->Test());
         m_reported = ErrorCode::Success;
@@ -129,8 +131,21 @@ ErrorCode CSearchIndex::TakeRequests() {
         published = m_tops;
     }
     if (published) m_indexer->SetTops(m_tops);
-    const bool isRequested = ::unlink((m_options.folder + "/" + kRebuildRequest).c_str()) == 0;
-    return isRequested ? m_indexer->Rebuild() : ErrorCode::Success;
+    return ErrorCode::Success;
+}
+
+ErrorCode CSearchIndex::RebuildOnRequest() {
+    const std::string request = m_options.folder + "/" + kRebuildRequest;
+    if (::access(request.c_str(), F_OK) != 0) return ErrorCode::Success;
+    const ErrorCode error = m_indexer->Rebuild();
+    if (error != ErrorCode::Success) return error;
+    return ::unlink(request.c_str()) == 0 ? ErrorCode::Success : ErrorFromErrno(errno);
+}
+
+void CSearchIndex::MakeAnew() {
+    // Damage is seldom seen when the index is opened.
+    m_indexer.reset();
+    Ignore(CIndexDatabase::Remove(m_options.folder));
 }
 
 void CSearchIndex::Wait(std::chrono::milliseconds time) {

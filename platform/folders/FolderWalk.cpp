@@ -1,10 +1,12 @@
 #include "platform/folders/FolderWalk.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <optional>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 
@@ -14,13 +16,16 @@ namespace {
 
 constexpr int kMaximumLinks = 40;  // as the kernel's own limit
 
-/// File systems whose folders change without any notification: by other machines, by a process that serves
-/// them, or by the kernel itself.
+/// File systems whose folders are made up by the kernel, and change without any notification.
+constexpr auto kKernelFileSystems = std::to_array<std::uint32_t>(
+    {PROC_SUPER_MAGIC, SYSFS_MAGIC, CGROUP_SUPER_MAGIC, CGROUP2_SUPER_MAGIC, DEBUGFS_MAGIC, TRACEFS_MAGIC});
+
+/// File systems whose folders change without any notification: by other machines, or by a process that serves
+/// them.
 constexpr auto kSilentFileSystems = std::to_array<std::uint32_t>({
-    NFS_SUPER_MAGIC,    SMB_SUPER_MAGIC,     CIFS_SUPER_MAGIC,   SMB2_SUPER_MAGIC, FUSE_SUPER_MAGIC,
-    V9FS_MAGIC,         AFS_SUPER_MAGIC,     AFS_FS_MAGIC,       CEPH_SUPER_MAGIC, CODA_SUPER_MAGIC,
-    NCP_SUPER_MAGIC,    OCFS2_SUPER_MAGIC,   AUTOFS_SUPER_MAGIC, PROC_SUPER_MAGIC, SYSFS_MAGIC,
-    CGROUP_SUPER_MAGIC, CGROUP2_SUPER_MAGIC, DEBUGFS_MAGIC,      TRACEFS_MAGIC,
+    NFS_SUPER_MAGIC, SMB_SUPER_MAGIC,   CIFS_SUPER_MAGIC,   SMB2_SUPER_MAGIC, FUSE_SUPER_MAGIC,
+    V9FS_MAGIC,      AFS_SUPER_MAGIC,   AFS_FS_MAGIC,       CEPH_SUPER_MAGIC, CODA_SUPER_MAGIC,
+    NCP_SUPER_MAGIC, OCFS2_SUPER_MAGIC, AUTOFS_SUPER_MAGIC,
     0x01161970,  // GFS2
     0x0BD00BD0,  // Lustre
     0x47504653,  // GPFS
@@ -29,13 +34,23 @@ constexpr auto kSilentFileSystems = std::to_array<std::uint32_t>({
     0x786F4256,  // VirtualBox shared folders
 });
 
+std::optional<std::uint32_t> FileSystemOf(int folder) noexcept {
+    struct statfs status;
+    if (::fstatfs(folder, &status) != 0) return std::nullopt;
+    return static_cast<std::uint32_t>(status.f_type);
+}
+
 }  // namespace
 
 bool TellsItsChanges(int folder) noexcept {
-    struct statfs status;
-    if (::fstatfs(folder, &status) != 0) return false;
-    const auto magic = static_cast<std::uint32_t>(status.f_type);
-    return std::find(kSilentFileSystems.begin(), kSilentFileSystems.end(), magic) == kSilentFileSystems.end();
+    const auto magic = FileSystemOf(folder);
+    return magic && std::ranges::count(kSilentFileSystems, *magic) == 0 &&
+           std::ranges::count(kKernelFileSystems, *magic) == 0;
+}
+
+bool IsMadeByKernel(int folder) noexcept {
+    const auto magic = FileSystemOf(folder);
+    return magic && std::ranges::count(kKernelFileSystems, *magic) != 0;
 }
 
 WalkEnd CFolderWalk::Go(std::string_view path) {

@@ -13,6 +13,9 @@ namespace quorbel {
 /// systems of the network and of other processes.
 bool TellsItsChanges(int folder) noexcept;
 
+/// Says whether a folder, open in any way, is one of those that the kernel makes up, such as /proc.
+bool IsMadeByKernel(int folder) noexcept;
+
 /// Where a path leads.
 enum class WalkEnd {
     Folder,      ///< to a folder

@@ -12,6 +12,8 @@ const CReferences kReferences{{{L"q", L"old maps"},
                                {L"year", L"20"},
                                {L"mark", L"it's"},
                                {L"inject", L"' OR System.Size > 0 OR '' = '"},
+                               {L"Directory", L"/etc"},
+                               {L"missing", L"/etc"},
                                {L"Directory$docs/reports", L"0/etc"},
                                {L"Registry$Title", L"forged"}},
                               {{L"Directory$docs", L"0/srv/docs"},
@@ -91,7 +93,13 @@ TEST(SearchDescription, PutsValuesInPlaceOfReferences) {
         EXPECT_EQ(*parsed.description.Value().Find(name), one.value) << ToUtf8(one.line);
     }
     EXPECT_EQ(Parse(L"COMMAND=SELECT x WHERE $inject").description.Error(), ErrorCode::InvalidParameter);
-    EXPECT_EQ(Parse(L"WHERERESTRICTIONS=AND $mark").description.Error(), ErrorCode::InvalidParameter);
+    for (const wchar_t* refused :
+         {L"WHERERESTRICTIONS=AND $mark", L"COMMAND=SCOPE='file:$Directory$docs$up'",
+          L"COMMAND=SCOPE='file:$Directory$docs$year'", L"COMMAND=SCOPE='/srv/docs/$up'",
+          L"SCOPE=$Directory$missing", L"SCOPE=$Registry$missing"}) {
+        EXPECT_EQ(Parse(refused).description.Error(), ErrorCode::InvalidParameter) << ToUtf8(refused);
+    }
+    EXPECT_TRUE(Parse(L"COMMAND=SCOPE='file:$Directory$docs$sub'").description.IsOk());
 }
 
 TEST(SearchDescription, KnowsTheWebPathsOfItsFolders) {

@@ -84,7 +84,7 @@ TEST_F(SearchRequest, IsAnsweredWithTheDocumentsUnderTheirWebPaths) {
     ASSERT_EQ(rows.size(), 1U);
     EXPECT_EQ(rows[0]["System.ItemUrl"], "/docs/reports/plan.html");
     EXPECT_EQ(rows[0]["System.Title"], "Café plan");
-    EXPECT_EQ(rows[0]["System.Size"], 47);
+    EXPECT_EQ(rows[0]["System.Size"], 46);
     EXPECT_THAT(rows[0]["System.Search.AutoSummary"].get<std::string>(),
                 testing::HasSubstr("No lamp at all"));
     EXPECT_EQ(Urls("/find?q=nowhere"), std::vector<std::string>());

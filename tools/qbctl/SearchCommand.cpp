@@ -70,7 +70,7 @@ void ShowJson(const CIndexStatus& status) {
         {"waiting", status.waiting},
         {"skipped", status.skipped},
         {"bytes", status.bytes}};
-    PrintData(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    PrintData(object.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace));
 }
 
 /// What is shown of a document that was found.
@@ -109,7 +109,7 @@ void ShowFoundAsJson(Row row) {
                                         : isNumber ? nlohmann::ordered_json(std::stoll(*value))
                                                    : nlohmann::ordered_json(*value);
     }
-    PrintData(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    PrintData(object.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace));
 }
 
 /// The command for a query as people type it.
@@ -119,9 +119,8 @@ HRESULT MakeCommand(const CArguments& arguments, std::uint32_t most, std::wstrin
     if (Succeeded(result)) result = helper->put_QuerySelectColumns(ShownColumns().c_str());
     if (Succeeded(result)) result = helper->put_QueryMaxResults(static_cast<std::int32_t>(most));
     if (const std::wstring* const scope = arguments.Value(L"--scope"); scope && Succeeded(result)) {
-        std::wstring doubled;
-        for (const wchar_t character : *scope) doubled.append(character == L'\'' ? 2 : 1, character);
-        result = helper->put_QueryWhereRestrictions((L"AND SCOPE = '" + doubled + L"'").c_str());
+        result =
+            helper->put_QueryWhereRestrictions((L"AND SCOPE = '" + DoubleApostrophes(*scope) + L"'").c_str());
     }
     wchar_t* text = nullptr;
     if (Succeeded(result)) result = helper->GenerateSQLFromUserQuery(arguments.Operands()[0].c_str(), &text);
@@ -178,7 +177,7 @@ ExitCode SearchSkipped(const CArguments& arguments) {
         ForEachSkippedFile(folder.Value(), [asJson](std::string_view path, std::string_view reason) {
             if (!asJson) return PrintLine(FromUtf8(path) + L": " + FromUtf8(reason));
             const nlohmann::ordered_json object{{"path", path}, {"reason", reason}};
-            PrintData(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+            PrintData(object.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace));
         });
     return error == ErrorCode::Success ? ExitCode::Success : FailWithoutIndex(error);
 }

@@ -1,5 +1,6 @@
 #include "components/search/follow/FileStatus.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 
@@ -19,12 +20,12 @@ CDocumentStamp StampOf(const struct stat& status) noexcept {
             static_cast<std::int64_t>(status.st_ino)};
 }
 
-CResult<CFileDescriptor> OpenRegularFile(const std::string& path) {
+CResult<CFileDescriptor> OpenUnchanged(const std::string& path, const CDocumentStamp& stamp) {
     CFileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
     if (!file.IsOpen()) return ErrorFromErrno(errno);
     struct stat status {};
     if (::fstat(file.Get(), &status) != 0) return ErrorFromErrno(errno);
-    if (!S_ISREG(status.st_mode)) return ErrorCode::FileNotFound;
+    if (!S_ISREG(status.st_mode) || StampOf(status) != stamp) return ErrorCode::SharingViolation;
     return file;
 }
 
@@ -35,11 +36,22 @@ CResult<std::string> ReadWhole(int file, std::size_t most) {
         const std::size_t before = content.size();
         content.resize(before + kPiece);
         const ssize_t count = ::read(file, content.data() + before, kPiece);
-        if (count < 0) return ErrorFromErrno(errno);
-        content.resize(before + static_cast<std::size_t>(count));
+        if (count < 0 && errno != EINTR) return ErrorFromErrno(errno);
+        content.resize(before + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
         if (content.size() > most) return ErrorCode::FileTooLarge;
         if (count == 0) return content;
     }
+}
+
+CExtractedText ProblemText(std::string problem) {
+    CExtractedText text;
+    text.problem = std::move(problem);
+    return text;
+}
+
+std::optional<CExtractedText> LastingProblem(ErrorCode error) {
+    const bool isDenied = error == ErrorCode::AccessDenied || error == ErrorCode::PrivilegeNotHeld;
+    return isDenied ? std::optional(ProblemText("it cannot be read: access is denied")) : std::nullopt;
 }
 
 }  // namespace quorbel

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <sys/stat.h>
 
@@ -10,10 +11,15 @@ namespace quorbel {
 
 CDocumentStamp StampOf(const struct stat& status) noexcept;
 
-/// Opens a regular file for reading, without waiting; no symbolic link is followed. FileNotFound for what is
-/// no regular file.
-CResult<CFileDescriptor> OpenRegularFile(const std::string& path);
+/// Opens a regular file for reading, without waiting, if it is still the one of that stamp; else
+/// SharingViolation. A symbolic link is not followed.
+CResult<CFileDescriptor> OpenUnchanged(const std::string& path, const CDocumentStamp& stamp);
 /// The whole content; FileTooLarge when that is more than `most` bytes.
 CResult<std::string> ReadWhole(int file, std::size_t most);
+
+/// A text that is none, and why.
+CExtractedText ProblemText(std::string problem);
+/// What a failure to open or read a file says of the file; none when it says nothing, but of this moment.
+std::optional<CExtractedText> LastingProblem(ErrorCode error);
 
 }  // namespace quorbel

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 
 namespace quorbel {
 
@@ -12,6 +13,10 @@ constexpr std::uint32_t kMask = IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MOVE
 constexpr std::size_t kBufferSize = 256 << 10;
 
 }  // namespace
+
+CFolderIdentity IdentityOf(const struct stat& status) noexcept {
+    return {status.st_dev, status.st_ino};
+}
 
 std::string CFolderNode::Path() const {
     return parent ? parent->Path() + "/" + name : name;

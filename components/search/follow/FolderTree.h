@@ -14,6 +14,7 @@
 #include "platform/FileDescriptor.h"
 
 struct inotify_event;
+struct stat;
 
 namespace quorbel {
 
@@ -23,6 +24,8 @@ struct CFolderIdentity {
     std::uint64_t inode = 0;
     bool operator==(const CFolderIdentity&) const = default;
 };
+
+CFolderIdentity IdentityOf(const struct stat& status) noexcept;
 
 /// A folder that is indexed.
 struct CFolderNode {

@@ -1,7 +1,8 @@
 #include "components/search/follow/FollowedNames.h"
 
 #include <algorithm>
-#include <string>
+
+#include "platform/Text.h"
 
 namespace quorbel {
 
@@ -13,6 +14,15 @@ bool IsQueryFile(std::string_view name) noexcept {
         if (!std::ranges::search(name, kind, sameLetter).empty()) return true;
     }
     return false;
+}
+
+const char* ProblemOfName(std::string_view name) noexcept {
+    constexpr char kDelete = 0x7F;
+    const auto isControl = [](char byte) {
+        return static_cast<unsigned char>(byte) < ' ' || byte == kDelete;
+    };
+    if (std::ranges::any_of(name, isControl)) return "its name holds control characters";
+    return FromUtf8Strict(name) ? nullptr : "its name is not valid UTF-8";
 }
 
 }  // namespace quorbel

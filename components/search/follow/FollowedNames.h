@@ -13,4 +13,7 @@ inline bool IsFollowedName(std::string_view name) noexcept {
 /// editors leave of them. What they say is nobody's business.
 bool IsQueryFile(std::string_view name) noexcept;
 
+/// Why a file or folder of this name cannot be found: its URL could not be written. Null when it can.
+const char* ProblemOfName(std::string_view name) noexcept;
+
 }  // namespace quorbel

@@ -3,10 +3,16 @@
 #include <mutex>
 
 #include "components/search/follow/FileStatus.h"
-#include "platform/Text.h"
 #include "platform/Thread.h"
 
 namespace quorbel {
+
+namespace {
+
+/// A failure that is not the file's is tried again so much later.
+constexpr std::chrono::milliseconds kRetry{2000};
+
+}  // namespace
 
 CResult<std::unique_ptr<CTextReader>> CTextReader::Start(CTextWorker::Options options,
                                                          std::shared_ptr<CEvent> read) {
@@ -27,10 +33,16 @@ CTextReader::~CTextReader() {
     if (m_thread.joinable()) m_thread.join();
 }
 
-void CTextReader::Add(CFile file) {
+void CTextReader::Add(CFile file, Place place) {
     {
         const std::lock_guard lock(m_lock);
-        m_files.push_back(std::move(file));
+        std::string path = file.folder + "/" + file.name;
+        const bool isNew = m_files.insert_or_assign(path, std::move(file)).second;
+        if (place == Place::First) {
+            m_order.push_front(std::move(path));
+        } else if (isNew) {
+            m_order.push_back(std::move(path));
+        }
     }
     m_wake->Set();
 }
@@ -42,6 +54,7 @@ std::vector<CTextReader::CRead> CTextReader::Take() {
 
 void CTextReader::Clear() {
     const std::lock_guard lock(m_lock);
+    m_order.clear();
     m_files.clear();
     m_results.clear();
 }
@@ -58,31 +71,37 @@ bool CTextReader::ReadNext() {
     CFile file;
     {
         const std::lock_guard lock(m_lock);
-        if (m_files.empty()) return false;
-        file = std::move(m_files.front());
-        m_files.pop_front();
+        while (!m_order.empty() && !m_files.contains(m_order.front())) m_order.pop_front();
+        if (m_order.empty()) return false;
+        file = std::move(m_files.extract(m_order.front()).mapped());
+        m_order.pop_front();
     }
     auto text = Read(file);
     if (m_stop->Test()) return true;
-    CExtractedText result;
-    if (text.IsOk()) {
-        result = std::move(text).Value();
-    } else {
-        result.problem =
-            "it cannot be read: " + ToUtf8(SystemMessage(ToNumber(text.Error())).value_or(L"error"));
+    if (!text) {
+        Add(std::move(file), Place::Last);
+        WaitUntilSet(*m_stop, kRetry);
+        return true;
     }
     {
         const std::lock_guard lock(m_lock);
-        m_results.push_back({std::move(file), std::move(result)});
+        m_results.push_back({std::move(file), std::move(*text)});
     }
     m_read->Set();
     return true;
 }
 
-CResult<CExtractedText> CTextReader::Read(const CFile& file) {
-    const auto opened = OpenRegularFile(file.folder + "/" + file.name);
-    if (!opened.IsOk()) return opened.Error();
-    return m_worker.Extract(opened.Value().Get(), TextFormatOf(file.name), *m_stop);
+std::optional<CExtractedText> CTextReader::Read(const CFile& file) {
+    const auto opened = OpenUnchanged(file.folder + "/" + file.name, file.stamp);
+    // What is another file by now will be added again as such.
+    const bool isOther =
+        opened.Error() == ErrorCode::SharingViolation || opened.Error() == ErrorCode::FileNotFound ||
+        opened.Error() == ErrorCode::PathNotFound || opened.Error() == ErrorCode::CantResolveFilename;
+    if (isOther) return CExtractedText();
+    if (!opened.IsOk()) return LastingProblem(opened.Error());
+    auto text = m_worker.Extract(opened.Value().Get(), TextFormatOf(file.name), *m_stop);
+    if (!text.IsOk()) return std::nullopt;
+    return std::move(text).Value();
 }
 
 }  // namespace quorbel

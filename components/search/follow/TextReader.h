@@ -1,7 +1,9 @@
 #pragma once
 
 #include <deque>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,7 +35,9 @@ class CTextReader {
     CTextReader(const CTextReader&) = delete;
     CTextReader& operator=(const CTextReader&) = delete;
 
-    void Add(CFile file);
+    enum class Place { First, Last };
+    /// A file that waits already is read once, as it was added last, at the better of its places.
+    void Add(CFile file, Place place);
     std::vector<CRead> Take();
     /// Drops what has not been read yet.
     void Clear();
@@ -47,7 +51,8 @@ class CTextReader {
           m_worker(std::move(options)) {}
     void Run();
     bool ReadNext();
-    CResult<CExtractedText> Read(const CFile& file);
+    /// None when it cannot be read right now.
+    std::optional<CExtractedText> Read(const CFile& file);
 
     const std::shared_ptr<CEvent> m_read;
     const std::shared_ptr<CEvent> m_wake;
@@ -56,7 +61,8 @@ class CTextReader {
     std::thread m_thread;
 
     CMutex m_lock{LockRank::Innermost};  // guards:
-    std::deque<CFile> m_files;
+    std::deque<std::string> m_order;     // paths; one that is not in m_files has been read
+    std::map<std::string, CFile> m_files;
     std::vector<CRead> m_results;
 };
 

@@ -35,28 +35,28 @@ class CPhraseFinder {
 
     /// True when the word completes the phrase, which begins at Begin.
     bool Take(std::string_view word, std::size_t begin) {
-        m_begins.push_back(begin);
-        if (!Fits(word, m_begins.size() - 1)) {
-            // Phrases that repeat their own beginning are found again from here only.
-            m_begins.clear();
-            if (!Fits(word, 0)) return false;
-            m_begins.push_back(begin);
-        }
-        if (m_begins.size() != m_phrase.words.size()) return false;
-        m_begin = m_begins.front();
-        m_begins.clear();
+        m_started.push_back({0, begin});
+        std::erase_if(m_started, [&](CStart& start) { return !Fits(word, start.words++); });
+        if (m_started.empty() || m_started.front().words != m_phrase.words.size()) return false;
+        m_begin = m_started.front().begin;
+        m_started.clear();
         return true;
     }
     std::size_t Begin() const noexcept { return m_begin; }
 
  private:
+    /// A place at which the phrase may have begun.
+    struct CStart {
+        std::size_t words;  ///< that fit
+        std::size_t begin;
+    };
     bool Fits(std::string_view word, std::size_t place) const {
         const bool mayGoOn = m_phrase.isPrefix && place + 1 == m_phrase.words.size();
         return mayGoOn ? word.starts_with(m_phrase.words[place]) : word == m_phrase.words[place];
     }
 
     const CSoughtPhrase& m_phrase;
-    std::vector<std::size_t> m_begins;  // of the words that fit so far
+    std::vector<CStart> m_started;  // the oldest first
     std::size_t m_begin = 0;
 };
 
@@ -211,11 +211,15 @@ std::string Excerpt(const TextPieces& text, const std::vector<CSoughtPhrase>& ph
     // Words are looked for up to the last blank that is there, so that none is cut.
     std::size_t searched = 0;
     bool isOpen = !phrases.empty();
-    while (isOpen && searched < kSearchedText && readOn()) {
+    while (isOpen && read.size() < kSearchedText) {
+        const std::size_t before = read.size();
+        if (!readOn()) break;
         const std::size_t blank = read.find_last_of(kBlanks);
-        if (blank == read.npos || blank <= searched) continue;
-        isOpen = search.Look(std::string_view(read).substr(0, blank), searched);
-        searched = blank;
+        // Texts without blanks have words of one character, or none that would be missed.
+        const std::size_t end = blank != read.npos && blank > before ? blank : LastCharacter(read);
+        if (end <= searched) continue;
+        isOpen = search.Look(std::string_view(read).substr(0, end), searched);
+        searched = end;
     }
     if (isOpen && isEnd) Ignore(search.Look(read, searched));
     const CSpan best = search.Best();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <sqlite3.h>
 
 namespace quorbel {
@@ -7,7 +8,8 @@ namespace quorbel {
 /// What a connection to the index adds to SQLite; IndexDatabase.h says what each is. SQLite's results.
 /// @{
 int RegisterWordTokenizer(fts5_api& fts5);  ///< "archive": BreakWords
-int RegisterRelevance(fts5_api& fts5);
+/// `mustEnd`, which lives as long as the connection, ends the query when it says so.
+int RegisterRelevance(fts5_api& fts5, const std::function<bool()>& mustEnd);
 int RegisterExcerpt(sqlite3* connection);
 /// @}
 

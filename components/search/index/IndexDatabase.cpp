@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unicode/uversion.h>
 #include <unistd.h>
 
 #include "components/search/index/DocumentId.h"
@@ -15,8 +16,8 @@ namespace quorbel {
 namespace {
 
 constexpr const char* kFileName = "/index.db";
-/// Counts up whenever tables, words or what is read of files change: an older index is made anew.
-constexpr std::int64_t kVersion = 1;
+/// Counts up whenever tables, words or what is read of files change.
+constexpr std::int64_t kLayout = 1;
 
 constexpr const char* kSchema = R"(
     CREATE TABLE facts(name TEXT PRIMARY KEY, value) WITHOUT ROWID;
@@ -58,87 +59,104 @@ fts5_api* Fts5Of(sqlite3* connection) {
     return fts5;
 }
 
-bool AddFunctions(sqlite3* connection) {
+bool AddFunctions(sqlite3* connection, const std::function<bool()>& mustEnd) {
     fts5_api* const fts5 = Fts5Of(connection);
     constexpr int kPure = SQLITE_UTF8 | SQLITE_DETERMINISTIC;
-    return fts5 && RegisterWordTokenizer(*fts5) == SQLITE_OK && RegisterRelevance(*fts5) == SQLITE_OK &&
-           RegisterExcerpt(connection) == SQLITE_OK &&
+    return fts5 && RegisterWordTokenizer(*fts5) == SQLITE_OK &&
+           RegisterRelevance(*fts5, mustEnd) == SQLITE_OK && RegisterExcerpt(connection) == SQLITE_OK &&
            ::sqlite3_create_collation_v2(connection, "FOLDED", SQLITE_UTF8, nullptr, CompareFolded,
                                          nullptr) == SQLITE_OK &&
            ::sqlite3_create_function_v2(connection, "folder_of", 1, kPure, nullptr, FolderOf, nullptr,
                                         nullptr, nullptr) == SQLITE_OK;
 }
 
-CResult<std::unique_ptr<CDatabase>> Connect(const std::string& file, CIndexDatabase::Access access) {
+/// An index of another version is made anew: so is one whose words were broken by other rules.
+std::int64_t Version() {
+    UVersionInfo rules;
+    ::u_getVersion(rules);
+    return kLayout * 1000 + rules[0];
+}
+
+}  // namespace
+
+struct CIndexDatabase::CConnection {
+    MustEnd mustEnd;
+    std::unique_ptr<CDatabase> database;
+};
+
+CResult<CIndexDatabase::CConnection> CIndexDatabase::Connect(const std::string& file, Access access) {
     CDatabaseOptions options;
-    options.isReadOnly = access == CIndexDatabase::Access::Read;
+    options.isReadOnly = access == Access::Read;
     options.survivesPowerFailure = false;  // what is lost is found anew
     options.errors = {ErrorCode::InvalidData, ErrorCode::FileNotFound, ErrorCode::IoDevice};
     auto database = CDatabase::Open(file, options);
     if (!database.IsOk()) return database.Error();
-    if (!AddFunctions(database.Value()->Handle())) return ErrorCode::NotEnoughMemory;
-    return database;
+    CConnection connection{std::make_unique<std::function<bool()>>([] { return false; }),
+                           std::move(database).Value()};
+    if (!AddFunctions(connection.database->Handle(), *connection.mustEnd)) return ErrorCode::NotEnoughMemory;
+    return connection;
 }
 
 /// The connection, if it is to an index of ours.
-CResult<std::unique_ptr<CDatabase>> ConnectToIndex(const std::string& file, CIndexDatabase::Access access) {
-    auto database = Connect(file, access);
-    if (!database.IsOk()) return database;
-    const auto version = database.Value()->Number("PRAGMA user_version");
+CResult<CIndexDatabase::CConnection> CIndexDatabase::ConnectToIndex(const std::string& file, Access access) {
+    auto connection = Connect(file, access);
+    if (!connection.IsOk()) return connection;
+    CDatabase& database = *connection.Value().database;
+    const auto version = database.Number("PRAGMA user_version");
     if (!version.IsOk()) return version.Error();
-    if (version.Value() != kVersion) return ErrorCode::InvalidData;
-    const auto facts = database.Value()->Number("SELECT count(*) FROM facts");
+    if (version.Value() != Version()) return ErrorCode::InvalidData;
+    const auto facts = database.Number("SELECT count(*) FROM facts");
     if (!facts.IsOk()) return facts.Error();
-    return database;
+    return connection;
 }
 
-ErrorCode RemoveIndex(const std::string& file) {
+ErrorCode CIndexDatabase::Remove(const std::string& folder) {
     for (const char* suffix : {"", "-wal", "-shm"}) {
-        if (::unlink((file + suffix).c_str()) != 0 && errno != ENOENT) return ErrorFromErrno(errno);
+        if (::unlink((FileIn(folder) + suffix).c_str()) != 0 && errno != ENOENT) return ErrorFromErrno(errno);
     }
     return ErrorCode::Success;
 }
 
-CResult<std::unique_ptr<CDatabase>> MakeIndex(const std::string& folder, const std::string& file) {
+CResult<CIndexDatabase::CConnection> CIndexDatabase::Make(const std::string& folder) {
     if (::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) return ErrorFromErrno(errno);
+    const std::string file = FileIn(folder);
     // It holds the texts of all documents: for the eyes of its owner.
     const CFileDescriptor made(::open(file.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!made.IsOpen()) return ErrorFromErrno(errno);
-    auto database = Connect(file, CIndexDatabase::Access::Write);
-    if (!database.IsOk()) return database;
-    CDatabase& index = *database.Value();
+    auto connection = Connect(file, Access::Write);
+    if (!connection.IsOk()) return connection;
+    CDatabase& index = *connection.Value().database;
     ErrorCode error = index.Execute("PRAGMA journal_mode=WAL");
     if (error == ErrorCode::Success) error = index.Execute("BEGIN IMMEDIATE");
     if (error == ErrorCode::Success) error = index.Execute(kSchema);
     if (error == ErrorCode::Success) {
-        error = index.Execute(("PRAGMA user_version=" + std::to_string(kVersion)).c_str());
+        error = index.Execute(("PRAGMA user_version=" + std::to_string(Version())).c_str());
     }
     if (error == ErrorCode::Success) error = index.Execute("COMMIT");
     if (error != ErrorCode::Success) return error;
-    return database;
+    return connection;
 }
-
-}  // namespace
 
 std::string CIndexDatabase::FileIn(const std::string& folder) {
     return folder + kFileName;
 }
 
 CResult<std::unique_ptr<CIndexDatabase>> CIndexDatabase::Open(const std::string& folder, Access access) {
-    const std::string file = FileIn(folder);
-    auto database = ConnectToIndex(file, access);
+    auto connection = ConnectToIndex(FileIn(folder), access);
     const bool isUnusable =
-        database.Error() == ErrorCode::FileNotFound || database.Error() == ErrorCode::InvalidData;
+        connection.Error() == ErrorCode::FileNotFound || connection.Error() == ErrorCode::InvalidData;
     if (isUnusable && access == Access::Write) {
-        if (const ErrorCode error = RemoveIndex(file); error != ErrorCode::Success) return error;
-        database = MakeIndex(folder, file);
+        if (const ErrorCode error = Remove(folder); error != ErrorCode::Success) return error;
+        connection = Make(folder);
     }
-    if (!database.IsOk()) return database.Error();
+    if (!connection.IsOk()) return connection.Error();
+    CConnection& opened = connection.Value();
     if (access == Access::Write) {
         // After a burst of writing the log is cut down again.
-        Ignore(database.Value()->Execute("PRAGMA journal_size_limit=16777216"));
+        Ignore(opened.database->Execute("PRAGMA journal_size_limit=16777216"));
     }
-    return std::unique_ptr<CIndexDatabase>(new CIndexDatabase(std::move(database).Value()));
+    return std::unique_ptr<CIndexDatabase>(
+        new CIndexDatabase(std::move(opened.mustEnd), std::move(opened.database)));
 }
 
 }  // namespace quorbel

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -43,11 +44,25 @@ class CIndexDatabase {
     /// The index's file in its folder.
     static std::string FileIn(const std::string& folder);
 
+    /// Queries of the connection end with SQLITE_INTERRUPT when this says so; it is asked now and then while
+    /// words are found and weighed.
+    void EndWhen(std::function<bool()> mustEnd) { *m_mustEnd = std::move(mustEnd); }
+    /// Deletes the index, which nobody of this process has open.
+    static ErrorCode Remove(const std::string& folder);
+
     CDatabase& Statements() noexcept { return *m_database; }
     sqlite3* Handle() const noexcept { return m_database->Handle(); }
 
  private:
-    explicit CIndexDatabase(std::unique_ptr<CDatabase> database) noexcept : m_database(std::move(database)) {}
+    using MustEnd = std::unique_ptr<std::function<bool()>>;
+    struct CConnection;
+    static CResult<CConnection> Connect(const std::string& file, Access access);
+    static CResult<CConnection> ConnectToIndex(const std::string& file, Access access);
+    static CResult<CConnection> Make(const std::string& folder);
+    CIndexDatabase(MustEnd mustEnd, std::unique_ptr<CDatabase> database) noexcept
+        : m_mustEnd(std::move(mustEnd)), m_database(std::move(database)) {}
+
+    const MustEnd m_mustEnd;
     const std::unique_ptr<CDatabase> m_database;
 };
 

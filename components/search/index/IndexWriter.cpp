@@ -183,6 +183,7 @@ CResult<CIndexWriter::CStored> CIndexWriter::Find(FolderId folder, const std::st
 CResult<std::int64_t> CIndexWriter::NextNumber(FolderId folder) {
     const auto next =
         Statements().Number("UPDATE folders SET next = next + 1 WHERE id = ? RETURNING next", folder);
+    if (next.IsOk() && next.Value() == 0) return ErrorCode::NotFound;  // there is no such folder
     if (next.IsOk() && next.Value() >= CDocumentId::kMostNumbers) return ErrorCode::NoSystemResources;
     return next;
 }
@@ -233,6 +234,32 @@ ErrorCode CIndexWriter::Put(FolderId folder, const std::string& name, const CDoc
     const ErrorCode error = Remove(folder, name);
     if (error != ErrorCode::Success) return error;
     return Add(folder, name, {-1, stamp, text, state});
+}
+
+ErrorCode CIndexWriter::PutPending(FolderId folder, const std::string& name, const CDocumentStamp& stamp) {
+    const auto document = Find(folder, name);
+    if (!document.IsOk()) return document.Error();
+    if (document.Value().row < 0) return Put(folder, name, stamp, {}, TextState::Pending);
+    return Statements()
+        .Use("UPDATE documents SET size = ?, modified = ?, changed = ?, inode = ?, pending = 1 WHERE id = ?",
+             stamp.size, stamp.modified, stamp.changed, stamp.inode, document.Value().row)
+        .Run();
+}
+
+CResult<std::vector<CIndexWriter::CPendingFile>> CIndexWriter::PendingBelow(const std::string& path) {
+    std::vector<CPendingFile> files;
+    CStatement pending = Statements().Use(
+        "SELECT f.path, d.name, d.size, d.modified, d.changed, d.inode FROM documents d "
+        "JOIN folders f ON f.id = d.folder "
+        "WHERE d.pending AND (f.path = ?1 OR (f.path > ?1 || '/' AND f.path < ?2))",
+        path, BehindAllIn(path));
+    for (CResult<bool> row = pending.Step(); !row.IsOk() || row.Value(); row = pending.Step()) {
+        if (!row.IsOk()) return row.Error();
+        files.push_back({std::string(pending.Bytes(0)),
+                         std::string(pending.Bytes(1)),
+                         {pending.Integer(2), pending.Integer(3), pending.Integer(4), pending.Integer(5)}});
+    }
+    return files;
 }
 
 CResult<bool> CIndexWriter::Move(FolderId from, const std::string& name, FolderId to,

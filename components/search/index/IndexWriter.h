@@ -50,7 +50,8 @@ class CIndexWriter {
     CResult<FolderId> Folder(const std::string& path);
     /// The folder of a path; 0 when it is not known.
     CResult<FolderId> KnownFolder(const std::string& path);
-    /// Gives a folder and all below it another path. What was there already is removed.
+    /// Gives a folder and all below it another path. What was there already is removed; neither lies in the
+    /// other.
     ErrorCode MoveFolder(const std::string& from, const std::string& to);
     /// Removes a folder with all below it.
     ErrorCode RemoveFolder(const std::string& path);
@@ -67,6 +68,15 @@ class CIndexWriter {
     /// Takes in a file, in place of what was known of it. `name` is valid UTF-8.
     ErrorCode Put(FolderId folder, const std::string& name, const CDocumentStamp& stamp,
                   const CExtractedText& text, TextState state = TextState::Known);
+    /// Takes in a file whose text is still to be read; what was known of it stays until then.
+    ErrorCode PutPending(FolderId folder, const std::string& name, const CDocumentStamp& stamp);
+    /// The documents of a folder and all below it whose text is still to be read.
+    struct CPendingFile {
+        std::string folder;  ///< path
+        std::string name;
+        CDocumentStamp stamp;
+    };
+    CResult<std::vector<CPendingFile>> PendingBelow(const std::string& path);
     /// Gives a document another place and stamp; its text is not read anew. False when there is no such
     /// document.
     CResult<bool> Move(FolderId from, const std::string& name, FolderId to, const std::string& newName,

@@ -18,16 +18,33 @@ constexpr double kSaturation = 1.2;
 constexpr double kLengthShare = 0.75;
 /// What a word that is in more than half of all documents counts.
 constexpr double kLeastWeight = 1e-6;
+/// What the one phrase of a query counts: no order depends on it.
+constexpr double kOnlyWeight = 8;
+
+/// Rows between two looks at whether the query must end.
+constexpr std::int64_t kRowsBetweenLooks = 512;
+
+const std::function<bool()>& MustEnd(const Fts5ExtensionApi& api, Fts5Context* context) {
+    return *static_cast<const std::function<bool()>*>(api.xUserData(context));
+}
 
 /// What is the same for all rows of one query.
 struct CQueryWeights {
+    std::int64_t rows = 0;  ///< that were weighed
     double averageLength = 1;
     std::vector<double> phrases;  ///< the weight of each phrase
 };
 
-int CountOne(const Fts5ExtensionApi*, Fts5Context*, void* count) {
-    ++*static_cast<std::int64_t*>(count);
-    return SQLITE_OK;
+/// Counts the documents with a phrase, up to one more than `most`.
+struct CCount {
+    const std::function<bool()>& mustEnd;
+    std::int64_t most = 0;
+    std::int64_t found = 0;
+};
+int CountOne(const Fts5ExtensionApi*, Fts5Context*, void* data) {
+    auto& count = *static_cast<CCount*>(data);
+    if (++count.found % kRowsBetweenLooks == 0 && count.mustEnd()) return SQLITE_INTERRUPT;
+    return count.found > count.most ? SQLITE_DONE : SQLITE_OK;
 }
 
 int Weigh(const Fts5ExtensionApi& api, Fts5Context* context, CQueryWeights& weights) {
@@ -38,13 +55,15 @@ int Weigh(const Fts5ExtensionApi& api, Fts5Context* context, CQueryWeights& weig
     if (result != SQLITE_OK) return result;
     const auto documents = static_cast<double>(std::max<sqlite3_int64>(rows, 1));
     weights.averageLength = std::max(static_cast<double>(words) / documents, 1.0);
-    const int count = api.xPhraseCount(context);
-    for (int phrase = 0; phrase != count; ++phrase) {
-        std::int64_t found = 0;
-        result = api.xQueryPhrase(context, phrase, &found, CountOne);
+    const int phrases = api.xPhraseCount(context);
+    weights.phrases.assign(static_cast<std::size_t>(phrases), kOnlyWeight);
+    for (int phrase = 0; phrases > 1 && phrase != phrases; ++phrase) {
+        CCount count{MustEnd(api, context), rows / 2};
+        result = api.xQueryPhrase(context, phrase, &count, CountOne);
         if (result != SQLITE_OK) return result;
-        const auto with = static_cast<double>(found);
-        weights.phrases.push_back(std::max(std::log((documents - with + 0.5) / (with + 0.5)), kLeastWeight));
+        const auto with = static_cast<double>(count.found);
+        weights.phrases[static_cast<std::size_t>(phrase)] =
+            std::max(std::log((documents - with + 0.5) / (with + 0.5)), kLeastWeight);
     }
     return SQLITE_OK;
 }
@@ -82,7 +101,10 @@ void Relevance(const Fts5ExtensionApi* api, Fts5Context* context, sqlite3_contex
                sqlite3_value**) {
     try {
         int result = SQLITE_OK;
-        if (const CQueryWeights* const weights = WeightsOf(*api, context, result)) {
+        CQueryWeights* const weights = WeightsOf(*api, context, result);
+        if (weights && ++weights->rows % kRowsBetweenLooks == 0 && MustEnd(*api, context)()) {
+            ::sqlite3_result_error_code(answer, SQLITE_INTERRUPT);
+        } else if (weights) {
             ::sqlite3_result_double(answer, Score(*api, context, *weights));
         } else {
             ::sqlite3_result_error_code(answer, result);
@@ -94,8 +116,9 @@ void Relevance(const Fts5ExtensionApi* api, Fts5Context* context, sqlite3_contex
 
 }  // namespace
 
-int RegisterRelevance(fts5_api& fts5) {
-    return fts5.xCreateFunction(&fts5, "relevance", nullptr, Relevance, nullptr);
+int RegisterRelevance(fts5_api& fts5, const std::function<bool()>& mustEnd) {
+    void* const data = const_cast<std::function<bool()>*>(&mustEnd);
+    return fts5.xCreateFunction(&fts5, "relevance", data, Relevance, nullptr);
 }
 
 }  // namespace quorbel

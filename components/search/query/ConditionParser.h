@@ -61,8 +61,8 @@ class CConditionParser {
     bool Spend(const CToken& on);
 
     CCommandLexer m_lexer;
-    CWordsParser::CBudget m_budget{CSearchBounds::kNesting, CSearchBounds::kConditions,
-                                   CSearchBounds::kWords};
+    CWordsParser::CBudget m_budget{CSearchBounds::kNesting, CSearchBounds::kConditions, CSearchBounds::kWords,
+                                   CSearchBounds::kBeginnings};
     std::optional<CSyntaxError> m_error;
 };
 

@@ -1,10 +1,14 @@
 #include "components/search/query/ConditionSql.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace quorbel {
 
 namespace {
+
+/// Words and phrases that a summary looks for.
+constexpr std::ptrdiff_t kMostHits = 16;
 
 using Operator = CComparison::Operator;
 
@@ -99,7 +103,12 @@ void CollectHits(const CCondition& condition, std::string& hits) {
     const auto collect = [&](const std::vector<CCondition>& parts) {
         for (const CCondition& part : parts) CollectHits(part, hits);
     };
-    std::visit(COverloaded{[&](const CWordsMatch& words) { hits += " " + words.phrase; },
+    const auto add = [&hits](const std::string& phrase) {
+        const std::string hit = " " + phrase;
+        const bool isNew = hits.find(hit) == hits.npos;
+        if (isNew && std::ranges::count(hits, '"') < kMostHits * 2) hits += hit;
+    };
+    std::visit(COverloaded{[&](const CWordsMatch& words) { add(words.phrase); },
                            [&](const CAllOf& all) { collect(all.parts); },
                            [&](const CAnyOf& any) { collect(any.parts); }, [](const auto&) {}},
                condition.what);

@@ -10,8 +10,10 @@ struct CSearchBounds {
     static constexpr std::size_t kNesting = 12;      ///< of parentheses and NOTs; NOT ( is one
     static constexpr std::size_t kConditions = 500;  ///< comparisons, words, phrases, texts of lists
     static constexpr std::size_t kWords = 1000;      ///< of all phrases
-    static constexpr std::size_t kPattern = 1000;    ///< characters of one LIKE
-    static constexpr std::size_t kColumns = 100;     ///< selected, and sorted by
+    /// Beginnings of words. Each is as dear as all the words that begin so.
+    static constexpr std::size_t kBeginnings = 8;
+    static constexpr std::size_t kPattern = 1000;  ///< characters of one LIKE
+    static constexpr std::size_t kColumns = 100;   ///< selected, and sorted by
 };
 
 /// What a user's query may hold at most; a command made of it is within its own bounds.

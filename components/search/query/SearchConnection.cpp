@@ -12,7 +12,8 @@ namespace quorbel {
 
 namespace {
 
-/// Steps of the virtual machine between two looks at whether the command must end: some 50 µs.
+/// Steps of the virtual machine between two looks at whether the command must end. Finding words is one step:
+/// the index looks by itself meanwhile.
 constexpr int kStepsBetweenLooks = 4000;
 constexpr std::size_t kMostStatements = 32;
 
@@ -55,7 +56,11 @@ HRESULT CSearchConnection::Open(const std::string& folder, const CSearchOptions&
 
 CSearchConnection::CSearchConnection(std::unique_ptr<CIndexDatabase> index, const CSearchOptions& options,
                                      IClock& clock)
-    : m_index(std::move(index)), m_longestCommand(options.longestCommand), m_clock(clock) {
+    : m_index(std::move(index)),
+      m_longestCommand(options.longestCommand),
+      m_longestResult(options.longestResult),
+      m_clock(clock) {
+    m_index->EndWhen([this] { return MustEnd(); });
     ::sqlite3_progress_handler(
         m_index->Handle(), kStepsBetweenLooks,
         [](void* self) { return static_cast<CSearchConnection*>(self)->MustEnd() ? 1 : 0; }, this);
@@ -67,6 +72,7 @@ bool CSearchConnection::Reset() noexcept {
     m_isCanceled = false;
     m_isLate = false;
     m_spent = {};
+    m_began = {};
     return true;
 }
 
@@ -94,8 +100,9 @@ HRESULT CSearchConnection::Prepare(const std::string& text, Statement& statement
 }
 
 HRESULT CSearchConnection::Step(sqlite3_stmt* statement) {
-    if (m_isCanceled) return Failure(SQLITE_INTERRUPT);
     m_stepped = m_clock.Steady();
+    if (m_began == std::chrono::nanoseconds()) m_began = m_stepped;
+    if (MustEnd()) return Failure(SQLITE_INTERRUPT);
     const int result = ::sqlite3_step(statement);
     m_spent += m_clock.Steady() - m_stepped;
     if (result == SQLITE_ROW) return S_OK;
@@ -103,7 +110,8 @@ HRESULT CSearchConnection::Step(sqlite3_stmt* statement) {
 }
 
 bool CSearchConnection::MustEnd() noexcept {
-    m_isLate = m_isLate || m_spent + (m_clock.Steady() - m_stepped) > m_longestCommand;
+    const std::chrono::nanoseconds now = m_clock.Steady();
+    m_isLate = m_isLate || m_spent + (now - m_stepped) > m_longestCommand || now - m_began > m_longestResult;
     return m_isCanceled || m_isLate;
 }
 

@@ -15,9 +15,12 @@
 namespace quorbel {
 
 struct CSearchOptions {
-    std::size_t mostConnections = 16;  ///< to the index at a time; who comes when all are taken waits
+    std::size_t mostConnections = 64;  ///< to the index at a time; who comes when all are taken waits
     /// The time that a command may spend in the index, the fetching of its rows included.
     std::chrono::milliseconds longestCommand{20'000};
+    /// The time in which its rows must have been taken: who is slower keeps a connection from others, and the
+    /// index from being cut.
+    std::chrono::milliseconds longestResult{120'000};
 };
 
 struct CFinalizeSearch {
@@ -53,10 +56,12 @@ class CSearchConnection final : public IConnection {
     };
     const std::unique_ptr<CIndexDatabase> m_index;
     const std::chrono::nanoseconds m_longestCommand;
+    const std::chrono::nanoseconds m_longestResult;
     IClock& m_clock;
     std::atomic<bool> m_isCanceled{false};
     std::chrono::nanoseconds m_spent{};    // by the present command, without the step that runs
     std::chrono::nanoseconds m_stepped{};  // when the step that runs began
+    std::chrono::nanoseconds m_began{};    // when the command's first did; 0 before it
     bool m_isLate = false;
     std::uint64_t m_uses = 0;
     std::unordered_map<std::string, CKept> m_statements;

@@ -1,5 +1,7 @@
 #include "components/search/query/SearchPlan.h"
 
+#include <algorithm>
+
 #include "components/search/query/ConditionSql.h"
 
 namespace quorbel {

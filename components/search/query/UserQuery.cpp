@@ -2,6 +2,8 @@
 
 #include <optional>
 
+#include "platform/Text.h"
+
 namespace quorbel {
 
 namespace {
@@ -45,12 +47,7 @@ std::optional<std::wstring> ContainsText(const CUserCondition& condition, const 
 }  // namespace
 
 std::wstring QuotedText(std::wstring_view text) {
-    std::wstring quoted = L"'";
-    for (const wchar_t character : text) {
-        quoted += character;
-        if (character == L'\'') quoted += character;
-    }
-    return quoted + L"'";
+    return L"'" + DoubleApostrophes(text) + L"'";
 }
 
 std::wstring CommandText(const CUserCondition& condition) {

@@ -192,6 +192,10 @@ bool CWordsParser::Take(const CTerm& term, std::string& phrase) {
     if (m_budget.conditions == 0 || taken.words > m_budget.words) {
         return Fail(L"There are too many words", term.begin);
     }
+    if (term.isPrefix && m_budget.beginnings == 0) {
+        return Fail(L"There are too many beginnings of words", term.begin);
+    }
+    if (term.isPrefix) --m_budget.beginnings;
     --m_budget.conditions;
     m_budget.words -= taken.words;
     phrase = std::move(taken.expression);

@@ -18,6 +18,7 @@ class CWordsParser {
         std::size_t nesting;
         std::size_t conditions;
         std::size_t words;
+        std::size_t beginnings;
     };
     using Result = std::variant<CCondition, CSyntaxError>;
 

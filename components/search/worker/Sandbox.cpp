@@ -22,8 +22,6 @@ constexpr bool kHasShadowMemory = true;
 constexpr bool kHasShadowMemory = false;
 #endif
 
-constexpr uid_t kNobody = 65534;
-
 bool Limit(__rlimit_resource resource, rlim_t most) noexcept {
     const rlimit limit{most, most};
     return ::setrlimit(resource, &limit) == 0;

@@ -6,6 +6,9 @@
 
 namespace quorbel {
 
+/// The user that owns nothing.
+inline constexpr unsigned kNobody = 65534;
+
 /// Takes from this process and all of its later children, for good, whatever reading a document does not
 /// need. Afterwards: the user nobody when it was root; no new privileges; at most `memoryLimit` bytes of
 /// address space each; no file written or made; no socket opened; no other process stopped, watched or

@@ -1,5 +1,6 @@
 #include "components/search/worker/SystemCallFilter.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <memory>
@@ -16,7 +17,7 @@ namespace {
 constexpr const char* kAllowed[] = {
     // open files
     "read", "pread64", "readv", "preadv", "write", "writev", "lseek", "close", "dup", "dup2", "dup3", "pipe",
-    "pipe2", "fcntl", "poll", "ppoll", "select", "pselect6", "recvmsg", "fadvise64",
+    "pipe2", "poll", "ppoll", "select", "pselect6", "recvmsg", "fadvise64",
     // what files there are
     "fstat", "newfstatat", "fstatat64", "stat", "lstat", "statx", "fstatfs", "access", "faccessat",
     "readlink", "readlinkat", "getdents64", "getcwd",
@@ -37,6 +38,8 @@ constexpr const char* kAllowed[] = {
 constexpr scmp_datum_t kOpenChanges = O_ACCMODE | O_CREAT | O_TRUNC | (O_TMPFILE & ~O_DIRECTORY);
 constexpr scmp_datum_t kNewNamespaces =
     CLONE_NEWNS | CLONE_NEWCGROUP | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWUSER | CLONE_NEWPID | CLONE_NEWNET;
+
+constexpr int kDescriptorCommands[] = {F_DUPFD, F_DUPFD_CLOEXEC, F_GETFD, F_SETFD, F_GETFL, F_SETFL};
 
 using Filter = std::unique_ptr<void, decltype(&::seccomp_release)>;
 
@@ -67,6 +70,13 @@ bool AllowOpening(const Filter& filter, const char* name, unsigned flags) noexce
 bool AllowOnConditions(const Filter& filter) noexcept {
     return AllowOpening(filter, "open", 1) && AllowOpening(filter, "openat", 2) &&
            Rule(filter, SCMP_ACT_ALLOW, "clone", SCMP_CMP64(0, SCMP_CMP_MASKED_EQ, kNewNamespaces, 0)) &&
+           // Descriptors and their flags, but no signals for others.
+           std::ranges::all_of(kDescriptorCommands,
+                               [&filter](int command) {
+                                   return Rule(
+                                       filter, SCMP_ACT_ALLOW, "fcntl",
+                                       SCMP_CMP64(1, SCMP_CMP_EQ, static_cast<scmp_datum_t>(command)));
+                               }) &&
            // Its own limits only.
            Rule(filter, SCMP_ACT_ALLOW, "prlimit64", SCMP_CMP64(0, SCMP_CMP_EQ, 0)) &&
            Rule(filter, SCMP_ACT_ALLOW, "prctl", SCMP_CMP64(0, SCMP_CMP_EQ, PR_SET_PDEATHSIG)) &&

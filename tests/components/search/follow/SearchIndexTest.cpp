@@ -113,6 +113,45 @@ TEST_F(SearchIndex, TakesInWhatIsThereAndFollowsEveryKindOfChange) {
     AwaitFound("linked", {"docs/linked.db"});
 }
 
+TEST_F(SearchIndex, FollowsFoldersThatTakeEachOthersPlaces) {
+    Write("one/a.txt", "alpha");
+    Write("two/b.txt", "beta");
+    Write("outer/inner/c.txt", "gamma");
+    Write("outer/inner/plan.pdf", MakePdf("delta", ""));
+    Start();
+    AwaitFound("gamma", {"docs/outer/inner/c.txt"});
+    {
+        // All of it is told in one go.
+        const auto other = CIndexDatabase::Open(IndexFolder(), CIndexDatabase::Access::Write);
+        ASSERT_EQ(other.Value()->Statements().Begin(), ErrorCode::Success);
+        fs::rename(Docs() / "two", Docs() / "spare");
+        fs::rename(Docs() / "one", Docs() / "two");
+        fs::rename(Docs() / "spare", Docs() / "one");
+        fs::rename(Docs() / "one/b.txt", Docs() / "two/b.txt");
+        fs::rename(Docs() / "outer", Docs() / ".hidden");
+        fs::rename(Docs() / ".hidden/inner", Docs() / "outer");
+        other.Value()->Statements().Rollback();
+    }
+    AwaitFound("alpha", {"docs/two/a.txt"});
+    AwaitFound("beta", {"docs/two/b.txt"});
+    AwaitFound("gamma", {"docs/outer/c.txt"});
+    AwaitFound("delta", {"docs/outer/plan.pdf"});
+    fs::rename(Docs() / "outer", Docs() / "two/outer");
+    AwaitFound("gamma", {"docs/two/outer/c.txt"});
+    AwaitFound("delta", {"docs/two/outer/plan.pdf"});
+}
+
+TEST_F(SearchIndex, FollowsATopWhoseParentIsMoved) {
+    WriteFile(m_folder / "above/top/a.txt", "alpha");
+    Start();
+    Publish({m_folder / "above/top"});
+    AwaitFound("alpha", {"above/top/a.txt"});
+    fs::rename(m_folder / "above", m_folder / "moved");
+    AwaitFound("alpha", {});
+    fs::rename(m_folder / "moved", m_folder / "above");
+    AwaitFound("alpha", {"above/top/a.txt"});
+}
+
 TEST_F(SearchIndex, CatchesUpAfterARestart) {
     Write("keep.txt", "alpha");
     Write("change.txt", "alpha");
@@ -151,6 +190,7 @@ TEST_F(SearchIndex, LeavesOutWhatIsNotForReaders) {
 
 TEST_F(SearchIndex, SkipsWhatItCannotReadAndSaysWhy) {
     Write("bad\xFF.txt", "alpha");
+    Write("two\nlines/a.txt", "alpha");
     Write("binary.txt", std::string(1000, '\0'));
     Write("broken.pdf", "this is no PDF");
     Write("broken.docx", "PK nor this a document");
@@ -160,10 +200,11 @@ TEST_F(SearchIndex, SkipsWhatItCannotReadAndSaysWhy) {
         large << "x";
     }
     Start();
-    Await([&] { return Skipped().size() == 5; });
+    Await([&] { return Skipped().size() == 6; });
     const Paths skipped = Skipped();
     EXPECT_EQ(skipped[0], "bad\xFF.txt: its name is not valid UTF-8");
     EXPECT_EQ(skipped[4], "large.txt: it is larger than 32 MiB");
+    EXPECT_EQ(skipped[5], "two\nlines: its name holds control characters");
     EXPECT_EQ(Find("alpha"), Paths());
     EXPECT_EQ(Find("large"), Paths{"docs/large.txt"}) << "names are found all the same";
     Write("broken.pdf.txt", "mended");
@@ -237,6 +278,17 @@ TEST_F(SearchIndex, IsMadeAnewOnRequestAndWhenItIsDamaged) {
     m_index.reset();
     std::fstream(IndexFolder() / "index.db").write("no database at all", 18);
     Start();
+    AwaitFound("alpha", {"docs/a.txt"});
+    // Damage that is not seen when it is opened.
+    m_index.reset();
+    {
+        std::fstream file(IndexFolder() / "index.db", std::ios::in | std::ios::out | std::ios::binary);
+        for (int page = 2; page != 40; ++page)
+            file.seekp(page * 4096 + 8).write(std::string(2000, 'x').data(), 2000);
+    }
+    Write("c.txt", "gamma");
+    Start();
+    AwaitFound("gamma", {"docs/c.txt"});
     AwaitFound("alpha", {"docs/a.txt"});
 }
 

@@ -50,6 +50,7 @@ TEST(Excerpt, PrefersThePlaceWithMostOfTheWords) {
 
 TEST(Excerpt, FindsPhrasesThatRepeatTheirBeginning) {
     EXPECT_EQ(ShownExcerpt("ha ha he", R"("ha he")", 50), "ha [ha he]");
+    EXPECT_EQ(ShownExcerpt("ha ha ha he", R"("ha ha he")", 50), "ha [ha ha he]");
 }
 
 TEST(Excerpt, MarksPartsOfTextsWithoutBlanks) {

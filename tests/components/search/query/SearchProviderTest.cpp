@@ -29,7 +29,7 @@ TEST_F(SearchProvider, CannotBeOpenedWithoutAnIndex) {
     m_writer.reset();
     std::filesystem::remove_all(m_folder.Path());
     const auto answer = RunSearch(kAll);
-    EXPECT_EQ(answer.result, HResultFromWin32(2));
+    EXPECT_EQ(answer.result, E_FAIL);
     EXPECT_EQ(answer.problem, L"There is no search index yet.");
 }
 

@@ -23,7 +23,7 @@
 namespace quorbel {
 namespace {
 
-constexpr std::size_t kMemory = 512 << 20;
+constexpr std::size_t kMemory = std::size_t{4} << 30;  // more than the tests before have reserved
 constexpr int kDone = 1;
 constexpr int kForbidden = 2;
 constexpr int kNotConfined = 3;
