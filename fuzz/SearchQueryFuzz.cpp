@@ -33,8 +33,8 @@ void Check(ISearchQueryHelper& helper, const wchar_t* query) {
 
 }  // namespace
 
-/// Any text as a user's query, as each of the settings that may come from a request, and as a command: a command
-/// that the helper makes can be read and keeps to its scope.
+/// Any text as a user's query, as each of the settings that may come from a request, and as a command: a
+/// command that the helper makes can be read and keeps to its scope.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::wstring text = FromUtf8({reinterpret_cast<const char*>(data), size});
     const auto parsed = ParseSearchCommand(text);

@@ -3,8 +3,8 @@
 #include <span>
 #include <vector>
 
-#include "platform/sqlite/Database.h"
 #include "platform/registry/Key.h"
+#include "platform/sqlite/Database.h"
 
 namespace quorbel {
 

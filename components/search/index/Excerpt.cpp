@@ -66,17 +66,18 @@ class CSearch {
     CSearch(const std::vector<CSoughtPhrase>& phrases, std::size_t size)
         : m_finders(phrases.begin(), phrases.end()), m_size(size) {}
 
+    enum class Until { NothingBetter, End };
     /// Looks through the part of the text that begins at `from`; false once nothing better can come.
-    bool Look(std::string_view text, std::size_t from) {
+    bool Look(std::string_view text, std::size_t from, Until until = Until::NothingBetter) {
         bool isOpen = true;
         BreakWords(text.substr(from), [&](std::string_view word, std::size_t begin, std::size_t end) {
             for (std::size_t phrase = 0; phrase != m_finders.size(); ++phrase) {
                 if (m_finders[phrase].Take(word, from + begin)) {
                     m_found.push_back({phrase, m_finders[phrase].Begin(), from + end});
-                    isOpen = !BestHasAll();
+                    isOpen = !BestHasAll() && isOpen;
                 }
             }
-            return isOpen;
+            return isOpen || until == Until::End;
         });
         return isOpen;
     }
@@ -215,9 +216,10 @@ std::string Excerpt(const TextPieces& text, const std::vector<CSoughtPhrase>& ph
         const std::size_t before = read.size();
         if (!readOn()) break;
         const std::size_t blank = read.find_last_of(kBlanks);
+        const bool hasBlank = blank != read.npos && blank >= before && blank > searched;
         // Texts without blanks have words of one character, or none that would be missed.
-        const std::size_t end = blank != read.npos && blank > before ? blank : LastCharacter(read);
-        if (end <= searched) continue;
+        if (!hasBlank && read.size() - searched < kPieceBytes) continue;
+        const std::size_t end = hasBlank ? blank : LastCharacter(read);
         isOpen = search.Look(std::string_view(read).substr(0, end), searched);
         searched = end;
     }
@@ -229,7 +231,10 @@ std::string Excerpt(const TextPieces& text, const std::vector<CSoughtPhrase>& ph
         best.begin <= before ? 0 : std::min(CutBefore(read, best.begin - before), best.begin);
     while (!isEnd && read.size() < first + 2 * size) readOn();
     if (!isEnd) read.resize(LastCharacter(read));  // it may have been cut
-    return Show(read, first, CutBefore(read, std::min(first + size, read.size())), search.Found());
+    const std::size_t end = CutBefore(read, std::min(first + size, read.size()));
+    CSearch shown(phrases, size);
+    Ignore(shown.Look(std::string_view(read).substr(0, end), first, CSearch::Until::End));
+    return Show(read, first, end, shown.Found());
 }
 
 namespace {

@@ -1,7 +1,7 @@
 #include <thread>
 
-#include "components/provider/ArchiveProvider.h"
 #include "components/oledb/ByteStream.h"
+#include "components/provider/ArchiveProvider.h"
 #include "components/provider/ResultValues.h"
 #include "components/provider/SqliteDatabase.h"
 #include "platform/Text.h"

@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
+#include "components/oledb/ValueText.h"
 #include "components/provider/SqlCommandParser.h"
 #include "components/provider/SqlConnection.h"
-#include "components/oledb/ValueText.h"
 #include "platform/Text.h"
 #include "platform/com/ErrorInfo.h"
 #include "platform/oledb/OleDb.h"

@@ -113,7 +113,7 @@ TEST_F(SearchProvider, RefusesWhatItHasNot) {
 /// A clock on which time flies while it is looked at.
 class CFlyingClock final : public IClock {
  public:
-    std::chrono::nanoseconds Steady() const override { return m_now += std::chrono::seconds(7); }
+    std::chrono::nanoseconds Steady() const override { return m_now += std::chrono::seconds(3); }
     std::uint64_t System() const override { return 0; }
     void Pause(std::chrono::milliseconds, CEvent&) override {}
 
