@@ -10,7 +10,7 @@ namespace quorbel {
 namespace {
 
 /// A failure that is not the file's is tried again so much later.
-constexpr std::chrono::milliseconds kRetry{2000};
+constexpr std::chrono::milliseconds kTextRetry{2000};
 
 }  // namespace
 
@@ -80,7 +80,7 @@ bool CTextReader::ReadNext() {
     if (m_stop->Test()) return true;
     if (!text) {
         Add(std::move(file), Place::Last);
-        WaitUntilSet(*m_stop, kRetry);
+        WaitUntilSet(*m_stop, kTextRetry);
         return true;
     }
     {

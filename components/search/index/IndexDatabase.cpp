@@ -44,10 +44,6 @@ int CompareFolded(void*, int leftSize, const void* left, int rightSize, const vo
     return CompareNoCase(view(left, leftSize), view(right, rightSize));
 }
 
-void FolderOf(sqlite3_context* context, int, sqlite3_value** arguments) {
-    ::sqlite3_result_int64(context, CDocumentId::FolderOf(::sqlite3_value_int64(arguments[0])));
-}
-
 fts5_api* Fts5Of(sqlite3* connection) {
     fts5_api* fts5 = nullptr;
     sqlite3_stmt* statement = nullptr;
@@ -61,13 +57,11 @@ fts5_api* Fts5Of(sqlite3* connection) {
 
 bool AddFunctions(sqlite3* connection, const std::function<bool()>& mustEnd) {
     fts5_api* const fts5 = Fts5Of(connection);
-    constexpr int kPure = SQLITE_UTF8 | SQLITE_DETERMINISTIC;
     return fts5 && RegisterWordTokenizer(*fts5) == SQLITE_OK &&
            RegisterRelevance(*fts5, mustEnd) == SQLITE_OK && RegisterExcerpt(connection) == SQLITE_OK &&
+           RegisterFolders(connection) == SQLITE_OK &&
            ::sqlite3_create_collation_v2(connection, "FOLDED", SQLITE_UTF8, nullptr, CompareFolded,
-                                         nullptr) == SQLITE_OK &&
-           ::sqlite3_create_function_v2(connection, "folder_of", 1, kPure, nullptr, FolderOf, nullptr,
-                                        nullptr, nullptr) == SQLITE_OK;
+                                         nullptr) == SQLITE_OK;
 }
 
 /// An index of another version is made anew: so is one whose words were broken by other rules.
@@ -94,6 +88,8 @@ CResult<CIndexDatabase::CConnection> CIndexDatabase::Connect(const std::string& 
     CConnection connection{std::make_unique<std::function<bool()>>([] { return false; }),
                            std::move(database).Value()};
     if (!AddFunctions(connection.database->Handle(), *connection.mustEnd)) return ErrorCode::NotEnoughMemory;
+    const ErrorCode error = connection.database->Execute("PRAGMA cache_size=-8192");
+    if (error != ErrorCode::Success) return error;
     return connection;
 }
 

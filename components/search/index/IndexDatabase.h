@@ -26,6 +26,7 @@ namespace quorbel {
 ///
 ///     relevance(words)    of a MATCH: BM25, above 0, larger is better
 ///     folder_of(id)       the folder of a document's number
+///     is_below(folder, path)   the folder is the one of this path, "" being the root, or lies below it
 ///     excerpt(id, query, characters)   about so many characters of the document's text, those with most of
 ///                         the query's words; these stand between U+0002 and U+0003. NULL without text.
 ///                         query: the phrases of an FTS5 expression, in double quotes, "*" behind prefixes

@@ -65,6 +65,10 @@ int Weigh(const Fts5ExtensionApi& api, Fts5Context* context, CQueryWeights& weig
         weights.phrases[static_cast<std::size_t>(phrase)] =
             std::max(std::log((documents - with + 0.5) / (with + 0.5)), kLeastWeight);
     }
+    // Beside a phrase that says something, those that say nothing are not looked at.
+    if (std::ranges::max(weights.phrases) > kLeastWeight) {
+        std::ranges::replace(weights.phrases, kLeastWeight, 0.0);
+    }
     return SQLITE_OK;
 }
 
@@ -84,6 +88,7 @@ double Score(const Fts5ExtensionApi& api, Fts5Context* context, const CQueryWeig
     const double norm = kSaturation * (1 - kLengthShare + kLengthShare * length / weights.averageLength);
     double score = 0;
     for (std::size_t phrase = 0; phrase != weights.phrases.size(); ++phrase) {
+        if (weights.phrases[phrase] == 0) continue;
         double frequency = 0;
         Fts5PhraseIter at;
         int column = -1;

@@ -155,13 +155,8 @@ std::string CConditionSql::Found(std::string expression) {
 std::string CConditionSql::Sql(const CInFolder& folder) {
     const bool isBelow = folder.depth == CInFolder::Depth::Below;
     if (isBelow && folder.path.empty()) return "1";
-    std::string condition = "path = " + Bind(folder.path);
-    if (isBelow) {
-        // "0" is the character behind "/".
-        condition += " OR (path > " + Bind(folder.path + "/");
-        condition += " AND path < " + Bind(folder.path + "0") + ")";
-    }
-    return m_folder + " IN (SELECT id FROM folders WHERE " + condition + ")";
+    if (isBelow) return "is_below(" + m_folder + ", " + Bind(folder.path) + ")";
+    return m_folder + " IN (SELECT id FROM folders WHERE path = " + Bind(folder.path) + ")";
 }
 
 std::string CConditionSql::Sql(const CComparison& comparison) {
