@@ -107,7 +107,7 @@ CResult<CIndexDatabase::CConnection> CIndexDatabase::ConnectToIndex(const std::s
 }
 
 ErrorCode CIndexDatabase::Remove(const std::string& folder) {
-    for (const char* suffix : {"", "-wal", "-shm"}) {
+    for (const char* suffix : {"", "-journal", "-wal", "-shm"}) {
         if (::unlink((FileIn(folder) + suffix).c_str()) != 0 && errno != ENOENT) return ErrorFromErrno(errno);
     }
     return ErrorCode::Success;
