@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <fcntl.h>
 
+#include "components/search/text/Problems.h"
+
 namespace quorbel {
 
 namespace {
@@ -43,15 +45,9 @@ CResult<std::string> ReadWhole(int file, std::size_t most) {
     }
 }
 
-CExtractedText ProblemText(std::string problem) {
-    CExtractedText text;
-    text.problem = std::move(problem);
-    return text;
-}
-
 std::optional<CExtractedText> LastingProblem(ErrorCode error) {
     const bool isDenied = error == ErrorCode::AccessDenied || error == ErrorCode::PrivilegeNotHeld;
-    return isDenied ? std::optional(ProblemText("it cannot be read: access is denied")) : std::nullopt;
+    return isDenied ? std::optional(Problem("it cannot be read: access is denied")) : std::nullopt;
 }
 
 }  // namespace quorbel

@@ -17,8 +17,6 @@ CResult<CFileDescriptor> OpenUnchanged(const std::string& path, const CDocumentS
 /// The whole content; FileTooLarge when that is more than `most` bytes.
 CResult<std::string> ReadWhole(int file, std::size_t most);
 
-/// A text that is none, and why.
-CExtractedText ProblemText(std::string problem);
 /// What a failure to open or read a file says of the file; none when it says nothing, but of this moment.
 std::optional<CExtractedText> LastingProblem(ErrorCode error);
 

@@ -8,6 +8,7 @@
 #include "components/search/follow/FileStatus.h"
 #include "components/search/follow/FollowedNames.h"
 #include "components/search/follow/Indexer.h"
+#include "components/search/text/Problems.h"
 #include "platform/folders/FolderWalk.h"
 
 namespace quorbel {
@@ -196,7 +197,7 @@ void CIndexer::TakeIn(CFolderNode& folder, const std::string& name, const CDocum
 
 std::optional<CExtractedText> CIndexer::ReadText(const std::string& path, const CDocumentStamp& stamp) const {
     const auto tooLarge = [] {
-        return ProblemText("it is larger than " + std::to_string(kLargestTextFile >> 20) + " MiB");
+        return Problem("it is larger than " + std::to_string(kLargestTextFile >> 20) + " MiB");
     };
     if (stamp.size > static_cast<std::int64_t>(kLargestTextFile)) return tooLarge();
     const auto file = OpenUnchanged(path, stamp);

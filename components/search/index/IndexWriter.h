@@ -108,7 +108,7 @@ class CIndexWriter {
 };
 
 /// What is known as a document's kind, by the name's extension.
-std::string_view KindOf(std::string_view extension) noexcept;
+std::string_view KindOf(std::string_view extension);
 /// The extension of a file's name, with its ".", in lower case; empty for none.
 std::string ExtensionOf(std::string_view name);
 

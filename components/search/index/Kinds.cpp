@@ -13,10 +13,7 @@ struct CKind {
 };
 
 constexpr std::array kKinds{
-    CKind{
-        "document",
-        " .txt .text .md .markdown .html .htm .xhtml .pdf .docx .docm .dotx .doc .odt .ott .rtf .xlsx .xlsm "
-        ".xls .ods .ots .csv .tsv .pptx .pptm .ppt .odp .otp .odg .epub .tex .log .json .xml .djvu .ps "},
+    CKind{"document", " .doc .rtf .xls .ppt .epub .djvu .ps "},  // and all whose text is read
     CKind{"picture", " .jpg .jpeg .png .gif .tif .tiff .bmp .webp .svg .heic .avif .jp2 .ico .psd .raw "},
     CKind{"music", " .mp3 .flac .ogg .oga .wav .m4a .aac .opus .aif .aiff .mid .wma "},
     CKind{"video", " .mp4 .mkv .webm .mov .avi .mpg .mpeg .m4v .ogv .wmv .mts "},
@@ -27,8 +24,9 @@ constexpr std::array kKinds{
 
 }  // namespace
 
-std::string_view KindOf(std::string_view extension) noexcept {
+std::string_view KindOf(std::string_view extension) {
     if (extension.empty()) return "other";
+    if (TextFormatOf("name" + std::string(extension)) != TextFormat::None) return "document";
     for (const CKind& kind : kKinds) {
         for (std::size_t at = kind.extensions.find(extension); at != std::string_view::npos;
              at = kind.extensions.find(extension, at + 1)) {

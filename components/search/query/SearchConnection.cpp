@@ -36,13 +36,13 @@ HRESULT CSearchConnection::Open(const std::string& folder, const CSearchOptions&
                                 std::unique_ptr<IConnection>& connection) {
     auto index = CIndexDatabase::Open(folder, CIndexDatabase::Access::Read);
     if (!index.IsOk()) {
-        const std::uint32_t error = ToNumber(index.Error());
-        const auto message = SystemMessage(error);
+        const auto message = SystemMessage(ToNumber(index.Error()));
         SetErrorInfo(index.Error() == ErrorCode::FileNotFound
                          ? L"There is no search index yet."
                          : L"The search index cannot be opened: " +
                                message.value_or(L"for an unknown reason."));
-        return HResultFromWin32(error);
+        // Its files are nothing that a caller has asked for, or might be refused.
+        return E_FAIL;
     }
     std::unique_ptr<CSearchConnection> opened(
         new CSearchConnection(std::move(index).Value(), options, clock));
