@@ -12,7 +12,7 @@
 #include "LibService/Status.h"
 #include "LibService/TraceLogger.h"
 #include "LibService/TraceRing.h"
-#include "LibService/TraceText.h"
+#include "LibService/trace/TraceText.h"
 #include "platform/Clock.h"
 #include "platform/Lock.h"
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "LibService/TraceText.h"
+#include "LibService/trace/TraceText.h"
 
 namespace quorbel {
 

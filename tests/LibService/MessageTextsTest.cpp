@@ -1,5 +1,5 @@
 #include "LibService/MessageIds.h"
-#include "LibService/TraceText.h"
+#include "LibService/trace/TraceText.h"
 #include "platform/messages/MessageModule.h"
 
 namespace quorbel {

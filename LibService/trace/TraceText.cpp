@@ -1,4 +1,4 @@
-#include "LibService/TraceText.h"
+#include "LibService/trace/TraceText.h"
 
 #include <cmath>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "LibService/TraceText.h"
+#include "LibService/trace/TraceText.h"
 
 namespace quorbel {
 namespace {
