@@ -48,7 +48,7 @@ CStatus CWinService::CreateWork() {
     auto close = CEvent::Create(EventReset::Manual);
     if (!close.IsOk()) return SystemError(close.Error());
     m_close = std::move(close).Value();
-    auto threads = CThreadSet::Create(m_host.clock);
+    auto threads = CThreadSet::Create(m_host.clock, m_host.startThread);
     if (!threads.IsOk()) return SystemError(threads.Error());
     m_threads = std::move(threads).Value();
     auto work = CWorkItems::Create(*m_threads);

@@ -42,7 +42,9 @@ class CWinService : public CWinApp, public CTraceLoggable {
         /// Whether the service manager started this process.
         bool isStartedByManager = false;
         /// Has the event set when the user or the system asks the process to stop.
-        std::function<ErrorCode(std::shared_ptr<CEvent>)> setOnStopSignals;
+        std::function<ErrorCode(std::shared_ptr<CEvent>)> setOnStopSignals = {};
+        /// Starts the threads of the service's work.
+        CThreadSet::Starter startThread = {};
         /// Shows the activity of the running service of that name as text, until `close` is set; empty when
         /// there is nothing that could.
         std::function<CStatus(const std::wstring& serviceName, CEvent& close)> showActivityAsText = {};

@@ -3,6 +3,7 @@
 #include "LibService/NoServiceDialogs.h"
 #include "platform/StopSignals.h"
 #include "platform/Text.h"
+#include "platform/Thread.h"
 #include "platform/eventlog/EventSink.h"
 #include "platform/service_manager/SystemdManager.h"
 #include "service/HttpServiceApp.h"
@@ -34,7 +35,8 @@ int RunApplication(std::vector<std::wstring> parameters) {
                                  .output = std::cout,
                                  .errors = std::cerr,
                                  .isStartedByManager = StartedByServiceManager(),
-                                 .setOnStopSignals = SetOnStopSignals},
+                                 .setOnStopSignals = SetOnStopSignals,
+                                 .startThread = StartThread},
                                 environment, {.apiServer = {}});
     return application.Execute();
 }
