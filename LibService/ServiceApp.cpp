@@ -45,7 +45,10 @@ CStatus CServiceApp::Start() {
 }
 
 CStatus CServiceApp::RunMainWork() try {
-    if (m_items.apiServer) RETURN_IF_FAILED(Work().Run(m_items.apiServer, "APIServer"));
+    if (m_items.apiServer) {
+        const auto serve = [this](CEvent& stop) { return m_items.apiServer(*this, stop); };
+        RETURN_IF_FAILED(Work().Run(serve, "APIServer"));
+    }
     m_trace.Trace(*this, trace::kRunRoutine);
     return Run();
 } catch (const std::exception& exception) {

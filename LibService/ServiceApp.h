@@ -12,7 +12,9 @@ class CServiceApp : public CWinService {
  public:
     /// Work items beside the routine, each ended by the service's stop event; empty ones are left out.
     struct CItems {
-        CWorkItems::Work apiServer;  ///< accepts connections to the service's API
+        /// Accepts connections to the service's API and has each served (StartApiConnection) until `stop` is
+        /// set.
+        std::function<CStatus(CServiceApp& service, CEvent& stop)> apiServer;
     };
 
     /// `trace` outlives the object.

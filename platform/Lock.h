@@ -31,6 +31,7 @@ enum class LockRank : std::uint8_t {
     ThreadSet = 65,         ///< which threads of a set are idle; held while one is chosen or started
     ServiceStatus = 67,     ///< the state that the service manager was told; held while it is told
     EventLog = 70,
+    TraceSaving = 78,  ///< the folder of trace files; held while they are written
     TraceLogger = 80,
     ConsoleEcho = 85,
     Registry = 90,

@@ -6,9 +6,7 @@
 #include "platform/Program.h"
 #include "platform/Root.h"
 #include "platform/Terminal.h"
-#include "platform/Text.h"
 #include "platform/eventlog/EventSink.h"
-#include "service/QuorbelHTTPService.h"
 
 namespace quorbel {
 

@@ -5,7 +5,9 @@
 
 #include "LibService/ServiceLogger.h"
 #include "LibService/ServicePreparation.h"
+#include "platform/Text.h"
 #include "platform/registry/Key.h"
+#include "service/QuorbelHTTPService.h"
 
 namespace quorbel {
 
@@ -28,7 +30,7 @@ class CServiceEnvironment final : public IServicePreparation {
     CStatus LoadTraceMessages();
     CStatus EchoToTerminal();
 
-    CServiceLogger m_trace;
+    CServiceLogger m_trace{ToUtf8(CQuorbelHTTPService::kServiceName)};
     std::filesystem::path m_root;  // empty until it is known
     std::shared_ptr<IRegistry> m_registry;
     std::shared_ptr<IKey> m_localMachine;

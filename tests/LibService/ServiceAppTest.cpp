@@ -146,7 +146,7 @@ TEST_F(ServiceAppTest, WaitsForEveryItemThatRunsBesideTheRoutine) {
         ++ended;
         return CStatus();
     };
-    m_items.apiServer = item;
+    m_items.apiServer = [&item](CServiceApp&, CEvent& stop) { return item(stop); };
     EXPECT_EQ(Execute([&](CRoutineApp& app) {
                   EXPECT_TRUE(app.StartApiConnection(item).IsOk());
                   app.Stop();
@@ -157,7 +157,7 @@ TEST_F(ServiceAppTest, WaitsForEveryItemThatRunsBesideTheRoutine) {
 }
 
 TEST_F(ServiceAppTest, GoesOnWithoutAnItemThatFails) {
-    m_items.apiServer = [](CEvent&) { return SystemError(ErrorCode::AccessDenied); };
+    m_items.apiServer = [](CServiceApp&, CEvent&) { return SystemError(ErrorCode::AccessDenied); };
     EXPECT_EQ(Execute([](CRoutineApp& app) {
                   app.Stop();
                   return CStatus();
