@@ -48,8 +48,6 @@ RestrictRealtime=yes
 RestrictSUIDSGID=yes
 LockPersonality=yes
 MemoryDenyWriteExecute=yes
-RemoveIPC=yes
-KeyringMode=private
 
 # What services call, what the reader of documents confines itself with, and what the writer of crash dumps reads the
 # service with. Everything else answers "not permitted".
