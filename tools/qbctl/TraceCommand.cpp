@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "LibService/api/ServiceApiClient.h"
+#include "LibService/api/RecordFollower.h"
 #include "LibService/trace/TraceFileReader.h"
 #include "platform/File.h"
 #include "platform/Root.h"
@@ -50,52 +50,6 @@ ExitCode AddRecords(const std::wstring& path, const CTraceFilter& filter,
                 std::to_wstring(content.damage->offset) + L" cannot be read; " +
                 std::to_wstring(content.records.size()) + L" records could be.");
 }
-
-/// The live records of a service.
-class CFollower {
- public:
-    CFollower(CServiceApiClient& client, const CTraceFilter& filter, const CTraceView& view, CEvent& stop)
-        : m_client(client), m_filter(filter), m_view(view), m_stop(stop) {}
-
-    /// Shows the last `lines` records and then what comes, until the service ends or `stop` is set.
-    ErrorCode Follow(std::uint64_t lines) {
-        const auto now = m_client.ReadRecords(~std::uint64_t{0}, kNoWait, m_stop);
-        if (!now.IsOk()) return now.Error();
-        std::uint64_t first = now.Value().next - std::min(now.Value().next, lines);
-        for (;;) {
-            const auto records = m_client.ReadRecords(first, kWait, m_stop);
-            if (!records.IsOk()) return records.Error();
-            for (const CServiceRecord& record : records.Value().records) {
-                const ErrorCode error = Show(record);
-                if (error != ErrorCode::Success) return error;
-                first = record.number + 1;
-            }
-            if (std::fflush(stdout) != 0) return ErrorCode::WriteFault;
-        }
-    }
-
- private:
-    static constexpr std::chrono::milliseconds kNoWait{0};
-    static constexpr std::chrono::milliseconds kWait{60'000};
-
-    ErrorCode Show(const CServiceRecord& record) {
-        auto name = m_names.find(record.object);
-        if (name == m_names.end()) {
-            const auto asked = m_client.ObjectName(record.object, m_stop);
-            if (!asked.IsOk() && asked.Error() != ErrorCode::NotFound) return asked.Error();
-            name = m_names.emplace(record.object, asked.IsOk() ? asked.Value() : "?").first;
-        }
-        const CShownRecord shown{record.number, record.time, record.id, name->second, record.arguments};
-        if (m_filter.Passes(shown)) m_view.Show(shown);
-        return ErrorCode::Success;
-    }
-
-    CServiceApiClient& m_client;
-    const CTraceFilter& m_filter;
-    const CTraceView& m_view;
-    CEvent& m_stop;
-    std::map<std::uint64_t, std::string> m_names;
-};
 
 std::optional<std::uint64_t> LinesOf(const CArguments& arguments) {
     const std::wstring* const text = arguments.Value(L"--lines");
@@ -151,8 +105,14 @@ ExitCode TraceFollow(const CArguments& arguments) {
     if (!stop.IsOk()) return Fail(L"No event can be made", stop.Error());
     if (const ErrorCode error = SetOnStopSignals(stop.Value()); error != ErrorCode::Success)
         return Fail(L"The signals cannot be set up", error);
-    CFollower follower(*client.Value(), std::get<CTraceFilter>(filter), view.Value(), *stop.Value());
-    const ErrorCode ended = follower.Follow(*lines);
+    const auto show = [&](const std::vector<CNamedRecord>& records) {
+        for (const auto& [record, object] : records) {
+            const CShownRecord shown{record.number, record.time, record.id, object, record.arguments};
+            if (std::get<CTraceFilter>(filter).Passes(shown)) view.Value().Show(shown);
+        }
+        return std::fflush(stdout) == 0 ? ErrorCode::Success : ErrorCode::WriteFault;
+    };
+    const ErrorCode ended = CRecordFollower(*client.Value(), *stop.Value()).Follow(*lines, show);
     if (ended == ErrorCode::Cancelled) return ExitCode::Success;
     if (ended == ErrorCode::BrokenPipe) return Fail(L"The service has ended.");
     return Fail(L"The service's records cannot be read", ended);
