@@ -29,8 +29,8 @@ void PutEntry(const CTraceEntry& entry, std::uint64_t key, std::vector<std::uint
     data.insert(data.end(), entry.arguments.begin(), entry.arguments.end());
 }
 
-/// Adds the records of a block from `next` on while there is room, and moves `next` past them. False when the room
-/// is at its end.
+/// Adds the records of a block from `next` on while there is room, and moves `next` past them. False when the
+/// room is at its end.
 bool PutEntries(const CTraceSnapshot& snapshot, std::size_t room, CSharedMemory::CShare& share,
                 std::uint64_t& next, std::vector<std::uint8_t>& data) {
     CTraceImageReader reader(snapshot.block.image, snapshot.block.first);
@@ -87,8 +87,7 @@ CStatus CServiceAPIConnection::Ended(ErrorCode error) {
 CStatus CServiceAPIConnection::Serve(CEvent& stop) {
     while (!m_isDisconnected) {
         CSharedMemory::CShare share(m_context->memory);
-        auto message =
-            m_pipe->ReadMessage(stop, [&share](std::size_t size) { return share.MayHold(size); });
+        auto message = m_pipe->ReadMessage(stop, [&share](std::size_t size) { return share.MayHold(size); });
         if (!message.IsOk()) return Ended(message.Error());
         RETURN_IF_FAILED(Answer(message.Value(), share, stop));
     }
@@ -103,9 +102,9 @@ CStatus CServiceAPIConnection::Answer(Bytes& message, CSharedMemory::CShare& sha
     }
     if (message.size() < kSmallestRequest) return {};
     if (message.size() - kSmallestRequest != Get(message, kInputLength, 4)) return {};
-    CRequest request{message, Get(message, kRequestId, 8),
-                     static_cast<std::uint32_t>(Get(message, kControlCode, 4)),
-                     static_cast<std::size_t>(std::min<std::uint64_t>(Get(message, kOutputLength, 4), kMostData))};
+    CRequest request{
+        message, Get(message, kRequestId, 8), static_cast<std::uint32_t>(Get(message, kControlCode, 4)),
+        static_cast<std::size_t>(std::min<std::uint64_t>(Get(message, kOutputLength, 4), kMostData))};
     if ((request.code & kAdministratorBit) != 0 && !*m_isAdministrator)
         return Reply(request, kAccessDenied, {}, 0, stop);
     return Dispatch(request, share, stop);
@@ -120,11 +119,11 @@ CStatus CServiceAPIConnection::Dispatch(CRequest& request, CSharedMemory::CShare
     return Reply(request, kInvalidParameter, area.first(held), request.room - held, stop);
 }
 
-CStatus CServiceAPIConnection::AnswerRecords(const CRequest& request, CSharedMemory::CShare& share, CEvent& stop) {
+CStatus CServiceAPIConnection::AnswerRecords(const CRequest& request, CSharedMemory::CShare& share,
+                                             CEvent& stop) {
     const CServiceLogger& trace = m_context->trace;
     const auto area = request.DataArea();
-    const auto end =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(Get(area, kWaitTime, 4));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(Get(area, kWaitTime, 4));
     std::uint64_t oldest = trace.OldestRecord();
     std::uint64_t next = std::max(Get(area, kFirstRecord, 8), oldest);
     Bytes data(kEntries);
@@ -146,8 +145,8 @@ CStatus CServiceAPIConnection::AnswerRecords(const CRequest& request, CSharedMem
 }
 
 /// True when a record arrived, which need not be the one that is waited for.
-CResult<bool> CServiceAPIConnection::AwaitRecord(std::uint64_t number, std::chrono::steady_clock::time_point end,
-                                                 CEvent& stop) {
+CResult<bool> CServiceAPIConnection::AwaitRecord(std::uint64_t number,
+                                                 std::chrono::steady_clock::time_point end, CEvent& stop) {
     const auto arrives = m_context->trace.RecordArrives(number);
     if (!arrives.IsOk()) return arrives.Error();
     if (!arrives.Value()) return true;
@@ -183,8 +182,8 @@ CStatus CServiceAPIConnection::Reply(const CRequest& request, std::uint32_t stat
 }
 
 CServiceAPIListener::CServiceAPIListener(const std::filesystem::path& pipes, std::wstring_view serviceName,
-                                         std::string administrators, const CServiceLogger& trace, IClock& clock,
-                                         Starter starter)
+                                         std::string administrators, const CServiceLogger& trace,
+                                         IClock& clock, Starter starter)
     : m_pipes(pipes),
       m_name(PipeName(serviceName)),
       m_clock(clock),

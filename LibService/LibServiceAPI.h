@@ -16,7 +16,8 @@
 
 namespace quorbel {
 
-/// Memory that the connections of one server share for what is larger than usual. Safe to use from any thread.
+/// Memory that the connections of one server share for what is larger than usual. Safe to use from any
+/// thread.
 class CSharedMemory {
  public:
     static constexpr std::size_t kMost = 64 << 20;  ///< bytes
@@ -58,8 +59,8 @@ class CServiceAPIConnection {
     CServiceAPIConnection(const CServiceAPIConnection&) = delete;
     CServiceAPIConnection& operator=(const CServiceAPIConnection&) = delete;
 
-    /// Answers requests until the client leaves or sends what is no message, or `stop` is set; none of these is a
-    /// failure.
+    /// Answers requests until the client leaves or sends what is no message, or `stop` is set; none of these
+    /// is a failure.
     virtual CStatus Serve(CEvent& stop);
 
  private:

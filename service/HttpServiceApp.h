@@ -14,8 +14,7 @@ namespace quorbel {
 class CHttpServiceApp final : public CServiceApp {
  public:
     /// `environment` outlives the object, and is what `host` is prepared by.
-    CHttpServiceApp(std::vector<std::wstring> parameters, CHost host, CServiceEnvironment& environment,
-                    CItems items);
+    CHttpServiceApp(std::vector<std::wstring> parameters, CHost host, CServiceEnvironment& environment);
 
     CStatus Run() override;
     int ExitInstance() override;

@@ -39,15 +39,19 @@ CStatus CServiceEnvironment::RegisterEventSource() {
 }
 
 CStatus CServiceEnvironment::SetUpTracing() {
-    RETURN_IF_FAILED(LoadTraceMessages());
+    RETURN_IF_FAILED(StartTracing());
     return EchoToTerminal();
 }
 
-CStatus CServiceEnvironment::LoadTraceMessages() {
+CStatus CServiceEnvironment::StartTracing() {
     const auto program = ProgramPath();
     if (!program.IsOk()) return SystemError(program.Error());
-    const std::string module = "Trc" + ToUtf8(CQuorbelHTTPService::kServiceName) + ".dll";
-    return m_trace.LoadMessages(program.Value().parent_path() / module);
+    RETURN_IF_FAILED(LoadTraceModule(m_trace, *m_localMachine, CQuorbelHTTPService::kServiceName,
+                                     program.Value().parent_path()));
+    m_traceSettings = CTraceSettings::Read(*m_localMachine, CQuorbelHTTPService::kDisplayName, m_root);
+    m_trace.SetLevelMask(m_traceSettings.mask);
+    m_trace.SetRecordSpan(m_traceSettings.span);
+    return m_trace.StartSaving(m_traceSettings.folder);
 }
 
 CStatus CServiceEnvironment::EchoToTerminal() {

@@ -5,6 +5,7 @@
 
 #include "LibService/ServiceLogger.h"
 #include "LibService/ServicePreparation.h"
+#include "LibService/TraceSettings.h"
 #include "platform/Text.h"
 #include "platform/registry/Key.h"
 #include "service/QuorbelHTTPService.h"
@@ -20,6 +21,9 @@ class CServiceEnvironment final : public IServicePreparation {
     CStatus SetUpTracing() override;
 
     CServiceLogger& Trace() noexcept { return m_trace; }
+    const CServiceLogger& Trace() const noexcept { return m_trace; }
+    /// From SetUpTracing on.
+    const CTraceSettings& TraceSettings() const noexcept { return m_traceSettings; }
 
     // From RegisterEventSource on:
     const std::filesystem::path& Root() const noexcept { return m_root; }
@@ -27,10 +31,11 @@ class CServiceEnvironment final : public IServicePreparation {
     const std::shared_ptr<IKey>& LocalMachine() const noexcept { return m_localMachine; }
 
  private:
-    CStatus LoadTraceMessages();
+    CStatus StartTracing();
     CStatus EchoToTerminal();
 
     CServiceLogger m_trace{ToUtf8(CQuorbelHTTPService::kServiceName)};
+    CTraceSettings m_traceSettings;
     std::filesystem::path m_root;  // empty until it is known
     std::shared_ptr<IRegistry> m_registry;
     std::shared_ptr<IKey> m_localMachine;

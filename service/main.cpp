@@ -1,6 +1,9 @@
 #include <iostream>
 
+#include "LibService/ActivityText.h"
 #include "LibService/NoServiceDialogs.h"
+#include "platform/Program.h"
+#include "platform/Root.h"
 #include "platform/StopSignals.h"
 #include "platform/Text.h"
 #include "platform/Thread.h"
@@ -16,6 +19,15 @@ std::vector<std::wstring> Parameters(int count, char** arguments) {
     std::vector<std::wstring> parameters;
     for (int i = 1; i < count; ++i) parameters.push_back(FromUtf8(arguments[i]));
     return parameters;
+}
+
+CStatus ShowActivity(const std::wstring& serviceName, CEvent& close) {
+    const auto root = OpenRootFolder();
+    if (!root.IsOk()) return SystemError(root.Error(), L"root folder");
+    const auto program = ProgramPath();
+    if (!program.IsOk()) return SystemError(program.Error());
+    const auto module = program.Value().parent_path() / ("Trc" + ToUtf8(serviceName) + ".dll");
+    return ShowActivityAsText(root.Value(), module, serviceName, close);
 }
 
 /// Chooses what the application stands on, and runs it.
@@ -36,8 +48,9 @@ int RunApplication(std::vector<std::wstring> parameters) {
                                  .errors = std::cerr,
                                  .isStartedByManager = StartedByServiceManager(),
                                  .setOnStopSignals = SetOnStopSignals,
-                                 .startThread = StartThread},
-                                environment, {.apiServer = {}});
+                                 .startThread = StartThread,
+                                 .showActivityAsText = ShowActivity},
+                                environment);
     return application.Execute();
 }
 

@@ -15,7 +15,8 @@ std::uint64_t Get(std::span<const std::uint8_t> bytes, std::size_t offset, std::
 }
 
 void Put(std::span<std::uint8_t> bytes, std::size_t offset, std::uint64_t number, std::size_t size) noexcept {
-    for (std::size_t i = 0; i < size; ++i, number >>= 8) bytes[offset + i] = static_cast<std::uint8_t>(number);
+    for (std::size_t i = 0; i < size; ++i, number >>= 8)
+        bytes[offset + i] = static_cast<std::uint8_t>(number);
 }
 
 }  // namespace quorbel::service_api

@@ -33,8 +33,8 @@ inline constexpr std::size_t kOutputLength = 32;
 inline constexpr std::size_t kDataArea = 36;
 inline constexpr std::size_t kSmallestRequest = 176;
 
-// In the data area of a request for records: the first number wanted (8), how long to wait in ms (4). In that of
-// the answer: the number of the next record, then the entries.
+// In the data area of a request for records: the first number wanted (8), how long to wait in ms (4). In that
+// of the answer: the number of the next record, then the entries.
 inline constexpr std::size_t kFirstRecord = 8;
 inline constexpr std::size_t kWaitTime = 16;
 inline constexpr std::size_t kEntries = 8;
@@ -43,7 +43,8 @@ inline constexpr std::size_t kObjectKey = 0;
 inline constexpr std::size_t kObjectName = 8;
 inline constexpr std::size_t kObjectNameSize = 16;
 
-// An entry: number (8), time (8), trace identifier (4), 4 zeros, object key (8), length (4), 4 zeros, arguments.
+// An entry: number (8), time (8), trace identifier (4), 4 zeros, object key (8), length (4), 4 zeros,
+// arguments.
 inline constexpr std::size_t kEntrySize = 40;
 
 // A reply: the request's identifier (8), status (4), data length (4), the data, 8 zeros.

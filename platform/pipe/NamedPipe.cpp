@@ -18,8 +18,8 @@ namespace {
 constexpr std::size_t kLengthSize = 4;
 constexpr mode_t kEverybody = 0666;
 
-/// The address of a name in an open folder: by way of the folder's descriptor, as a whole path may be longer than
-/// an address holds.
+/// The address of a name in an open folder: by way of the folder's descriptor, as a whole path may be longer
+/// than an address holds.
 CResult<sockaddr_un> AddressOf(const CFileDescriptor& folder, std::string_view name) {
     const std::string path = "/proc/self/fd/" + std::to_string(folder.Get()) + '/' + std::string(name);
     sockaddr_un address{};
@@ -122,7 +122,8 @@ CResult<bool> CPipeConnection::WaitFor(const CEvent& event, CEvent& stop, std::c
         std::array<pollfd, 3> entries{{{stop.Descriptor(), POLLIN, 0},
                                        {event.Descriptor(), POLLIN, 0},
                                        {m_socket.Get(), POLLRDHUP, 0}}};
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         const auto most = std::chrono::milliseconds(1000 * 3600);
         const int ready = ::poll(entries.data(), entries.size(),
                                  static_cast<int>(std::clamp(left, left.zero(), most).count()));
@@ -185,8 +186,8 @@ CResult<std::vector<std::uint8_t>> CPipeConnection::ReadMessage(CEvent& stop) {
     return ReadMessage(stop, [](std::size_t) { return true; });
 }
 
-ErrorCode CPipeConnection::WriteMessage(std::initializer_list<std::span<const std::uint8_t>> parts, CEvent& stop,
-                                        std::size_t zeros, std::span<const std::uint8_t> last) {
+ErrorCode CPipeConnection::WriteMessage(std::initializer_list<std::span<const std::uint8_t>> parts,
+                                        CEvent& stop, std::size_t zeros, std::span<const std::uint8_t> last) {
     std::size_t length = zeros + last.size();
     for (const auto& part : parts) length += part.size();
     if (length > kMostMessage) return ErrorCode::FileTooLarge;
@@ -199,7 +200,8 @@ ErrorCode CPipeConnection::WriteMessage(std::initializer_list<std::span<const st
     static constexpr std::array<std::uint8_t, kFirstBuffer> kZeros{};
     while (zeros != 0) {
         const std::size_t count = std::min(zeros, kZeros.size());
-        if (const ErrorCode error = Write(std::span(kZeros).first(count), stop); error != ErrorCode::Success) return error;
+        if (const ErrorCode error = Write(std::span(kZeros).first(count), stop); error != ErrorCode::Success)
+            return error;
         zeros -= count;
     }
     return Write(last, stop);
@@ -208,7 +210,8 @@ ErrorCode CPipeConnection::WriteMessage(std::initializer_list<std::span<const st
 CResult<bool> CPipeConnection::PeerIsAdministrator(const std::string& group) const {
     ucred peer{};
     socklen_t size = sizeof peer;
-    if (::getsockopt(m_socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return ErrorFromErrno(errno);
+    if (::getsockopt(m_socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+        return ErrorFromErrno(errno);
     if (peer.uid == 0) return true;
     const auto wanted = group.empty() ? std::nullopt : FindGroup(group);
     if (!wanted) return false;

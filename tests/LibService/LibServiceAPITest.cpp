@@ -1,11 +1,10 @@
-#include "LibService/LibServiceAPI.h"
-
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
 
+#include "LibService/LibServiceAPI.h"
 #include "LibService/WorkItems.h"
 #include "LibService/api/ServiceApiClient.h"
 #include "LibService/api/ServiceApiMessages.h"
@@ -216,7 +215,8 @@ TEST_F(LibServiceAPI, StartsAgainFromTheOldestRecordWhenTheWantedOneIsGone) {
     const auto client = Client();
     const auto other = Connect();
     // Waits for a record far ahead; meanwhile the oldest ones go.
-    ASSERT_EQ(other->WriteMessage({RecordsRequest(1'000'000, 0xFFFFFFFF, 4096)}, *m_never), ErrorCode::Success);
+    ASSERT_EQ(other->WriteMessage({RecordsRequest(1'000'000, 0xFFFFFFFF, 4096)}, *m_never),
+              ErrorCode::Success);
     while (m_trace.OldestRecord() == 0) Trace(100);
     EXPECT_GT(Get(Data(other->ReadMessage(*m_never).Value()), kEntries, 8), 0U);
     const auto records = client->ReadRecords(0, milliseconds(0), *m_never);
@@ -252,7 +252,8 @@ TEST_F(LibServiceAPI, StopsWithClientsInEveryState) {
     Trace(20'000);
     const auto silent = Connect();
     const auto waiting = Connect();
-    ASSERT_EQ(waiting->WriteMessage({RecordsRequest(1'000'000, 0xFFFFFFFF, 100)}, *m_never), ErrorCode::Success);
+    ASSERT_EQ(waiting->WriteMessage({RecordsRequest(1'000'000, 0xFFFFFFFF, 100)}, *m_never),
+              ErrorCode::Success);
     const auto slow = Connect();  // asks for everything again and again and never reads
     for (int i = 0; i < 8; ++i) {
         ASSERT_EQ(slow->WriteMessage({RecordsRequest(0, 0, 0xFFFFFFFF)}, *m_never), ErrorCode::Success);

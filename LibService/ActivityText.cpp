@@ -1,0 +1,43 @@
+#include "LibService/ActivityText.h"
+
+#include "LibService/api/RecordFollower.h"
+#include "LibService/trace/TraceText.h"
+#include "platform/Terminal.h"
+#include "platform/Text.h"
+#include "platform/VisibleText.h"
+
+namespace quorbel {
+
+namespace {
+
+/// Records before the first new one that the view begins with.
+constexpr std::uint64_t kFirstLines = 100;
+
+std::string LineOf(const CNamedRecord& record, const CTraceTexts& texts) {
+    const auto values = DecodeArguments(record.record.arguments);
+    const std::wstring text = texts.Find(record.record.id).Render(values.value_or(std::vector<TraceValue>()));
+    return ToVisibleUtf8(FromUtf8(record.object) + L": " + text) + "\n";
+}
+
+}  // namespace
+
+CStatus ShowActivityAsText(const std::filesystem::path& root, const std::filesystem::path& module,
+                           const std::wstring& serviceName, CEvent& close) {
+    const auto messages = CMessageModule::Load(module);
+    if (!messages.IsOk()) return SystemError(messages.Error(), FromUtf8(module.native()));
+    const CTraceTexts texts(*messages.Value());
+    const auto client = CServiceApiClient::Connect(root, serviceName);
+    if (!client.IsOk()) return SystemError(client.Error(), L"the service does not run");
+    const auto writer = CTerminalWriter::Open(kStandardOutput);
+    if (!writer.IsOk()) return SystemError(writer.Error(), L"standard output");
+    const auto show = [&](const std::vector<CNamedRecord>& records) {
+        std::string lines;
+        for (const CNamedRecord& record : records) lines += LineOf(record, texts);
+        return writer.Value()->Write(lines, close);
+    };
+    const ErrorCode ended = CRecordFollower(*client.Value(), close).Follow(kFirstLines, show);
+    if (ended == ErrorCode::Cancelled) return {};
+    return SystemError(ended, ended == ErrorCode::BrokenPipe ? L"the service has ended" : L"service API");
+}
+
+}  // namespace quorbel
