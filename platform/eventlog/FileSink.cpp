@@ -76,6 +76,15 @@ class CFileSink final : public IEventSink {
         return;  // out of memory: the entry is dropped
     }
 
+    void WriteLastWords(const CLastWords& words) noexcept override {
+        const CLastWordsText line = ToJsonLine(words);
+        m_file.AppendLastWords(line.View());
+        if (!m_echo) return;
+        pollfd entry{STDERR_FILENO, POLLOUT, 0};
+        if (::poll(&entry, 1, 0) == 1 && (entry.revents & POLLOUT) != 0)
+            Ignore(::write(STDERR_FILENO, line.View().data(), line.View().size()));
+    }
+
  private:
     CEventFile m_file;
     std::optional<CErrorEcho> m_echo;
