@@ -56,6 +56,7 @@ class CrashReports : public testing::Test {
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
 
+    /// With the real helper, if a process may be traced here at all.
     int Run(const std::string& scenario) { return Run(scenario, kRealHelper); }
 
     /// A program in the folder that stands for the helper and writes its arguments down.
@@ -213,6 +214,88 @@ TEST_F(CrashReports, TwoFaultsAtOnceEndWell) {
     std::filesystem::remove(m_folder / "events.jsonl");
     EXPECT_EQ(Run("caught and uncaught", RecordingHelper()), 1);
     EXPECT_THAT(EventIds(), testing::Contains(message::kUnhandledFault).Times(1));
+}
+
+/// What the debugger says of a dump.
+std::string Debug(const std::filesystem::path& dump, const std::string& commands) {
+    const std::string command = "DEBUGINFOD_URLS= gdb -nx -batch " + commands +
+                                " '" QUORBEL_FAULTY_PROGRAM "' '" + dump.native() + "' 2>&1";
+    const std::unique_ptr<FILE, int (*)(FILE*)> output(::popen(command.c_str(), "r"), ::pclose);
+    std::string text;
+    for (std::array<char, 4096> some;
+         const std::size_t read = ::fread(some.data(), 1, some.size(), output.get());)
+        text.append(some.data(), read);
+    return text;
+}
+
+TEST_F(CrashReports, ADumpOpensAtTheFaultWithEveryThread) {
+    ASSERT_EQ(Run("on a thread"), 0);
+    const auto dumps = Dumps();
+    ASSERT_EQ(dumps.size(), 1U);
+    EXPECT_EQ(std::filesystem::status(dumps[0]).permissions(), std::filesystem::perms(0600));
+    const std::string text = Debug(
+        dumps[0],
+        "-ex 'bt' -ex 'print $_siginfo.si_signo' -ex 'info sharedlibrary' -ex 'thread apply all bt 30'");
+    EXPECT_THAT(text, HasSubstr("#0  0x"));
+    EXPECT_THAT(text, MatchesRegex("(.|\n)*\n#0 [^\n]* quorbel::WriteToNull \\(\\)(.|\n)*"));
+    EXPECT_THAT(text, HasSubstr("Try(")) << "the stack above";
+    EXPECT_THAT(text, HasSubstr("$1 = 11"));
+    EXPECT_THAT(text, HasSubstr("libstdc++.so"));
+    EXPECT_THAT(text, HasSubstr("CCrashReports::RunHelper")) << "of another thread";
+    EXPECT_THAT(text, HasSubstr("main (count=5")) << "of the one that waits";
+}
+
+TEST_F(CrashReports, ACallOfNothingIsSeenWithItsCaller) {
+    ASSERT_EQ(Run("call"), 0);
+    ASSERT_EQ(Dumps().size(), 1U);
+    EXPECT_THAT(Debug(Dumps()[0], "-ex 'bt 2'"),
+                MatchesRegex("(.|\n)*#0  0x0000000000000000 in .*\n#1 [^\n]* quorbel::CallNull (.|\n)*"));
+}
+
+TEST_F(CrashReports, ADumpOfWhatEndsTheProcessIsWhole) {
+    for (const char* const scenario : {"library", "noexcept", "overflow uncaught", "parameter uncaught"}) {
+        SCOPED_TRACE(scenario);
+        for (const auto& dump : Dumps()) std::filesystem::remove(dump);
+        ASSERT_EQ(Run(scenario), 1);
+        ASSERT_EQ(Dumps().size(), 1U);
+        EXPECT_THAT(Debug(Dumps()[0], "-ex 'bt -3'"),
+                    HasSubstr(scenario == std::string("overflow uncaught") ? "clone" : "main (count=5"));
+    }
+}
+
+TEST_F(CrashReports, ThreadsMayEndWhileTheyAreLookedAt) {
+    EXPECT_EQ(Run("crowd"), 0);
+    EXPECT_EQ(Dumps().size(), 5U);
+    EXPECT_EQ(m_events.size(), 5U);
+}
+
+TEST_F(CrashReports, AFullDiskLeavesNoPartOfADump) {
+    EXPECT_EQ(Run("write", Helper("ulimit -f 16\nexec '" + kRealHelper + "' \"$@\" 2> '" +
+                                  (m_folder / "said").native() + "'\n")),
+              0);
+    EXPECT_THAT(ReadFile(m_folder / "said"), MatchesRegex("QbMiniDump: .*\\.dmp: .*\n"));
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder.Path()))
+        EXPECT_THAT(entry.path().filename().native(), Not(HasSubstr(".dmp")));
+}
+
+TEST_F(CrashReports, TheHelperSaysWhatItCannotFind) {
+    const std::string process = std::to_string(::getpid());
+    std::ostringstream own;
+    own << std::hex << ::getpid();
+    const std::pair<std::string, std::string> kWrong[] = {
+        {"-p 7FFFFFFF -t 1 -e 0x0", "there is no process 2147483647"},
+        {"-p " + own.str() + " -t 1 -e 0x0", "process " + process + " has no thread 1"},
+        {"-p " + own.str() + " -t " + own.str() + " -e 0x10", "no fault is described at the address given"},
+    };
+    for (const auto& [arguments, message] : kWrong) {
+        const std::string command =
+            kRealHelper + " " + arguments + " -f '" + (m_folder / "x.dmp").native() + "' 2>&1";
+        const std::unique_ptr<FILE, int (*)(FILE*)> output(::popen(command.c_str(), "r"), ::pclose);
+        std::string text(1000, '\0');
+        text.resize(::fread(text.data(), 1, text.size(), output.get()));
+        EXPECT_EQ(text, "QbMiniDump: " + message + "\n");
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(m_folder.Path()));
 }
 
 }  // namespace

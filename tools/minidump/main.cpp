@@ -1,6 +1,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "platform/StopSignals.h"
 #include "platform/Text.h"
 #include "tools/minidump/CoreFile.h"
 #include "tools/minidump/DumpArguments.h"
@@ -71,5 +72,7 @@ int main(int count, char** arguments) {
         std::cerr << "QbMiniDump: " << *wrong << "\n" << kUsage;
         return kWrongUse;
     }
+    // A file that may not become larger is an error, and no end before what there is of it is removed.
+    Ignore(IgnoreFileSizeSignal());
     return Dump(std::get<CDumpArguments>(parsed));
 }

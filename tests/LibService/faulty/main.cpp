@@ -19,7 +19,7 @@
 #include "platform/Precondition.h"
 #include "platform/Text.h"
 #include "platform/Thread.h"
-#include "tests/LibService/faulty/Faults.h"
+#include "tests/support/Faults.h"
 
 namespace quorbel {
 namespace {
@@ -107,6 +107,21 @@ void FaultUncaught(std::latch& both) {
     WriteToNull();
 }
 
+/// Faults while other threads come and go.
+void FaultInCrowd() {
+    std::atomic<bool> isOver = false;
+    std::vector<std::thread> crowd;
+    for (int i = 0; i != 4; ++i) {
+        auto thread = StartThread("Crowd", [&isOver] {
+            while (!isOver) OnThread([] {});
+        });
+        if (thread.IsOk()) crowd.push_back(std::move(thread).Value());
+    }
+    for (int i = 0; i != 5; ++i) Try(WriteToNull);
+    isOver = true;
+    for (std::thread& thread : crowd) thread.join();
+}
+
 const std::map<std::string, std::function<void()>> kScenarios{
     {"write", [] { Try(WriteToNull); }},
     {"read", [] { Try(ReadFromWild); }},
@@ -131,6 +146,7 @@ const std::map<std::string, std::function<void()>> kScenarios{
     {"noexcept", [] { Try(FaultInside); }},
     {"twice", [] { Try(FaultTwice); }},
     {"sent", [] { Try([] { ::raise(SIGSEGV); }); }},
+    {"crowd", FaultInCrowd},
     {"exception", [] { throw std::runtime_error("nobody's"); }},
     {"two caught", [] { FaultTogether(FaultCaught, FaultCaught); }},
     {"two uncaught", [] { FaultTogether(FaultUncaught, FaultUncaught); }},

@@ -1,4 +1,4 @@
-#include "tests/LibService/faulty/Faults.h"
+#include "tests/support/Faults.h"
 
 namespace quorbel {
 
