@@ -2,10 +2,13 @@
 #include <pplx/threadpool.h>
 
 #include "LibService/ConsoleEcho.h"
+#include "LibService/CrashReports.h"
 #include "LibService/EventLog.h"
+#include "LibService/FaultResponse.h"
 #include "LibService/MessageIds.h"
 #include "LibService/ServiceLogger.h"
 #include "LibService/ThreadSet.h"
+#include "LibService/TraceSettings.h"
 #include "LibService/WorkItems.h"
 #include "auth/AuthenticateHandler.h"
 #include "auth/users/PasswordHashQueue.h"
@@ -55,6 +58,17 @@ CStatus SetUpTrace(CServiceLogger& trace, const std::filesystem::path& program) 
     if (!echo.IsOk()) return SystemError(echo.Error());
     trace.SetObserver(std::move(echo).Value());
     return {};
+}
+
+CStatus SetUpCrashReports(CServiceLogger& trace, const IKey& localMachine,
+                          std::unique_ptr<CCrashReports>& reports) {
+    const auto root = OpenRootFolder();
+    if (!root.IsOk()) return SystemError(root.Error(), L"root folder");
+    const auto settings = CTraceSettings::Read(localMachine, CQuorbelHTTPService::kDisplayName, root.Value());
+    return CCrashReports::Create({.folder = settings.folder,
+                                  .serviceName = CQuorbelHTTPService::kServiceName,
+                                  .afterDump = [&trace] { Ignore(trace.SaveLastRecords()); }},
+                                 reports);
 }
 
 void SetUpEventSink(const std::filesystem::path& root) {
@@ -134,6 +148,8 @@ CStatus RunOverRegistry() {
     if (!program.IsOk()) return SystemError(program.Error());
     CServiceLogger trace;
     RETURN_IF_FAILED(SetUpTrace(trace, program.Value()));
+    std::unique_ptr<CCrashReports> reports;
+    RETURN_IF_FAILED(SetUpCrashReports(trace, *localMachine, reports));
     CEventLog::Instance().ReportMessage(message::kServiceStarted, {CQuorbelHTTPService::kDisplayName});
     CStatus status = Serve(*registry.Value(), trace, stop.Value());
     CEventLog::Instance().ReportMessage(message::kServiceStopping, {CQuorbelHTTPService::kDisplayName});
@@ -145,6 +161,7 @@ CStatus RunInForeground() {
     const auto root = OpenRootFolder();
     if (!root.IsOk()) return SystemError(root.Error(), L"root folder");
     SetUpEventSink(root.Value());
+    RETURN_IF_FAILED(CFaultResponse::Instance().SetUp());
     CStatus status = RunOverRegistry();
     status.Report();
     return status;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -38,6 +39,8 @@ bool TakeEnd(std::string_view& text, std::size_t count, std::string_view charact
 }  // namespace
 
 CResult<CDumpFile> CDumpFile::Create(std::filesystem::path file) {
+    constexpr mode_t kFolder = 0750;
+    Ignore(::mkdir(file.parent_path().c_str(), kFolder));  // it may be there
     const std::filesystem::path partial = PartialOf(file);
     Ignore(::unlink(partial.c_str()));  // of a helper that was killed
     constexpr mode_t kOwner = 0600;

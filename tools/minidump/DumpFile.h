@@ -15,6 +15,7 @@ class CDumpFile {
  public:
     static constexpr std::size_t kKept = 8;
 
+    /// Also makes the folder, in its parent.
     static CResult<CDumpFile> Create(std::filesystem::path file);
     ~CDumpFile();
     CDumpFile(CDumpFile&&) noexcept = default;
