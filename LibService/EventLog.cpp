@@ -177,10 +177,10 @@ void CEventLog::ReportMessage(std::uint32_t messageId,
 }
 
 void CEventLog::WriteLastWords(std::string_view text) noexcept {
-    IEventSink* const sink = m_lastSink;
-    if (!sink) return;
-    const bool isIntroduced = m_hasIntroduction;
-    sink->WriteLastWords({message::kUnhandledFault, text, isIntroduced ? m_introduction.View() : ""});
+    const std::string_view introduction = m_hasIntroduction ? m_introduction.View() : "";
+    const CLastWords words{message::kUnhandledFault, text, introduction};
+    if (IEventSink* const sink = m_lastSink) return sink->WriteLastWords(words);
+    ShowLastWords(words);
 }
 
 void CEventLog::Write(CEventEntry entry) {

@@ -31,6 +31,9 @@ struct CLastWords {
     std::string_view introduction;  ///< what stands before the string in the message for people
 };
 
+/// Shows last words to people, where they can be shown at once.
+void ShowLastWords(const CLastWords& words) noexcept;
+
 /// Where events go. Write may be called from any thread and never fails visibly: what cannot be written is
 /// dropped whole.
 class IEventSink {

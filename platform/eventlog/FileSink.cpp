@@ -79,10 +79,7 @@ class CFileSink final : public IEventSink {
     void WriteLastWords(const CLastWords& words) noexcept override {
         const CLastWordsText line = ToJsonLine(words);
         m_file.AppendLastWords(line.View());
-        if (!m_echo) return;
-        pollfd entry{STDERR_FILENO, POLLOUT, 0};
-        if (::poll(&entry, 1, 0) == 1 && (entry.revents & POLLOUT) != 0)
-            Ignore(::write(STDERR_FILENO, line.View().data(), line.View().size()));
+        if (m_echo) ShowLastWords(words);
     }
 
  private:

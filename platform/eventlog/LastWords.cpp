@@ -1,6 +1,9 @@
 #include <chrono>
+#include <poll.h>
 #include <time.h>
+#include <unistd.h>
 
+#include "platform/Error.h"
 #include "platform/eventlog/EventJson.h"
 
 namespace quorbel {
@@ -54,6 +57,15 @@ CLastWordsText ToJsonLine(const CLastWords& words) noexcept {
     AppendEscaped(line, string);
     line.Append("\"}\n");
     return line;
+}
+
+void ShowLastWords(const CLastWords& words) noexcept {
+    CFixedText<2048> text;
+    text.Append(words.introduction).Append(words.string).TrimEnd();
+    text.Append('\n');
+    pollfd entry{STDERR_FILENO, POLLOUT, 0};
+    if (::poll(&entry, 1, 0) == 1 && (entry.revents & POLLOUT) != 0)
+        Ignore(::write(STDERR_FILENO, text.View().data(), text.View().size()));
 }
 
 }  // namespace quorbel

@@ -39,7 +39,7 @@ bool TakeEnd(std::string_view& text, std::size_t count, std::string_view charact
 }  // namespace
 
 CResult<CDumpFile> CDumpFile::Create(std::filesystem::path file) {
-    constexpr mode_t kFolder = 0750;
+    constexpr mode_t kFolder = 0700;
     Ignore(::mkdir(file.parent_path().c_str(), kFolder));  // it may be there
     const std::filesystem::path partial = PartialOf(file);
     Ignore(::unlink(partial.c_str()));  // of a helper that was killed
