@@ -24,7 +24,7 @@ class CCrashReports {
         std::filesystem::path folder;     ///< for the dumps
         std::wstring serviceName;         ///< the beginning of their names
         std::function<void()> afterDump;  ///< called on the reports' thread once the faulting thread goes on
-        std::filesystem::path helper;     ///< QbMiniDump.exe beside the running program when empty
+        std::filesystem::path helper{};   ///< QbMiniDump.exe beside the running program when empty
         /// A helper that takes longer is killed: the faulting thread waits for it.
         std::chrono::milliseconds patience = std::chrono::seconds(60);
     };
