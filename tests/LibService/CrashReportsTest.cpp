@@ -13,7 +13,7 @@
 #include "platform/eventlog/EventSink.h"
 #include "tests/support/TemporaryFolder.h"
 
-// What the compiler instruments takes faults of its own kind for itself.
+// It reports every allocation from then on as one of a signal handler.
 #ifdef __SANITIZE_THREAD__
 constexpr bool kThreadSanitizer = true;
 #else
@@ -32,7 +32,9 @@ using testing::Not;
 class CrashReports : public testing::Test {
  protected:
     void SetUp() override {
-        if (kThreadSanitizer) GTEST_SKIP() << "the thread sanitizer loses its way when a handler throws";
+        if (kThreadSanitizer)
+            GTEST_SKIP()
+                << "the thread sanitizer takes a thread whose handler threw for one that is still in it";
     }
 
     /// The exit status; or 128 and the signal's number.

@@ -105,7 +105,8 @@ class FaultsInRequests : public CServiceFixture {
     }
     void SetUp() override {
         if (kThreadSanitizerInService)
-            GTEST_SKIP() << "the thread sanitizer loses its way when a handler throws";
+            GTEST_SKIP()
+                << "the thread sanitizer takes a thread whose handler threw for one that is still in it";
         ASSERT_TRUE(CFaultResponse::Instance().SetUp().IsOk());
         std::filesystem::create_directory(m_folder / "dumps");
         ASSERT_TRUE(CCrashReports::Create({.folder = m_folder / "dumps",
