@@ -1,5 +1,6 @@
 #include "LibService/EventLog.h"
 
+#include "LibService/MessageIds.h"
 #include "platform/Clock.h"
 #include "platform/Program.h"
 #include "platform/Text.h"
@@ -81,6 +82,7 @@ CEventLog& CEventLog::Instance() {
 
 void CEventLog::SetSink(std::shared_ptr<IEventSink> sink) {
     const std::lock_guard guard(m_lock);
+    m_lastSink = sink.get();
     m_sink = std::move(sink);
 }
 
@@ -113,7 +115,14 @@ CResult<std::shared_ptr<const CMessageModule>> CEventLog::LoadModule() {
     const std::lock_guard guard(m_lock);
     if (m_module) return m_module;
     auto module = CMessageModule::Load(path.Value());
-    if (module.IsOk()) m_module = module.Value();
+    if (!module.IsOk()) return module.Error();
+    m_module = module.Value();
+    if (!m_hasIntroduction) {
+        const std::vector<std::wstring> none(1);
+        const std::wstring text = m_module->Format(message::kUnhandledFault, none).value_or(L"");
+        m_introduction.Append(ToUtf8(text.substr(0, text.find_first_of(L"\r\n"))));
+        m_hasIntroduction = true;
+    }
     return module;
 }
 
@@ -149,7 +158,7 @@ void CEventLog::Report(const CError& error) noexcept try {
         entry.line = error.SourceLine();
     }
     Write(std::move(entry));
-} catch (...) {
+} catch (const std::exception&) {
     return;  // out of memory: the entry is dropped
 }
 
@@ -163,8 +172,15 @@ void CEventLog::ReportMessage(std::uint32_t messageId,
     entry.strings.assign(inserts.begin(), inserts.end());
     entry.strings.resize(count);
     Write(std::move(entry));
-} catch (...) {
+} catch (const std::exception&) {
     return;  // out of memory: the entry is dropped
+}
+
+void CEventLog::WriteLastWords(std::string_view text) noexcept {
+    const std::string_view introduction = m_hasIntroduction ? m_introduction.View() : "";
+    const CLastWords words{message::kUnhandledFault, text, introduction};
+    if (IEventSink* const sink = m_lastSink) return sink->WriteLastWords(words);
+    ShowLastWords(words);
 }
 
 void CEventLog::Write(CEventEntry entry) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <initializer_list>
@@ -9,6 +10,7 @@
 #include "LibService/Status.h"
 #include "platform/Lock.h"
 #include "platform/eventlog/EventSink.h"
+#include "platform/fault/FixedText.h"
 #include "platform/messages/MessageModule.h"
 #include "platform/registry/Key.h"
 
@@ -38,6 +40,9 @@ class CEventLog {
     /// identifier's text refers to, as they are.
     void ReportMessage(std::uint32_t messageId, std::initializer_list<std::wstring_view> inserts) noexcept;
 
+    /// Writes 0xC0000067 with an ASCII text, when the process ends by a fault: neither allocates nor locks.
+    void WriteLastWords(std::string_view text) noexcept;
+
     /// Path of the message module of a program: "Evt" before its file name, "dll" for its extension of three
     /// characters; without such an extension ".dll" is appended.
     static std::filesystem::path ModulePath(const std::filesystem::path& program);
@@ -49,6 +54,11 @@ class CEventLog {
     CResult<std::filesystem::path> FindModule();
     CResult<std::shared_ptr<const CMessageModule>> LoadModule();
     void Write(CEventEntry entry);
+
+    // For the last words, written with the lock held and read without:
+    std::atomic<IEventSink*> m_lastSink = nullptr;
+    CFixedText<128> m_introduction;
+    std::atomic<bool> m_hasIntroduction = false;
 
     CMutex m_lock{LockRank::EventLog};  // guards what follows
     std::shared_ptr<IEventSink> m_sink;

@@ -102,7 +102,7 @@ CStatus CThreadSet::CThread::TryToStart(const std::shared_ptr<CThread>& self) {
 }
 
 void CThreadSet::CThread::Live() {
-    // The translation of faults has its place here; without it a fault ends the process.
+    // Work catches its own faults; another one ends the process.
     do {
         if (!WaitForWork()) return;
         RunWork();

@@ -3,8 +3,10 @@
 #include <mutex>
 #include <new>
 
+#include "LibService/CException.h"
 #include "LibService/MessageIds.h"
 #include "platform/com/Apartment.h"
+#include "platform/fault/Faults.h"
 
 namespace quorbel {
 
@@ -14,7 +16,10 @@ CStatus RunInApartment(const CWorkItems::Work& work, CEvent& stop) {
     const CComApartment apartment;
     if (apartment.Result() != S_OK) return HResultError(apartment.Result());
     try {
+        const CFaultScope scope;
         return work(stop);
+    } catch (CException* exception) {
+        return TakeException(exception);
     } catch (const std::exception& exception) {
         return MessageError(message::kCaughtException, exception);
     }

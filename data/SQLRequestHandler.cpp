@@ -10,6 +10,7 @@
 #include "platform/UrlPath.h"
 #include "platform/Waiting.h"
 #include "platform/com/ErrorInfo.h"
+#include "platform/fault/Faults.h"
 
 namespace quorbel {
 
@@ -91,11 +92,13 @@ void CSQLRequestInstance::Response::Start(const std::wstring& name, const web::h
 
 void CSQLRequestInstance::Response::Finish(const pplx::task<std::shared_ptr<Results::QueryInfo>>& opened) {
     try {
+        const CFaultScope scope;
         m_body = Results::Body(opened.get());
         status = status_codes::OK;
     } catch (const std::system_error& error) {
         status = StatusOf(static_cast<ErrorCode>(error.code().value()));
     } catch (...) {
+        TakeCaughtFault();
         status = status_codes::InternalError;
     }
     ready.count_down();

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/FileRange.h"
+#include "platform/fault/Faults.h"
 
 namespace Concurrency::streams::details {
 
@@ -127,7 +128,7 @@ class basic_file_range_buffer final : public streambuf_state_manager<CharType>, 
     template <class Result, class Function>
     static pplx::task<Result> AsTask(Function&& function) {
         try {
-            return pplx::task_from_result<Result>(function());
+            return pplx::task_from_result<Result>(FaultAsError(function));
         } catch (...) {
             return pplx::task_from_exception<Result>(std::current_exception());
         }

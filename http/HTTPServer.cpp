@@ -3,9 +3,11 @@
 #include <cpprest/uri_builder.h>
 #include <set>
 
+#include "LibService/CException.h"
 #include "LibService/MessageIds.h"
 #include "http/Listener.h"
 #include "platform/Text.h"
+#include "platform/fault/Faults.h"
 
 namespace quorbel {
 
@@ -99,7 +101,10 @@ CStatus CHTTPServer::StopAll() {
     CStatus status;
     for (const auto& [host, listener] : m_listeners) {
         try {
+            const CFaultScope scope;
             listener->Close();
+        } catch (CException* exception) {
+            status = TakeException(exception);
         } catch (const std::exception& exception) {
             status = MessageError(message::kStandardException, exception);
         }
@@ -111,7 +116,12 @@ CStatus CHTTPServer::StopAll() {
 CStatus CHTTPServer::BuildHost(const std::wstring& host) {
     std::wstring url;
     try {
+        const CFaultScope scope;
         return PlaceListener(host, url);
+    } catch (CException* exception) {
+        CStatus status = TakeException(exception);
+        TraceFailure(url.empty() ? status.Text() : url);
+        return status;
     } catch (const std::exception& exception) {
         CStatus status = MessageError(message::kStandardException, exception);
         TraceFailure(url.empty() ? status.Text() : url);

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <shared_mutex>
 
+#include "LibService/CException.h"
 #include "LibService/EventLog.h"
 #include "LibService/MessageIds.h"
 #include "platform/File.h"
 #include "platform/Thread.h"
 #include "platform/crypto/Secret.h"
+#include "platform/fault/Faults.h"
 
 namespace quorbel {
 
@@ -189,6 +191,7 @@ bool CHTTPServer::CListener::TakeHostKeyChange() {
 void CHTTPServer::CListener::Enter(const Request& request, EntryTrace trace, Entry entry) {
     const CGatePass pass(*m_entries);
     try {
+        const CFaultScope scope;
         if (!pass.IsInside()) return m_reply.SendWithoutBody(request, status_codes::ServiceUnavailable);
         if (trace == EntryTrace::Written) {
             m_environment.trace.Trace(m_service, trace::kRequest, {Describe(request)});
@@ -201,6 +204,8 @@ void CHTTPServer::CListener::Enter(const Request& request, EntryTrace trace, Ent
             return;
         }
         (this->*entry)(request, std::get<CUrlPath>(path));
+    } catch (CException* fault) {
+        ReplyFault(request, TakeException(fault));
     } catch (const std::exception& exception) {
         ReplyFailure(request, exception.what());
     }
@@ -214,6 +219,15 @@ void CHTTPServer::CListener::ReplyFailure(const Request& request, const char* wh
         request.reply(status_codes::InternalError);
     } catch (const std::exception&) {
         // The request was answered already, or there is no memory to answer it: the connection ends.
+    }
+}
+
+void CHTTPServer::CListener::ReplyFault(const Request& request, const CStatus& fault) noexcept {
+    try {
+        fault.Report();
+        request.reply(status_codes::InternalError);
+    } catch (const std::exception&) {
+        // As above.
     }
 }
 
@@ -268,9 +282,12 @@ void CHTTPServer::CListener::OnPost(const Request& request, const CUrlPath& path
 void CHTTPServer::CListener::OnForm(const Request& request, const CUrlPath& path,
                                     const std::vector<unsigned char>& body) {
     try {
+        const CFaultScope scope;
         auto fields = ParseForm({reinterpret_cast<const char*>(body.data()), body.size()});
         if (!fields) return m_reply.SendWithoutBody(request, status_codes::RequestEntityTooLarge);
         AnswerPost(request, path, *std::move(fields));
+    } catch (CException* fault) {
+        ReplyFault(request, TakeException(fault));
     } catch (const std::exception& exception) {
         ReplyFailure(request, exception.what());
     }

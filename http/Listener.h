@@ -77,6 +77,7 @@ class CHTTPServer::CListener {
     void SendOptions(const Request& request, const CUrlPath& path, std::uint16_t status);
     /// Answers 500 without a body after an exception, which goes to the event log.
     void ReplyFailure(const Request& request, const char* what) noexcept;
+    void ReplyFault(const Request& request, const CStatus& fault) noexcept;
 
     /// What a request is routed by, taken when its routing begins.
     struct Routing {

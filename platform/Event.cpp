@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 
+#include "platform/Precondition.h"
 #include "platform/Waiting.h"
 
 namespace quorbel {
@@ -68,7 +69,7 @@ bool CEvent::Test() noexcept {
 CResult<std::size_t> WaitForAny(std::initializer_list<CEvent*> events,
                                 std::optional<std::chrono::milliseconds> timeout) {
     std::array<pollfd, 16> entries{};
-    assert(events.size() <= entries.size());
+    Require(events.size() <= entries.size() && std::ranges::count(events, nullptr) == 0);
     const CDeadline deadline(timeout);
     AboutToWait();
     for (;;) {

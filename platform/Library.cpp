@@ -5,8 +5,10 @@
 #include <filesystem>
 
 #include "platform/LocalPath.h"
+#include "platform/Precondition.h"
 #include "platform/Program.h"
 #include "platform/Text.h"
+#include "platform/fault/LoadedCode.h"
 
 namespace quorbel {
 
@@ -55,10 +57,12 @@ CResult<CLibrary> CLibrary::Load(std::wstring_view name) {
     if (path.empty()) return ErrorCode::ModuleNotFound;
     void* const handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!handle) return ErrorCode::ModuleNotFound;
+    NoteLoadedCode();
     return CLibrary(handle);
 }
 
 CResult<void*> CLibrary::Find(const char* symbol) const {
+    Require(symbol);
     void* const found = ::dlsym(m_handle, symbol);
     if (!found) return ErrorCode::ProcNotFound;
     return found;

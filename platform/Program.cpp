@@ -1,5 +1,7 @@
 #include "platform/Program.h"
 
+#include <unistd.h>
+
 #include "platform/Error.h"
 
 namespace quorbel {
@@ -16,6 +18,10 @@ CResult<std::filesystem::path> ProgramPath() {
         path = text;
     }
     return path;
+}
+
+std::uint32_t CurrentProcessId() noexcept {
+    return static_cast<std::uint32_t>(::getpid());
 }
 
 }  // namespace quorbel

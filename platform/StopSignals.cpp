@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <signal.h>
 
+#include "platform/Precondition.h"
+
 namespace quorbel {
 
 namespace {
@@ -32,6 +34,7 @@ ErrorCode IgnoreFileSizeSignal() {
 }
 
 ErrorCode SetOnStopSignals(std::shared_ptr<CEvent> stop) {
+    Require(stop != nullptr);
     StopEvent() = std::move(stop);
     g_stop = StopEvent().get();
     struct sigaction action {};

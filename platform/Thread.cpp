@@ -10,6 +10,9 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "platform/Precondition.h"
+#include "platform/fault/AlternateStack.h"
+
 namespace quorbel {
 
 namespace {
@@ -36,9 +39,11 @@ class CBlockedSignals {
 }  // namespace
 
 CResult<std::thread> StartThread(const char* name, std::function<void()> work) {
+    Require(name && work);
     try {
         const CBlockedSignals blocked;
         return std::thread([ownName = std::string(name), work = std::move(work)] {
+            const CAlternateStack faults;
             NameThisThread(ownName.c_str());
             work();
         });
@@ -60,6 +65,10 @@ void NameThisThread(const char* name) noexcept {
     std::array<char, 16> shortName{};
     std::strncpy(shortName.data(), name, shortName.size() - 1);
     ::pthread_setname_np(::pthread_self(), shortName.data());
+}
+
+std::uint32_t CurrentThreadId() noexcept {
+    return static_cast<std::uint32_t>(::gettid());
 }
 
 }  // namespace quorbel

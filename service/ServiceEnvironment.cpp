@@ -40,6 +40,7 @@ CStatus CServiceEnvironment::RegisterEventSource() {
 
 CStatus CServiceEnvironment::SetUpTracing() {
     RETURN_IF_FAILED(StartTracing());
+    RETURN_IF_FAILED(StartCrashReports());
     return EchoToTerminal();
 }
 
@@ -52,6 +53,13 @@ CStatus CServiceEnvironment::StartTracing() {
     m_trace.SetLevelMask(m_traceSettings.mask);
     m_trace.SetRecordSpan(m_traceSettings.span);
     return m_trace.StartSaving(m_traceSettings.folder);
+}
+
+CStatus CServiceEnvironment::StartCrashReports() {
+    return CCrashReports::Create({.folder = m_traceSettings.folder,
+                                  .serviceName = CQuorbelHTTPService::kServiceName,
+                                  .afterDump = [this] { Ignore(m_trace.SaveLastRecords()); }},
+                                 m_crashReports);
 }
 
 CStatus CServiceEnvironment::EchoToTerminal() {

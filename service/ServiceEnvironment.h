@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "LibService/CrashReports.h"
 #include "LibService/ServiceLogger.h"
 #include "LibService/ServicePreparation.h"
 #include "LibService/TraceSettings.h"
@@ -32,10 +33,12 @@ class CServiceEnvironment final : public IServicePreparation {
 
  private:
     CStatus StartTracing();
+    CStatus StartCrashReports();
     CStatus EchoToTerminal();
 
     CServiceLogger m_trace{ToUtf8(CQuorbelHTTPService::kServiceName)};
     CTraceSettings m_traceSettings;
+    std::unique_ptr<CCrashReports> m_crashReports;  // uses the logger
     std::filesystem::path m_root;  // empty until it is known
     std::shared_ptr<IRegistry> m_registry;
     std::shared_ptr<IKey> m_localMachine;

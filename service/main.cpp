@@ -1,6 +1,7 @@
 #include <iostream>
 
 #include "LibService/ActivityText.h"
+#include "LibService/FaultResponse.h"
 #include "LibService/NoServiceDialogs.h"
 #include "platform/Program.h"
 #include "platform/Root.h"
@@ -32,6 +33,10 @@ CStatus ShowActivity(const std::wstring& serviceName, CEvent& close) {
 
 /// Chooses what the application stands on, and runs it.
 int RunApplication(std::vector<std::wstring> parameters) {
+    if (const CStatus status = CFaultResponse::Instance().SetUp(); !status.IsOk()) {
+        std::cerr << ToUtf8(status.Text()) << "\n";
+        return 1;
+    }
     const auto manager = CreateSystemdManager();
     if (!manager.IsOk()) {
         std::cerr << ToUtf8(SystemError(manager.Error()).Text()) << "\n";

@@ -2,6 +2,7 @@
 
 #include "components/http_server/HostName.h"
 #include "platform/UrlPath.h"
+#include "platform/fault/Faults.h"
 
 namespace quorbel {
 
@@ -243,10 +244,12 @@ bool CHttp1::Handle() {
                [this, host = host.get()] {
                    const CAbandonmentScope scope(m_exchange->Abandonment());
                    try {
+                       const CFaultScope faults;
                        if (!host->Handle(*m_request))
                            m_exchange->SetAnswer(web::http::http_response(status_codes::NotFound));
                    } catch (...) {
                        // The request ends unanswered, which is a failure.
+                       TakeCaughtFault();
                    }
                    m_request.reset();
                },

@@ -3,6 +3,8 @@
 #include <array>
 #include <ctime>
 
+#include "platform/fault/Faults.h"
+
 namespace quorbel {
 
 namespace {
@@ -39,9 +41,11 @@ void CLoop::Run() {
     const CWaitingObserverScope observe(*this);
     while (!t_isReplaced && !m_context.stopped()) {
         try {
+            const CFaultScope faults;
             m_context.run_one();
         } catch (...) {
-            // Want of memory, in all likelihood: one connection suffers, the others go on.
+            // A fault or, in all likelihood, want of memory: one connection suffers, the others go on.
+            TakeCaughtFault();
             if (t_isAtWork) Ignore(Resume());
         }
     }

@@ -5,6 +5,7 @@
 #include "components/provider/SqliteValues.h"
 #include "platform/Text.h"
 #include "platform/com/ErrorInfo.h"
+#include "platform/fault/Faults.h"
 #include "platform/oledb/OleDb.h"
 
 namespace quorbel {
@@ -46,10 +47,14 @@ template <CSqliteFunctions::Function kFunction>
 void CSqliteFunctions::Call(sqlite3_context* context, int count, sqlite3_value** arguments) noexcept {
     auto& self = *static_cast<CSqliteFunctions*>(::sqlite3_user_data(context));
     try {
+        const CFaultScope scope;
         const HRESULT result = (self.*kFunction)(context, {arguments, static_cast<std::size_t>(count)});
         if (!Succeeded(result)) self.Fail(context, result);
     } catch (const std::bad_alloc&) {
         ::sqlite3_result_error_nomem(context);
+    } catch (CException*) {
+        TakeCaughtFault();
+        ::sqlite3_result_error(context, "fault", -1);
     }
 }
 

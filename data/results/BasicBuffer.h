@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "data/results/ResultStream.h"
+#include "platform/fault/Faults.h"
 
 namespace quorbel {
 
@@ -46,7 +47,7 @@ class ResultStream<std::uint8_t>::BasicBuffer final
 
     pplx::task<size_t> _getn(std::uint8_t* buffer, size_t count) override {
         try {
-            return pplx::task_from_result(m_query->Read(buffer, count));
+            return pplx::task_from_result(FaultAsError([&] { return m_query->Read(buffer, count); }));
         } catch (...) {
             return pplx::task_from_exception<size_t>(std::current_exception());
         }

@@ -5,6 +5,7 @@
 #include "data/results/StreamQueryInfo.h"
 #include "platform/Error.h"
 #include "platform/Text.h"
+#include "platform/fault/Faults.h"
 
 namespace quorbel {
 
@@ -71,7 +72,7 @@ pplx::task<std::shared_ptr<ResultStream<std::uint8_t>::QueryInfo>> ResultStream<
         CancelWhenAbandoned(query);
         return pplx::create_task([query = std::move(query), open = std::move(open)] {
             const CallbackOpen opened;
-            open(query, opened);
+            FaultAsError([&] { open(query, opened); });
             return opened.Task();
         });
     } catch (...) {

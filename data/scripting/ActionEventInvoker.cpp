@@ -6,6 +6,7 @@
 #include "data/scripting/Engine.h"
 #include "data/scripting/Exception.h"
 #include "platform/Text.h"
+#include "platform/fault/Faults.h"
 
 namespace quorbel {
 
@@ -125,6 +126,7 @@ CVariant CActionEventInvoker::Perform(CAction& action) {
 }
 
 HRESULT CActionEventInvoker::Return(CAction& action, VARIANT* result, EXCEPINFO* exception) noexcept try {
+    const CFaultScope scope;
     CVariant value = Perform(action);
     if (value.vt == VT_ERROR) return value.scode;
     if (!result) return E_POINTER;
@@ -136,6 +138,7 @@ HRESULT CActionEventInvoker::Return(CAction& action, VARIANT* result, EXCEPINFO*
 } catch (const std::exception& failure) {
     return Describe(exception, action.name, FromUtf8(failure.what()), E_FAIL);
 } catch (...) {
+    TakeCaughtFault();
     return Describe(exception, action.name, L"Unknown exception occurred", E_UNEXPECTED);
 }
 

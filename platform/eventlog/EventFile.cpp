@@ -54,7 +54,7 @@ CResult<CFileDescriptor> OpenLocked(const std::filesystem::path& file, int flags
 }
 
 CResult<CFileDescriptor> CEventFile::OpenForAppending(std::size_t length) const {
-    const std::filesystem::path file = m_folder / kEventFile;
+    const std::filesystem::path& file = m_file;
     for (int attempt = 0; attempt < 100; ++attempt) {
         CResult<CFileDescriptor> opened =
             OpenLocked(file, O_RDWR | O_APPEND | O_CREAT, LOCK_EX, m_options.patience);
@@ -91,6 +91,16 @@ ErrorCode CEventFile::Append(std::string_view line) {
     const ErrorCode error = written < 0 ? ErrorFromErrno(errno) : ErrorCode::DiskFull;
     if (written > 0 && ::ftruncate(descriptor, status.st_size) != 0) return ErrorFromErrno(errno);
     return error;
+}
+
+void CEventFile::AppendLastWords(std::string_view line) const noexcept {
+    constexpr int kFlags = O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW;
+    const CFileDescriptor descriptor(::open(m_file.c_str(), kFlags, kMode));
+    struct stat status {};
+    if (!descriptor.IsOpen() || ::fstat(descriptor.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+    // A single call takes its place among other writers' lines by itself.
+    if (EndsInsideLine(descriptor.Get(), status.st_size)) Ignore(::write(descriptor.Get(), "\n", 1));
+    Ignore(::write(descriptor.Get(), line.data(), line.size()));
 }
 
 }  // namespace quorbel

@@ -33,16 +33,20 @@ class CEventFile {
     };
     explicit CEventFile(std::filesystem::path folder) : CEventFile(std::move(folder), COptions()) {}
     CEventFile(std::filesystem::path folder, COptions options)
-        : m_folder(std::move(folder)), m_options(std::move(options)) {}
+        : m_folder(std::move(folder)), m_options(std::move(options)), m_file(m_folder / kEventFile) {}
 
     /// Appends a line and its line end. Busy when others keep the file locked.
     ErrorCode Append(std::string_view line);
+    /// Appends a line that has its line end, without allocating; it waits neither for others that lock the
+    /// file nor does it begin a new one.
+    void AppendLastWords(std::string_view line) const noexcept;
 
  private:
     CResult<CFileDescriptor> OpenForAppending(std::size_t length) const;
 
     const std::filesystem::path m_folder;
     const COptions m_options;
+    const std::filesystem::path m_file;
 };
 
 /// Opens the file (flags as for open) and locks it (operation as for flock) while it bears that name; Busy

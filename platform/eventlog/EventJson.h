@@ -4,6 +4,7 @@
 #include <string>
 
 #include "platform/eventlog/EventSink.h"
+#include "platform/fault/FixedText.h"
 
 namespace quorbel {
 
@@ -13,5 +14,9 @@ std::string TimeText(std::uint64_t time);
 std::string IdText(std::uint32_t id);
 /// "success", "informational", "warning" or "error".
 const char* SeverityName(EventSeverity severity) noexcept;
+
+/// Last words as a line of JSON with its line end, without any allocation.
+using CLastWordsText = CFixedText<16384>;
+CLastWordsText ToJsonLine(const CLastWords& words) noexcept;
 
 }  // namespace quorbel

@@ -24,12 +24,24 @@ struct CEventEntry {
     std::wstring text;       ///< the rendered message, for people
 };
 
+/// The entry of a process that ends by a fault: an error with one string, without source and user.
+struct CLastWords {
+    std::uint32_t id = 0;
+    std::string_view string;        ///< ASCII
+    std::string_view introduction;  ///< what stands before the string in the message for people
+};
+
+/// Shows last words to people, where they can be shown at once.
+void ShowLastWords(const CLastWords& words) noexcept;
+
 /// Where events go. Write may be called from any thread and never fails visibly: what cannot be written is
 /// dropped whole.
 class IEventSink {
  public:
     virtual ~IEventSink() = default;
     virtual void Write(const CEventEntry& entry) noexcept = 0;
+    /// Writes without allocating or waiting for a lock of this process: for handlers of faults.
+    virtual void WriteLastWords(const CLastWords& words) noexcept = 0;
 };
 
 /// The journal, with structured fields, for a process that the service manager started.

@@ -76,6 +76,12 @@ class CFileSink final : public IEventSink {
         return;  // out of memory: the entry is dropped
     }
 
+    void WriteLastWords(const CLastWords& words) noexcept override {
+        const CLastWordsText line = ToJsonLine(words);
+        m_file.AppendLastWords(line.View());
+        if (m_echo) ShowLastWords(words);
+    }
+
  private:
     CEventFile m_file;
     std::optional<CErrorEcho> m_echo;

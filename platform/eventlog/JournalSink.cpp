@@ -56,8 +56,29 @@ class CJournalSink final : public IEventSink {
         return;  // out of memory: the entry is dropped
     }
 
+    void WriteLastWords(const CLastWords& words) noexcept override {
+        CFixedText<2048> message;
+        message.Append("MESSAGE=").Append(words.introduction).Append(words.string);
+        CFixedText<2048> string;
+        string.Append("QUORBEL_INSERT_1=").Append(words.string);
+        CFixedText<64> id;
+        id.Append("QUORBEL_EVENT_ID=0x").AppendHex(words.id, 8);
+        CFixedText<64> priority;
+        priority.Append("PRIORITY=").AppendDecimal(LOG_ERR);
+        CFixedText<64> severity;
+        severity.Append("QUORBEL_SEVERITY=").Append(SeverityName(EventSeverity::Error));
+        const std::string_view fields[] = {message.View(),  string.View(),   id.View(),
+                                           priority.View(), severity.View(), m_identifier};
+        std::array<iovec, std::size(fields)> parts;
+        for (std::size_t i = 0; i != parts.size(); ++i)
+            parts[i] = {const_cast<char*>(fields[i].data()), fields[i].size()};  // NOLINT: it is only read
+        // There is no second place to say that the journal does not take it.
+        Ignore(::sd_journal_sendv(parts.data(), static_cast<int>(parts.size())));
+    }
+
  private:
     const std::string m_sourceName;
+    const std::string m_identifier = "SYSLOG_IDENTIFIER=" + m_sourceName;
 };
 
 }  // namespace

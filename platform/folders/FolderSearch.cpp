@@ -12,6 +12,7 @@
 
 #include "platform/LocalPath.h"
 #include "platform/Text.h"
+#include "platform/fault/AlternateStack.h"
 #include "platform/folders/FolderWalk.h"
 #include "platform/folders/FolderWatches.h"
 
@@ -158,7 +159,10 @@ CFolderSearch::CFolderSearch(CFolderSearchOptions options, CFileDescriptor inoti
                              std::shared_ptr<CEvent> stop)
     : m_options(std::move(options)), m_stop(std::move(stop)), m_watches(std::move(inotify), m_tally) {
     const CSignalsForOthers whileStarting;
-    m_thread = std::thread([this] { Run(); });
+    m_thread = std::thread([this] {
+        const CAlternateStack faults;
+        Run();
+    });
     ::pthread_setname_np(m_thread.native_handle(), "FolderSearch");
 }
 

@@ -16,6 +16,7 @@ class CEventRecorder final : public IEventSink {
         const std::lock_guard guard(m_lock);
         m_entries.push_back(entry);
     }
+    void WriteLastWords(const CLastWords&) noexcept override {}
     /// The entries since the last call.
     std::vector<CEventEntry> Take() {
         const std::lock_guard guard(m_lock);

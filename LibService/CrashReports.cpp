@@ -1,0 +1,180 @@
+#include "LibService/CrashReports.h"
+
+#include <ctime>
+
+#include "LibService/FaultResponse.h"
+#include "platform/Program.h"
+#include "platform/Text.h"
+#include "platform/Thread.h"
+#include "platform/Waiting.h"
+#include "platform/fault/FaultText.h"
+#include "platform/fault/PreparedProgram.h"
+
+namespace quorbel {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr const char* kHelper = "QbMiniDump.exe";
+
+/// The part of kLongestEndSeconds that the dump may take; the rest is for the last words.
+constexpr milliseconds kLongestDump = std::chrono::seconds(kLongestEndSeconds - 20);
+/// What the thread needs beside the helper's time.
+constexpr milliseconds kAnswerTime = std::chrono::seconds(5);
+
+using CPathText = CFixedText<8192>;
+
+void AppendLocalTime(CPathText& path) noexcept {
+    const std::time_t now = std::time(nullptr);
+    std::tm time{};
+    ::localtime_r(&now, &time);
+    path.AppendDecimal(static_cast<std::uint64_t>(time.tm_year + 1900), 4);
+    for (const int part : {time.tm_mon + 1, time.tm_mday, time.tm_hour, time.tm_min, time.tm_sec})
+        path.AppendDecimal(static_cast<std::uint64_t>(part), 2);
+}
+
+/// Waits for an automatic event; false when the time has passed.
+bool Take(CEvent& event, steady_clock::time_point deadline) noexcept {
+    while (!event.Test()) {
+        const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+        if (left <= milliseconds(0)) return false;
+        WaitUntilSet(event, left);
+    }
+    return true;
+}
+
+/// As good as never: far enough that sums with it do not overflow.
+steady_clock::time_point Never() noexcept {
+    return steady_clock::now() + std::chrono::hours(24 * 365);
+}
+
+CResult<std::filesystem::path> HelperPath(const std::filesystem::path& given) {
+    if (!given.empty()) return given;
+    const auto program = ProgramPath();
+    if (!program.IsOk()) return program.Error();
+    return program.Value().parent_path() / kHelper;
+}
+
+}  // namespace
+
+CStatus CCrashReports::Create(COptions options, std::unique_ptr<CCrashReports>& reports) {
+    const auto path = HelperPath(options.helper);
+    if (!path.IsOk()) return SystemError(path.Error());
+    auto helper = CPreparedProgram::Create(path.Value());
+    if (!helper.IsOk()) return SystemError(helper.Error());
+    auto made = std::make_unique<CCrashReports>(std::move(options), std::move(helper).Value());
+    RETURN_IF_FAILED(made->Start());
+    CFaultResponse::Instance().SetReports(made.get());
+    reports = std::move(made);
+    return {};
+}
+
+CCrashReports::CCrashReports(COptions options, std::unique_ptr<CPreparedProgram> helper)
+    : m_options(std::move(options)),
+      m_helper(std::move(helper)),
+      m_fileStart((m_options.folder / ToUtf8(m_options.serviceName)).native()) {}
+
+CStatus CCrashReports::Start() {
+    for (const auto event : {&m_turn, &m_request, &m_done, &m_stop}) {
+        auto created = CEvent::Create(EventReset::Auto);
+        if (!created.IsOk()) return SystemError(created.Error());
+        *event = std::move(created).Value();
+    }
+    m_turn->Set();
+    // The time zone is read here, and no more when a dump is named.
+    CPathText ignored;
+    AppendLocalTime(ignored);
+    auto thread = StartThread("CrashReports", [this] { Run(); });
+    if (!thread.IsOk()) return SystemError(thread.Error());
+    m_thread = std::move(thread).Value();
+    return {};
+}
+
+CCrashReports::~CCrashReports() {
+    if (!m_thread.joinable()) return;
+    CFaultResponse::Instance().SetReports(nullptr);
+    Ignore(Take(*m_turn, Never()));  // whoever has it will be served
+    m_stop->Set();
+    m_thread.join();
+}
+
+void CCrashReports::Write(const CFaultRecord* fault) noexcept {
+    if (CurrentThreadId() == m_ownThread) return;
+    AboutToWait();
+    Ignore(Take(*m_turn, Never()));
+    Request(fault);
+    Ignore(Take(*m_done, Never()));
+    m_fault = nullptr;
+    m_turn->Set();
+}
+
+void CCrashReports::WriteAtTheEnd(const CFaultRecord* fault) noexcept {
+    if (CurrentThreadId() == m_ownThread) return;
+    // The turn may be another's first, with a helper of its own to wait for.
+    const auto bound = std::min(2 * m_options.patience + kAnswerTime, kLongestDump);
+    const auto deadline = steady_clock::now() + bound;
+    if (!Take(*m_turn, deadline)) return;
+    Request(fault);
+    Ignore(Take(*m_done, deadline));
+}
+
+void CCrashReports::Request(const CFaultRecord* fault) noexcept {
+    m_fault = fault;
+    m_faultingThread = CurrentThreadId();
+    m_request->Set();
+}
+
+void CCrashReports::Run() {
+    m_ownThread = CurrentThreadId();
+    for (;;) {
+        const auto woken = WaitForAny({m_request.get(), m_stop.get()});
+        if (!woken.IsOk() || woken.Value() == 1) return;
+        RunHelper();
+        m_done->Set();
+        CallAfterDump();
+    }
+}
+
+void CCrashReports::RunHelper() noexcept {
+    CFixedText<40> process;
+    process.AppendHex(CurrentProcessId());
+    CFixedText<40> thread;
+    thread.AppendHex(m_faultingThread);
+    CFixedText<40> address;
+    address.Append("0x").AppendHex(reinterpret_cast<std::uintptr_t>(m_fault), 16);
+    CPathText file;
+    file.Append(m_fileStart);
+    if (m_fault) {
+        file.AppendHex(m_fault->code);
+    } else {
+        file.Append("InvalidParameter");
+    }
+    AppendLocalTime(file);
+    file.Append(".dmp");
+    // A program takes its arguments to be its own to change.
+    CFixedText<4> p, t, e, f;
+    p.Append("-p"), t.Append("-t"), e.Append("-e"), f.Append("-f");
+    char* const arguments[] = {const_cast<char*>(m_helper->Path()),  // NOLINT: another process's copy
+                               p.Text(),
+                               process.Text(),
+                               t.Text(),
+                               thread.Text(),
+                               e.Text(),
+                               address.Text(),
+                               f.Text(),
+                               file.Text(),
+                               nullptr};
+    // Without a dump the faulting thread goes on all the same.
+    Ignore(m_helper->Run(arguments, m_options.patience));
+}
+
+void CCrashReports::CallAfterDump() noexcept try {
+    const CFaultScope scope;
+    if (m_options.afterDump) m_options.afterDump();
+} catch (...) {
+    TakeCaughtFault();  // or want of memory, of which nothing can be told
+}
+
+}  // namespace quorbel

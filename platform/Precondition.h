@@ -1,0 +1,15 @@
+#pragma once
+
+namespace quorbel {
+
+/// A caller broke the contract of the function that calls this: a crash report is written and an exception
+/// thrown (see platform/fault/Faults.h). Where nobody handles faults the process is aborted.
+[[noreturn]] void InvalidParameter();
+
+/// A condition that every caller has to see to, whatever the input.
+inline void Require(bool holds) {
+    if (!holds) [[unlikely]]
+        InvalidParameter();
+}
+
+}  // namespace quorbel
