@@ -1,8 +1,107 @@
 #include "LibService/ServiceLogger.h"
 
+#include <ctime>
+
+#include "platform/File.h"
 #include "platform/Text.h"
+#include "platform/Thread.h"
 
 namespace quorbel {
+
+namespace {
+
+std::string LocalTime(std::uint64_t time) {
+    const auto seconds = static_cast<std::time_t>(ToUnixTime(time).seconds);
+    std::tm local{};
+    ::localtime_r(&seconds, &local);
+    std::array<char, 32> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y%m%d%H%M%S", &local)};
+}
+
+const CTraceTexts& NoTexts() {
+    static const CTraceTexts none;
+    return none;
+}
+
+constexpr std::uint32_t SeverityOf(std::uint32_t id) noexcept {
+    return id >> 30;
+}
+constexpr std::uint32_t kWarning = 2;
+
+}  // namespace
+
+/// Writes when it is told to. What it is told during a write or the pause after it is one more write.
+class CServiceLogger::CSavingThread {
+ public:
+    static CResult<std::unique_ptr<CSavingThread>> Start(CServiceLogger& logger) {
+        auto wake = CEvent::Create(EventReset::Auto);
+        if (!wake.IsOk()) return wake.Error();
+        auto stop = CEvent::Create(EventReset::Manual);
+        if (!stop.IsOk()) return stop.Error();
+        auto saving =
+            std::make_unique<CSavingThread>(logger, std::move(wake).Value(), std::move(stop).Value());
+        auto thread = StartThread("TraceWriter", [raw = saving.get()] { raw->Run(); });
+        if (!thread.IsOk()) return thread.Error();
+        saving->m_thread = std::move(thread).Value();
+        return saving;
+    }
+    CSavingThread(CServiceLogger& logger, std::shared_ptr<CEvent> wake, std::shared_ptr<CEvent> stop)
+        : m_logger(logger), m_wake(std::move(wake)), m_stop(std::move(stop)) {}
+    ~CSavingThread() {
+        m_stop->Set();
+        if (m_thread.joinable()) m_thread.join();
+    }
+
+    void Wake() noexcept {
+        if (!m_isAwake.exchange(true)) m_wake->Set();
+    }
+
+ private:
+    void Run() {
+        for (;;) {
+            const auto woken = WaitForAny({m_stop.get(), m_wake.get()});
+            if (!woken.IsOk() || woken.Value() == 0) return;
+            m_isAwake = false;
+            const auto begin = m_logger.m_clock.Steady();
+            Report(SaveWithinMemory());
+            const auto pause = (m_logger.m_clock.Steady() - begin) * (kSavingShare - 1);
+            const auto most = std::chrono::milliseconds(1000);
+            m_logger.m_clock.Pause(
+                std::min(most, std::chrono::duration_cast<std::chrono::milliseconds>(pause)), *m_stop);
+        }
+    }
+
+    CStatus SaveWithinMemory() {
+        try {
+            return m_logger.Save();
+        } catch (const std::bad_alloc&) {
+            return SystemError(ErrorCode::NotEnoughMemory);
+        }
+    }
+
+    /// Of failures in a row the first one is reported.
+    void Report(const CStatus& status) {
+        if (!status.IsOk() && !m_hasFailed) status.Report();
+        m_hasFailed = !status.IsOk();
+    }
+
+    CServiceLogger& m_logger;
+    const std::shared_ptr<CEvent> m_wake;
+    const std::shared_ptr<CEvent> m_stop;
+    std::atomic<bool> m_isAwake = false;
+    bool m_hasFailed = false;
+    std::thread m_thread;
+};
+
+CServiceLogger::CServiceLogger(std::string name, IClock& clock)
+    : m_clock(clock), m_name(std::move(name)), m_startTime(LocalTime(clock.System())), m_texts(&NoTexts()) {
+    m_memory.SetName(m_name);
+}
+
+CServiceLogger::~CServiceLogger() {
+    m_savingThread = nullptr;
+    Save().Report();
+}
 
 CStatus CServiceLogger::LoadMessages(const std::filesystem::path& module) {
     auto loaded = CMessageModule::Load(module);
@@ -12,93 +111,195 @@ CStatus CServiceLogger::LoadMessages(const std::filesystem::path& module) {
 }
 
 void CServiceLogger::SetMessages(std::shared_ptr<const CMessageModule> module) {
+    auto texts = std::make_unique<const CTraceTexts>(*module);
     const std::lock_guard guard(m_lock);
-    m_texts.SetModule(std::move(module));
+    // The texts before these may be in use and stay.
+    m_texts.store(texts.get(), std::memory_order_release);
+    m_ownTexts.push_back(std::move(texts));
+}
+
+void CServiceLogger::SetRecordSpan(std::uint32_t records) {
+    const std::lock_guard guard(m_lock);
+    m_memory.SetSpan(records);
 }
 
 void CServiceLogger::SetObserver(std::shared_ptr<ITraceObserver> observer) {
     {
         const std::lock_guard guard(m_lock);
         m_observer.swap(observer);
+        m_isObserved = m_observer != nullptr;
     }
     // What was the observer may end here, and with it a thread: not under the lock.
     observer = nullptr;
 }
 
+CStatus CServiceLogger::StartSaving(std::filesystem::path folder) {
+    {
+        const std::lock_guard guard(m_saving);
+        m_folder = std::move(folder);
+    }
+    auto thread = CSavingThread::Start(*this);
+    if (!thread.IsOk()) return SystemError(thread.Error());
+    const std::lock_guard guard(m_lock);
+    m_savingThread = std::move(thread).Value();
+    return {};
+}
+
 void CServiceLogger::Trace(const CTraceLoggable& object, std::uint32_t id,
                            std::initializer_list<TraceArgument> arguments) {
-    // Nothing is saved while records live in memory only, so both operations are one.
-    TraceNoSave(object, id, arguments);
+    const CTraceLevelMask mask = m_mask.load(std::memory_order_relaxed);
+    if (!mask.Keeps(id)) return;
+    const Saving saving = SeverityOf(id) >= kWarning ? Saving::Now : Saving::Later;
+    Record(object, id, arguments, mask.ForcesSaving(id) ? saving : Saving::Never);
 }
 
 void CServiceLogger::TraceNoSave(const CTraceLoggable& object, std::uint32_t id,
                                  std::initializer_list<TraceArgument> arguments) {
-    if (!m_mask.load(std::memory_order_relaxed).Keeps(id)) return;
+    if (m_mask.load(std::memory_order_relaxed).Keeps(id)) Record(object, id, arguments, Saving::Never);
+}
+
+void CServiceLogger::Record(const CTraceLoggable& object, std::uint32_t id,
+                            std::initializer_list<TraceArgument> arguments, Saving saving) noexcept {
     try {
-        Keep(object, id, arguments);
+        Keep(object, id, arguments, saving);
     } catch (const std::exception&) {
         return;  // out of memory: the record is dropped
     }
 }
 
 void CServiceLogger::Keep(const CTraceLoggable& object, std::uint32_t id,
-                          std::initializer_list<TraceArgument> arguments) {
-    std::shared_ptr<const CTraceText> text;
-    bool observed = false;
-    {
-        const std::lock_guard guard(m_lock);
-        text = m_texts.Find(id);
-        observed = m_observer != nullptr;
-    }
-    // What may be long is made and measured without the lock.
-    std::vector<TraceValue> values = text->Encode(arguments);
-    if (!CTraceRing::Fits(values)) return;
-    const std::wstring line = observed ? text->Render(values) : std::wstring();
+                          std::initializer_list<TraceArgument> arguments, Saving saving) {
+    const CTraceText& text = m_texts.load(std::memory_order_acquire)->Find(id);
+    // What may be long is made without the lock.
+    CTraceArgumentWriter encoded;
+    text.Encode(arguments, encoded);
+    if (!encoded.IsWhole()) return;
+    std::wstring line;
+    const bool isObserved = m_isObserved.load(std::memory_order_relaxed);
+    if (isObserved) line = text.Render(DecodeArguments(encoded.Bytes()).value());
 
     const std::lock_guard guard(m_lock);
     const CLoggedObject& logged = Logged(object.TraceName());
-    const bool kept = m_ring.Append({.number = 0,
-                                     .time = m_clock.System(),
-                                     .id = id,
-                                     .object = logged.Key(),
-                                     .arguments = std::move(values)});
-    if (kept && observed && m_observer) m_observer->OnRecord(logged.TraceName(), line);
+    if (!m_memory.Append(id, logged, m_clock.System(), encoded.Bytes())) return;
+    if (saving != Saving::Never) m_memory.MarkLast(kSavedRecords);
+    if (saving == Saving::Now && m_savingThread) m_savingThread->Wake();
+    if (m_recordArrives) std::exchange(m_recordArrives, nullptr)->Set();
+    if (isObserved && m_observer) m_observer->OnRecord(logged.Name(), line);
 }
 
-const CLoggedObject& CServiceLogger::Logged(const char* name) {
-    const auto known = m_objects.find(std::string_view(name));
-    if (known != m_objects.end()) return *known->second;
-    auto object = std::make_unique<const CLoggedObject>(name);
-    const CLoggedObject& logged = *object;
-    m_keys.emplace(logged.Key(), &logged);
-    m_objects.emplace(name, std::move(object));
-    return logged;
+const CLoggedObject& CServiceLogger::Logged(std::string_view name) {
+    if (m_lastObject != nullptr && m_lastObject->Name() == name) return *m_lastObject;
+    auto known = m_objects.find(name);
+    if (known == m_objects.end()) {
+        auto object = std::make_unique<const CLoggedObject>(std::string(name));
+        m_keys.emplace(object->Key(), object.get());
+        known = m_objects.emplace(name, std::move(object)).first;
+    }
+    m_lastObject = known->second.get();
+    return *m_lastObject;
+}
+
+CStatus CServiceLogger::Save() {
+    struct CPending {
+        CTraceFile file;
+        CTraceFileImage image;
+    };
+    const std::lock_guard saving(m_saving);
+    if (m_folder.empty()) return {};
+    std::vector<CPending> pending;
+    {
+        const std::lock_guard guard(m_lock);
+        for (const CTraceFile& file : m_memory.TakeChanged()) pending.push_back({file, file.MarkedImage()});
+    }
+    CStatus status;
+    for (const CPending& next : pending) {
+        const ErrorCode error = Write(next.file, next.image);
+        if (error == ErrorCode::Success) continue;
+        status = SystemError(error, FromUtf8(m_folder.native()));
+        const std::lock_guard guard(m_lock);
+        m_memory.PutBack(next.file);
+    }
+    return status;
+}
+
+ErrorCode CServiceLogger::Write(const CTraceFile& file, const CTraceFileImage& image) const {
+    std::array<char, 16> number{};
+    std::snprintf(number.data(), number.size(), "%.4X", file.Number());
+    const std::wstring folder = FromUtf8(m_folder.native());
+    const std::wstring path = folder + L'/' + FromUtf8(m_name + m_startTime + number.data() + ".QBT");
+    const std::vector<std::uint8_t> bytes = WriteTraceFile(image);
+    const std::string_view content(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    const ErrorCode error = ReplaceFile(path, content, FileReaders::Owner);
+    if (error != ErrorCode::FileNotFound) return error;
+    if (const ErrorCode noFolder = CreateFolder(folder); noFolder != ErrorCode::Success) return noFolder;
+    return ReplaceFile(path, content, FileReaders::Owner);
+}
+
+CStatus CServiceLogger::SaveLastRecords() {
+    {
+        const std::lock_guard guard(m_lock);
+        m_memory.MarkLast(kSavedRecords);
+    }
+    return Save();
 }
 
 std::uint64_t CServiceLogger::NextRecord() const {
     const std::lock_guard guard(m_lock);
-    return m_ring.NextNumber();
+    return m_memory.NextRecord();
+}
+
+std::uint64_t CServiceLogger::OldestRecord() const {
+    const std::lock_guard guard(m_lock);
+    return m_memory.OldestRecord();
+}
+
+std::optional<CTraceSnapshot> CServiceLogger::ReadBlock(std::uint64_t number) const {
+    const std::lock_guard guard(m_lock);
+    const CTraceFile* const file = m_memory.FileOf(number);
+    auto block = file ? file->BlockOf(number) : std::nullopt;
+    if (!block) return std::nullopt;
+    CTraceSnapshot snapshot{std::move(*block), {}};
+    // Every object of a file is a logged one.
+    for (const CTraceLoggable* object : file->Objects())
+        snapshot.objects.push_back(static_cast<const CLoggedObject*>(object)->Key());
+    return snapshot;
 }
 
 std::optional<CTraceRecord> CServiceLogger::Read(std::uint64_t number) const {
-    const std::lock_guard guard(m_lock);
-    return m_ring.Read(number);
+    const auto snapshot = ReadBlock(number);
+    if (!snapshot) return std::nullopt;
+    CTraceImageReader reader(snapshot->block.image, snapshot->block.first);
+    auto entry = reader.Next();
+    while (entry && entry->number != number) entry = reader.Next();
+    if (!entry) return std::nullopt;
+    return CTraceRecord{number,
+                        entry->time,
+                        entry->id,
+                        snapshot->objects[entry->object],
+                        {entry->arguments.begin(), entry->arguments.end()}};
 }
 
-std::wstring CServiceLogger::Text(const CTraceRecord& record) const {
-    std::shared_ptr<const CTraceText> text;
-    {
-        const std::lock_guard guard(m_lock);
-        text = m_texts.Find(record.id);
+CResult<std::shared_ptr<CEvent>> CServiceLogger::RecordArrives(std::uint64_t number) const {
+    const std::lock_guard guard(m_lock);
+    if (number < m_memory.NextRecord()) return std::shared_ptr<CEvent>();
+    if (!m_recordArrives) {
+        auto event = CEvent::Create(EventReset::Manual);
+        if (!event.IsOk()) return event.Error();
+        m_recordArrives = std::move(event).Value();
     }
-    return text->Render(record.arguments);
+    return m_recordArrives;
 }
 
 std::optional<std::string> CServiceLogger::ObjectName(std::uint64_t key) const {
     const std::lock_guard guard(m_lock);
     const auto found = m_keys.find(key);
     if (found == m_keys.end()) return std::nullopt;
-    return std::string(found->second->TraceName());
+    return std::string(found->second->Name());
+}
+
+std::wstring CServiceLogger::Text(const CTraceRecord& record) const {
+    const auto values = DecodeArguments(record.arguments);
+    return m_texts.load(std::memory_order_acquire)->Find(record.id).Render(values.value());
 }
 
 }  // namespace quorbel

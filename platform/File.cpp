@@ -44,6 +44,10 @@ CResult<CFileStamp> StampOfOpen(const CFileDescriptor& file) {
     return ToStamp(status);
 }
 
+mode_t ModeFor(FileReaders readers) noexcept {
+    return readers == FileReaders::Owner ? 0600 : 0644;
+}
+
 }  // namespace
 
 CResult<CFile> CFile::Open(std::wstring_view path) {
@@ -102,14 +106,34 @@ CResult<CFileStamp> StampOf(std::wstring_view path) {
 ErrorCode CreateNewFile(std::wstring_view path, std::string_view content, FileReaders readers) {
     const auto local = ToLocalPath(path);
     if (!local.IsOk()) return local.Error();
-    const mode_t mode = readers == FileReaders::Owner ? 0600 : 0644;
-    const CFileDescriptor file(
-        ::open(local.Value().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
+    const CFileDescriptor file(::open(local.Value().c_str(),
+                                      O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, ModeFor(readers)));
     if (!file.IsOpen()) return ErrorFromErrno(errno);
     ErrorCode error = WriteAll(file.Get(), content);
     if (error == ErrorCode::Success && ::fsync(file.Get()) != 0) error = ErrorFromErrno(errno);
     if (error != ErrorCode::Success) ::unlink(local.Value().c_str());
     return error;
+}
+
+ErrorCode ReplaceFile(std::wstring_view path, std::string_view content, FileReaders readers) {
+    const auto local = ToLocalPath(path);
+    if (!local.IsOk()) return local.Error();
+    const std::string beside = local.Value() + ".new";
+    ::unlink(beside.c_str());  // what a process that was killed may have left
+    CFileDescriptor file(
+        ::open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, ModeFor(readers)));
+    if (!file.IsOpen()) return ErrorFromErrno(errno);
+    ErrorCode error = WriteAll(file.Get(), content);
+    if (error == ErrorCode::Success && ::rename(beside.c_str(), local.Value().c_str()) != 0)
+        error = ErrorFromErrno(errno);
+    if (error != ErrorCode::Success) ::unlink(beside.c_str());
+    return error;
+}
+
+ErrorCode CreateFolder(std::wstring_view path) {
+    const auto local = ToLocalPath(path);
+    if (!local.IsOk()) return local.Error();
+    return ::mkdir(local.Value().c_str(), 0700) == 0 ? ErrorCode::Success : ErrorFromErrno(errno);
 }
 
 CResult<CFileDescriptor> OpenFolder(std::wstring_view path) {

@@ -30,6 +30,7 @@ enum class LockRank : std::uint8_t {
     DatabaseSession = 63,   ///< which command a session runs; held while that is cancelled
     ThreadSet = 65,         ///< which threads of a set are idle; held while one is chosen or started
     EventLog = 70,
+    TraceSaving = 78,  ///< the folder of trace files; held while they are written
     TraceLogger = 80,
     ConsoleEcho = 85,
     Registry = 90,

@@ -101,18 +101,18 @@ std::optional<T> NumberOf(const TraceArgument& argument) {
     return std::nullopt;
 }
 
-/// Cuts a 64-bit number to the size of its insert.
+/// An integer, cut to the size of its insert: as Half without a size, as Quarter for a short one.
 template <class Whole, class Half, class Quarter>
-TraceValue Cut(std::optional<Whole> number, Size size) {
-    if (!number) return {};
+Whole Cut(const TraceArgument& argument, Size size) {
+    const Whole number = NumberOf<Whole>(argument).value_or(0);
     switch (size) {
         case Size::Plain:
-        case Size::Long: return Whole{static_cast<Half>(*number)};
-        case Size::Long64: return *number;
-        case Size::Short: return Whole{static_cast<Quarter>(*number)};
-        case Size::Unknown: return {};
+        case Size::Long: return static_cast<Half>(number);
+        case Size::Long64: return number;
+        case Size::Short: return static_cast<Quarter>(number);
+        case Size::Unknown: return 0;
     }
-    return {};
+    return 0;
 }
 
 std::wstring TextOf(const TraceArgument& argument) {
@@ -124,50 +124,35 @@ std::wstring TextOf(const TraceArgument& argument) {
     return std::to_wstring(std::get<double>(value));
 }
 
-std::string NarrowTextOf(const TraceArgument& argument) {
-    if (const auto* text = std::get_if<std::string_view>(&argument.Get())) return std::string(*text);
-    return ToUtf8(TextOf(argument));
-}
-
 /// A wide text in the fewest bytes: its low bytes when nothing is lost.
-TraceValue PlainString(const std::wstring& text) {
+void PutText(std::wstring_view text, CTraceArgumentWriter& writer) {
     const auto isByte = [](wchar_t character) { return static_cast<std::uint32_t>(character) < 0x100; };
-    if (!std::all_of(text.begin(), text.end(), isByte)) return ToUtf16(text);
-    std::string bytes(text.size(), '\0');
-    std::transform(text.begin(), text.end(), bytes.begin(),
-                   [](wchar_t character) { return static_cast<char>(character); });
-    return bytes;
+    if (std::all_of(text.begin(), text.end(), isByte)) return writer.PutLowBytes(text);
+    writer.PutUtf16(ToUtf16(text));
 }
 
-TraceValue EncodeString(const TraceArgument& argument, Size size) {
+void PutString(const TraceArgument& argument, Size size, CTraceArgumentWriter& writer) {
+    const auto* const wide = std::get_if<std::wstring_view>(&argument.Get());
+    const auto* const narrow = std::get_if<std::string_view>(&argument.Get());
     switch (size) {
-        case Size::Plain: return PlainString(TextOf(argument));
-        case Size::Short: return NarrowTextOf(argument);
-        case Size::Long: return ToUtf16(TextOf(argument));
+        case Size::Plain: return wide ? PutText(*wide, writer) : PutText(TextOf(argument), writer);
+        case Size::Short: return writer.PutBytes(narrow ? std::string(*narrow) : ToUtf8(TextOf(argument)));
+        case Size::Long: return writer.PutUtf16(ToUtf16(TextOf(argument)));
         case Size::Long64:
-        case Size::Unknown: return {};
+        case Size::Unknown: return writer.PutNothing();
     }
-    return {};
 }
 
-TraceValue EncodeFloating(const TraceArgument& argument) {
-    const auto number = NumberOf<double>(argument);
-    if (!number) return {};
-    return *number;
-}
-
-TraceValue EncodeArgument(const TraceArgument& argument, const CTraceInsert& insert) {
+void PutArgument(const TraceArgument& argument, const CTraceInsert& insert, CTraceArgumentWriter& writer) {
     switch (insert.kind) {
         case Kind::Signed:
-            return Cut<std::int64_t, std::int32_t, std::int16_t>(NumberOf<std::int64_t>(argument),
-                                                                 insert.size);
+            return writer.PutSigned(Cut<std::int64_t, std::int32_t, std::int16_t>(argument, insert.size));
         case Kind::Unsigned:
-            return Cut<std::uint64_t, std::uint32_t, std::uint16_t>(NumberOf<std::uint64_t>(argument),
-                                                                    insert.size);
-        case Kind::Floating: return EncodeFloating(argument);
-        case Kind::String: return EncodeString(argument, insert.size);
+            return writer.PutUnsigned(
+                Cut<std::uint64_t, std::uint32_t, std::uint16_t>(argument, insert.size));
+        case Kind::Floating: return writer.PutFloating(NumberOf<double>(argument).value_or(0));
+        case Kind::String: return PutString(argument, insert.size, writer);
     }
-    return {};
 }
 
 /// A number as printf writes it with the insert's flag, width and precision.
@@ -199,16 +184,31 @@ std::wstring FromBytes(const std::string& bytes, Size size) {
     return text;
 }
 
-std::wstring FormatValue(const TraceValue& value, const CTraceInsert& insert) {
-    if (const auto* number = std::get_if<std::int64_t>(&value))
-        return FormatNumber(static_cast<long long>(*number), insert, "ll");
-    if (const auto* number = std::get_if<std::uint64_t>(&value))
-        return FormatNumber(static_cast<unsigned long long>(*number), insert, "ll");
-    if (const auto* number = std::get_if<double>(&value)) return FormatNumber(*number, insert, "");
+std::wstring FormatText(const TraceValue& value, const CTraceInsert& insert) {
     if (const auto* text = std::get_if<std::string>(&value))
         return FormatString(FromBytes(*text, insert.size), insert);
     if (const auto* text = std::get_if<std::u16string>(&value)) return FormatString(FromUtf16(*text), insert);
     return {};
+}
+
+/// A value whose kind is another one than its insert's, as one of a file made with other texts may be, is
+/// written in the plainest form of its own kind.
+std::wstring FormatValue(const TraceValue& value, const CTraceInsert& insert) {
+    if (const auto* number = std::get_if<std::int64_t>(&value)) {
+        if (insert.kind == Kind::Signed || insert.kind == Kind::Unsigned)
+            return FormatNumber(static_cast<long long>(*number), insert, "ll");
+        if (insert.kind == Kind::String) return std::to_wstring(*number);
+        return FormatNumber(static_cast<double>(*number), insert, "");
+    }
+    if (const auto* number = std::get_if<std::uint64_t>(&value)) {
+        if (insert.kind == Kind::Signed || insert.kind == Kind::Unsigned)
+            return FormatNumber(static_cast<unsigned long long>(*number), insert, "ll");
+        if (insert.kind == Kind::String) return std::to_wstring(*number);
+        return FormatNumber(static_cast<double>(*number), insert, "");
+    }
+    if (const auto* number = std::get_if<double>(&value))
+        return insert.kind == Kind::Floating ? FormatNumber(*number, insert, "") : std::to_wstring(*number);
+    return FormatText(value, insert);
 }
 
 }  // namespace
@@ -240,14 +240,12 @@ CTraceText::CTraceText(std::wstring text) {
     }
 }
 
-std::vector<TraceValue> CTraceText::Encode(std::initializer_list<TraceArgument> arguments) const {
-    std::vector<TraceValue> values;
-    values.reserve(std::min(arguments.size(), m_inserts.size()));
+void CTraceText::Encode(std::initializer_list<TraceArgument> arguments, CTraceArgumentWriter& writer) const {
+    auto insert = m_inserts.begin();
     for (const TraceArgument& argument : arguments) {
-        if (values.size() == m_inserts.size()) break;
-        values.push_back(EncodeArgument(argument, m_inserts[values.size()]));
+        if (insert == m_inserts.end()) return;
+        PutArgument(argument, *insert++, writer);
     }
-    return values;
 }
 
 std::wstring CTraceText::Render(const std::vector<TraceValue>& values) const {
@@ -260,16 +258,13 @@ std::wstring CTraceText::Render(const std::vector<TraceValue>& values) const {
     return text;
 }
 
-void CTraceTexts::SetModule(std::shared_ptr<const CMessageModule> module) {
-    m_module = std::move(module);
-    m_texts.clear();
+CTraceTexts::CTraceTexts(const CMessageModule& module) {
+    for (const std::uint32_t id : module.Identifiers()) m_texts.emplace(id, module.Find(id).value());
 }
 
-std::shared_ptr<const CTraceText> CTraceTexts::Find(std::uint32_t id) {
-    const auto known = m_texts.find(id);
-    if (known != m_texts.end()) return known->second;
-    std::wstring text = m_module ? m_module->Find(id).value_or(std::wstring()) : std::wstring();
-    return m_texts.emplace(id, std::make_shared<const CTraceText>(std::move(text))).first->second;
+const CTraceText& CTraceTexts::Find(std::uint32_t id) const noexcept {
+    const auto found = m_texts.find(id);
+    return found == m_texts.end() ? m_none : found->second;
 }
 
 }  // namespace quorbel

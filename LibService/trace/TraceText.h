@@ -2,24 +2,17 @@
 
 #include <cstdint>
 #include <initializer_list>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <variant>
 #include <vector>
 
 #include "LibService/TraceLogger.h"
+#include "LibService/trace/TraceArguments.h"
 #include "platform/messages/MessageModule.h"
 
 namespace quorbel {
-
-/// An argument as a record keeps it: nothing (an insert of an unknown size, or an argument that does not fit
-/// its insert), a signed or unsigned integer, a floating point number, a text of 8-bit characters or one of
-/// UTF-16.
-using TraceValue =
-    std::variant<std::monostate, std::int64_t, std::uint64_t, double, std::string, std::u16string>;
 
 /// An insert of an identifier's text: %[flag][width][.precision][I64|l|h|L]LETTER NUMBER.
 struct CTraceInsert {
@@ -44,9 +37,9 @@ class CTraceText {
     /// The inserts in the order of their numbers, from 1 on while the numbers are consecutive.
     const std::vector<CTraceInsert>& Inserts() const noexcept { return m_inserts; }
 
-    /// Gives the arguments the types of the inserts; those beyond the inserts are dropped. An integer is cut
-    /// to the insert's size, a number for a text becomes decimal digits, a text for a number nothing.
-    std::vector<TraceValue> Encode(std::initializer_list<TraceArgument> arguments) const;
+    /// Writes the arguments with the types of the inserts; those beyond the inserts are dropped. An integer
+    /// is cut to the insert's size, a number for a text becomes decimal digits, a text for a number 0.
+    void Encode(std::initializer_list<TraceArgument> arguments, CTraceArgumentWriter& writer) const;
 
     /// The text with the values in place of the inserts, on one line unless a value holds line ends.
     std::wstring Render(const std::vector<TraceValue>& values) const;
@@ -62,16 +55,17 @@ class CTraceText {
     std::vector<CTraceInsert> m_inserts;
 };
 
-/// The texts of the trace message module, each read once. An identifier without a text has the empty one, and
-/// so no inserts. Not synchronised.
+/// The texts of a trace message module, their inserts read. An identifier without a text has the empty one,
+/// and so no inserts. Immutable.
 class CTraceTexts {
  public:
-    void SetModule(std::shared_ptr<const CMessageModule> module);
-    std::shared_ptr<const CTraceText> Find(std::uint32_t id);
+    CTraceTexts() = default;
+    explicit CTraceTexts(const CMessageModule& module);
+    const CTraceText& Find(std::uint32_t id) const noexcept;
 
  private:
-    std::shared_ptr<const CMessageModule> m_module;
-    std::unordered_map<std::uint32_t, std::shared_ptr<const CTraceText>> m_texts;
+    std::unordered_map<std::uint32_t, CTraceText> m_texts;
+    const CTraceText m_none{std::wstring()};
 };
 
 }  // namespace quorbel

@@ -1,3 +1,5 @@
+#include <fstream>
+
 #include "LibService/MessageIds.h"
 #include "LibService/trace/TraceText.h"
 #include "platform/messages/MessageModule.h"
@@ -77,17 +79,38 @@ TEST(TraceTexts, TakeAsManyInsertsAsAreTraced) {
     };
     const auto module = Load("TrcQBHTTPService.dll");
     ASSERT_NE(module, nullptr);
-    CTraceTexts texts;
-    texts.SetModule(module);
+    const CTraceTexts texts(*module);
     std::vector<std::uint32_t> known;
     for (const auto& [id, count] : expected) {
         known.push_back(id);
-        const CTraceText& text = *texts.Find(id);
+        const CTraceText& text = texts.Find(id);
         EXPECT_FALSE(text.Render({}).empty() && count == 0) << std::hex << id;
         ASSERT_EQ(text.Inserts().size(), count) << std::hex << id;
         for (const CTraceInsert& insert : text.Inserts()) EXPECT_EQ(insert.kind, CTraceInsert::Kind::String);
     }
     EXPECT_EQ(module->Identifiers(), known);
+}
+
+/// The identifiers that the header lists for trace records.
+std::vector<std::uint32_t> TracedIdentifiers() {
+    std::ifstream header(QUORBEL_SOURCES "/LibService/MessageIds.h");
+    std::vector<std::uint32_t> identifiers;
+    bool isTrace = false;
+    for (std::string line; std::getline(header, line);) {
+        isTrace = line.starts_with("namespace trace") || (isTrace && !line.starts_with("}"));
+        const std::size_t number = line.find("0x");
+        if (isTrace && number != line.npos)
+            identifiers.push_back(static_cast<std::uint32_t>(std::stoul(line.substr(number), nullptr, 16)));
+    }
+    return identifiers;
+}
+
+TEST(TraceTexts, ThereIsOneForEveryIdentifierThatIsTraced) {
+    const auto module = Load("TrcQBHTTPService.dll");
+    ASSERT_NE(module, nullptr);
+    const auto traced = TracedIdentifiers();
+    EXPECT_GE(traced.size(), 9U);
+    for (const std::uint32_t id : traced) EXPECT_TRUE(module->Find(id).has_value()) << std::hex << id;
 }
 
 }  // namespace

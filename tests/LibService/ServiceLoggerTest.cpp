@@ -1,5 +1,6 @@
 #include "LibService/MessageIds.h"
 #include "LibService/ServiceLogger.h"
+#include "platform/Text.h"
 
 namespace quorbel {
 namespace {
@@ -70,7 +71,8 @@ TEST(ServiceLogger, KeepsTypedRecordsThatTheMaskLetsPass) {
     EXPECT_EQ(record->number, 0U);
     EXPECT_EQ(record->id, kId);
     EXPECT_NE(record->time, 0U);
-    EXPECT_EQ(record->arguments, (std::vector<TraceValue>{std::string("text"), std::uint64_t{0xFFFFFFFF}}));
+    EXPECT_EQ(DecodeArguments(record->arguments),
+              (std::vector<TraceValue>{std::string("text"), std::uint64_t{0xFFFFFFFF}}));
     EXPECT_EQ(logger.Text(*record), L"text 4294967295");
     EXPECT_EQ(logger.Text(logger.Read(1).value()), L"kept 3");
     EXPECT_FALSE(logger.Read(2).has_value());
@@ -84,7 +86,7 @@ TEST(ServiceLogger, CarriesNoArgumentsWithoutATextAndReadsItOnceThereIsOne) {
     EXPECT_EQ(logger.Text(*logger.Read(0)), L"");
     logger.SetMessages(Messages());
     logger.Trace(object, kId, {L"text", 1});
-    EXPECT_EQ(logger.Read(1)->arguments.size(), 2U);
+    EXPECT_EQ(logger.Text(*logger.Read(1)), L"text 1");
     const CStatus status = logger.LoadMessages("/nowhere/module");
     ASSERT_FALSE(status.IsOk());
     EXPECT_EQ(status.Error()->GetCode(), 2U);
@@ -104,26 +106,31 @@ TEST(ServiceLogger, HasOneLoggedObjectForEveryName) {
     EXPECT_EQ(logger.ObjectName(0), std::nullopt);
 }
 
-TEST(ServiceLogger, LetsGoOfTheOldestRecords) {
+TEST(ServiceLogger, LetsGoOfTheOldestRecordsInWholeFiles) {
     CServiceLogger logger;
     const CObject object("Object");
-    for (std::size_t i = 0; i < CTraceRing::kMostRecords + 5; ++i) logger.Trace(object, kId);
-    EXPECT_FALSE(logger.Read(4).has_value());
-    EXPECT_EQ(logger.Read(5)->number, 5U);
-    EXPECT_EQ(logger.Read(CTraceRing::kMostRecords + 4)->number, CTraceRing::kMostRecords + 4);
+    EXPECT_EQ(logger.OldestRecord(), 0U);
+    logger.SetRecordSpan(100);
+    // Eight blocks of records of 5 and (at first) 8 bytes make a file.
+    while (logger.OldestRecord() == 0) logger.Trace(object, kId);
+    const std::uint64_t oldest = logger.OldestRecord();
+    EXPECT_EQ(logger.NextRecord(), oldest + 1);
+    EXPECT_FALSE(logger.Read(oldest - 1).has_value());
+    EXPECT_EQ(logger.Read(oldest)->number, oldest);
+    logger.SetRecordSpan(0);
+    for (std::uint64_t i = 0; i < 2 * oldest; ++i) logger.Trace(object, kId);
+    EXPECT_EQ(logger.OldestRecord(), oldest);
+    EXPECT_EQ(logger.Read(3 * oldest)->number, 3 * oldest);
 }
 
-TEST(ServiceLogger, DropsARecordThatIsTooLargeAndBoundsItsMemory) {
+TEST(ServiceLogger, DropsARecordThatIsTooLargeWithoutANumber) {
     CServiceLogger logger;
     logger.SetMessages(Messages());
     const CObject object("Object");
-    logger.Trace(object, kId, {std::wstring(CTraceRing::kMostArgumentBytes, L'x')});
+    logger.Trace(object, kId, {std::wstring(kMostArgumentBytes, L'x')});
     EXPECT_EQ(logger.NextRecord(), 0U);
-    const std::wstring large(CTraceRing::kMostArgumentBytes - 3, L'x');
-    const std::size_t most = CTraceRing::kMostBytes / CTraceRing::kMostArgumentBytes;
-    for (std::size_t i = 0; i <= most; ++i) logger.Trace(object, kId, {large});
-    EXPECT_FALSE(logger.Read(0).has_value());
-    EXPECT_TRUE(logger.Read(1).has_value());
+    logger.Trace(object, kId, {std::wstring(kMostArgumentBytes - 4, L'x'), 0});
+    EXPECT_EQ(logger.Read(0)->arguments.size(), kMostArgumentBytes);
 }
 
 TEST(ServiceLogger, ShowsKeptRecordsToItsObserver) {
@@ -135,7 +142,7 @@ TEST(ServiceLogger, ShowsKeptRecordsToItsObserver) {
     logger.SetObserver(observer);
     logger.Trace(object, kId, {L"kept", 2});
     logger.Trace(object, 0x40010001, {L"filtered", 3});
-    logger.Trace(object, kId, {std::wstring(CTraceRing::kMostArgumentBytes, L'x'), 4});
+    logger.Trace(object, kId, {std::wstring(kMostArgumentBytes, L'x'), 4});
     logger.SetObserver(nullptr);
     logger.Trace(object, kId, {L"after", 5});
     EXPECT_THAT(observer->lines, testing::ElementsAre(L"Object|kept 2"));
@@ -164,8 +171,10 @@ TEST(ServiceLogger, NumbersTheRecordsOfAllThreadsWithoutAGap) {
     std::map<std::string, std::uint64_t> next;
     for (std::uint64_t number = 0; number < logger.NextRecord(); ++number) {
         const CTraceRecord record = logger.Read(number).value();
-        const auto& thread = std::get<std::string>(record.arguments[0]);
-        EXPECT_EQ(std::get<std::uint64_t>(record.arguments[1]), next[thread]++);
+        const auto arguments = DecodeArguments(record.arguments).value();
+        const std::uint64_t expected = next[std::get<std::string>(arguments[0])]++;
+        EXPECT_EQ(logger.Text(record),
+                  FromUtf8(std::get<std::string>(arguments[0])) + L' ' + std::to_wstring(expected));
     }
     EXPECT_EQ(observer->lines.size(), static_cast<std::size_t>(kThreads * kRecords));
 }

@@ -1,4 +1,5 @@
 #include "LibService/trace/TraceText.h"
+#include "platform/Text.h"
 
 namespace quorbel {
 namespace {
@@ -6,8 +7,15 @@ namespace {
 using Size = CTraceInsert::Size;
 using Kind = CTraceInsert::Kind;
 
+std::vector<TraceValue> Encoded(const CTraceText& text, std::initializer_list<TraceArgument> arguments) {
+    CTraceArgumentWriter writer;
+    text.Encode(arguments, writer);
+    EXPECT_TRUE(writer.IsWhole());
+    return DecodeArguments(writer.Bytes()).value_or(std::vector<TraceValue>());
+}
+
 TraceValue Encoded(const wchar_t* text, const TraceArgument& argument) {
-    const auto values = CTraceText(text).Encode({argument});
+    const auto values = Encoded(CTraceText(text), {argument});
     EXPECT_EQ(values.size(), 1U) << ::testing::PrintToString(std::wstring(text));
     return values.empty() ? TraceValue() : values[0];
 }
@@ -75,16 +83,16 @@ TEST(TraceText, GivesArgumentsTheTypesOfTheirInserts) {
         {L"%I64X1", -1, u(0xFFFF'FFFF'FFFF'FFFF)},
         {L"%o1", std::uint32_t{0xFFFF'FFFF}, u(0xFFFF'FFFF)},
         {L"%u1", true, u(1)},
-        {L"%Ld1", 5, monostate()},
-        {L"%I32u1", 5U, monostate()},
+        {L"%Ld1", 5, i(0)},
+        {L"%I32u1", 5U, i(0)},
         {L"%d1", 2.9, i(2)},
         {L"%I64d1", 1e300, i(0)},
-        {L"%I64u1", -1.0, u(0)},
+        {L"%I64u1", -1.0, i(0)},
         {L"%I64d1", std::nan(""), i(0)},
-        {L"%d1", "5", monostate()},
+        {L"%d1", "5", i(0)},
         {L"%f1", 1.5, TraceValue(1.5)},
         {L"%g1", 3, TraceValue(3.0)},
-        {L"%f1", L"x", monostate()},
+        {L"%f1", L"x", TraceValue(0.0)},
         {L"%s1", L"abc", TraceValue(std::string("abc"))},
         {L"%s1", L"\u00ff", TraceValue(std::string("\xFF"))},
         {L"%s1", L"\u0100", TraceValue(std::u16string(u"\u0100"))},
@@ -121,16 +129,88 @@ TEST(TraceText, RendersValuesAsTheirInsertsSay) {
                            {L"%s1", {L"first", L"second"}, L"first"},
                            {L"none", {L"first"}, L"none"},
                            {L"%s1 %c2", {L"first", L"second"}, L"first "},
-                           {L"[%Ld1]", {5}, L"[]"},
+                           {L"[%Ld1]", {5}, L"[0]"},
                            {L"%hs1 %s2 %ls3", {"\xC3\xA4", L"\u00e4", L"\x1F600"}, L"\u00e4 \u00e4 \x1F600"},
                            {L"%s", {L"x"}, L"%s"}};
     for (const CCase& testCase : cases) {
         const CTraceText text(testCase.text);
-        EXPECT_EQ(text.Render(text.Encode(testCase.arguments)), testCase.rendered);
+        EXPECT_EQ(text.Render(Encoded(text, testCase.arguments)), testCase.rendered);
     }
     // The longest number that there is.
     const CTraceText wide(L"%64.64f1");
-    EXPECT_EQ(wide.Render(wide.Encode({-1.7976931348623157e308})).size(), 1U + 309 + 1 + 64);
+    EXPECT_EQ(wide.Render(Encoded(wide, {-1.7976931348623157e308})).size(), 1U + 309 + 1 + 64);
+}
+
+TEST(TraceText, RendersValuesOfAnotherKindThanTheirInserts) {
+    const TraceValue values[] = {std::monostate(), std::int64_t{-7},    ~std::uint64_t{0}, 1.5,
+                                 std::string("a"), std::u16string(u"b")};
+    std::wstring rendered;
+    for (const wchar_t* insert : {L"%8.8s1", L"%d1", L"%x1", L"%.1f1"}) {
+        for (const TraceValue& value : values) rendered += CTraceText(insert).Render({value}) + L",";
+    }
+    EXPECT_EQ(rendered,
+              L",-7,18446744073709551615,1.500000,       a,       b,"
+              L",-7,-1,1.500000,a,b,"
+              L",fffffffffffffff9,ffffffffffffffff,1.500000,a,b,"
+              L",-7.0,18446744073709551616.0,1.5,a,b,");
+}
+
+/// Bytes in hexadecimal.
+std::string Hex(std::span<const std::uint8_t> bytes) {
+    std::string text;
+    for (const std::uint8_t byte : bytes) text += ToUtf8(ToHex(byte, 2));
+    return text;
+}
+
+TEST(TraceArguments, TakeTheBytesOfTheirEncoding) {
+    const std::tuple<const wchar_t*, TraceArgument, const char*> cases[] = {
+        {L"%u1", 0, "03"},
+        {L"%u1", 255, "0CFF"},
+        {L"%u1", 256, "0D0001"},
+        {L"%u1", -1, "0FFFFFFFFF"},
+        {L"%I64u1", ~std::uint64_t{0}, "13FFFFFFFFFFFFFFFF"},
+        {L"%d1", -1, "04FF"},
+        {L"%d1", 127, "047F"},
+        {L"%d1", 128, "058000"},
+        {L"%d1", -128, "0480"},
+        {L"%d1", -129, "057FFF"},
+        {L"%I64d1", std::numeric_limits<std::int64_t>::min(), "0B0000000000000080"},
+        {L"%hd1", 0x8000, "050080"},
+        {L"%Ld1", 5, "03"},
+        {L"%s1", L"abc", "010003616263"},
+        {L"%s1", L"", "010000"},
+        {L"%s1", L"\u00e9", "010001E9"},
+        {L"%s1", L"a\u0100", "02000261000001"},
+        {L"%s1", L"\x1F600", "0200023DD800DE"},
+        {L"%ls1", L"ab", "02000261006200"},
+        {L"%hs1", "\xFF", "010001FF"},
+        {L"%Ls1", L"abc", "00"},
+        {L"%f1", 1.5, "14000000000000F83F"},
+    };
+    for (const auto& [text, argument, bytes] : cases) {
+        CTraceArgumentWriter writer;
+        CTraceText(text).Encode({argument}, writer);
+        EXPECT_EQ(Hex(writer.Bytes()), bytes) << ::testing::PrintToString(std::wstring(text));
+    }
+    CTraceArgumentWriter longest;
+    CTraceText(L"%s1").Encode({std::wstring(kMostArgumentBytes - 3, L'x')}, longest);
+    EXPECT_TRUE(longest.IsWhole());
+    for (const wchar_t* text : {L"%s1", L"%ls1"}) {
+        CTraceArgumentWriter tooLong;
+        CTraceText(text).Encode({std::wstring(kMostArgumentBytes - 2, L'x')}, tooLong);
+        EXPECT_FALSE(tooLong.IsWhole());
+    }
+}
+
+TEST(TraceArguments, AreReadFromAnyBytesWithoutHarm) {
+    const std::vector<std::uint8_t> whole = {1, 0, 2, 'a', 'b', 5, 0x80, 0, 2, 0, 1, 0x41, 0, 0};
+    ASSERT_TRUE(DecodeArguments(whole).has_value());
+    std::size_t readable = 0;
+    for (std::size_t length = 0; length <= whole.size(); ++length)
+        readable += DecodeArguments(std::span(whole).first(length)).has_value() ? 1 : 0;
+    EXPECT_EQ(readable, 5U);  // at each of the four arguments' ends, and before the first
+    for (const std::uint8_t tag : {21, 128, 255})
+        EXPECT_FALSE(DecodeArguments(std::span(&tag, 1)).has_value());
 }
 
 }  // namespace
