@@ -13,6 +13,7 @@ inline constexpr std::uint32_t kSystemError = 0xC0000064;             ///< numbe
 inline constexpr std::uint32_t kAllocationFailed = 0xC0000065;        ///< size in bytes
 inline constexpr std::uint32_t kUnhandledFault = 0xC0000067;          ///< fault text
 inline constexpr std::uint32_t kCaughtException = 0xC0000068;         ///< exception's text
+inline constexpr std::uint32_t kUnknownObjectKey = 0xC0000069;        ///< "COOKIE"
 inline constexpr std::uint32_t kSystemErrorWithText = 0xC000006A;     ///< number; system text; extra text
 inline constexpr std::uint32_t kFolderUnavailable = 0xC00000C9;       ///< folder; host name
 inline constexpr std::uint32_t kLocationWithoutHandler = 0xC00000CB;  ///< location path

@@ -30,10 +30,12 @@ class CWorkItems {
 
     /// Asks every item to end, those that start later included.
     void Stop() noexcept { m_stop->Set(); }
+    /// What Stop sets, for whoever outlives the call that was given it.
+    const std::shared_ptr<CEvent>& StopEvent() const noexcept { return m_stop; }
     /// Returns when no item is running.
     void Wait() noexcept;
     /// Set as long as no item is running (manual reset).
-    CEvent& NoWorkRunning() noexcept { return *m_noWorkRunning; }
+    CEvent& NoWorkRunning() const noexcept { return *m_noWorkRunning; }
 
     /// Public for the library's allocation only.
     CWorkItems(CThreadSet& threads, std::shared_ptr<CEvent> stop, std::shared_ptr<CEvent> noWorkRunning);

@@ -91,6 +91,11 @@ std::optional<std::wstring> SystemMessage(std::uint32_t number) {
         case ErrorCode::RegistryIoFailed: return L"The registry file could not be read or written.";
         case ErrorCode::KeyDeleted: return L"The registry key has been marked for deletion.";
         case ErrorCode::NoServiceThread: return L"A thread could not be created for the service.";
+        case ErrorCode::ServiceDoesNotExist: return L"The service is not installed.";
+        case ErrorCode::ServiceNotActive: return L"The service has not been started.";
+        case ErrorCode::ServiceControllerConnectFailed:
+            return L"The service manager did not start this process.";
+        case ErrorCode::ServiceExists: return L"The service is installed already.";
         case ErrorCode::IoDevice:
             return L"The request could not be performed because of an I/O device error.";
         case ErrorCode::TooManyLinks: return L"Too many links lead to the file.";
@@ -101,6 +106,8 @@ std::optional<std::wstring> SystemMessage(std::uint32_t number) {
         case ErrorCode::NoSystemResources: return L"Insufficient system resources exist for this operation.";
         case ErrorCode::Timeout: return L"The operation returned because the time limit expired.";
         case ErrorCode::UnsupportedType: return L"Data of this type is not supported.";
+        case ErrorCode::ServiceManagerUnavailable:
+            return L"The service manager (systemd) does not run here, or cannot be reached.";
         case ErrorCode::CantResolveFilename: return L"The name of the file cannot be resolved by the system.";
         case ErrorCode::EncodingFailed: return L"An encoding error has occurred.";
         case ErrorCode::DecodingFailed: return L"A decoding error has occurred.";

@@ -106,8 +106,8 @@ CResult<CFileStamp> StampOf(std::wstring_view path) {
 ErrorCode CreateNewFile(std::wstring_view path, std::string_view content, FileReaders readers) {
     const auto local = ToLocalPath(path);
     if (!local.IsOk()) return local.Error();
-    const CFileDescriptor file(::open(local.Value().c_str(),
-                                      O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, ModeFor(readers)));
+    const CFileDescriptor file(::open(
+        local.Value().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, ModeFor(readers)));
     if (!file.IsOpen()) return ErrorFromErrno(errno);
     ErrorCode error = WriteAll(file.Get(), content);
     if (error == ErrorCode::Success && ::fsync(file.Get()) != 0) error = ErrorFromErrno(errno);

@@ -29,6 +29,7 @@ enum class LockRank : std::uint8_t {
     DatabaseSettings = 62,  ///< which database queries use; held while the settings are read
     DatabaseSession = 63,   ///< which command a session runs; held while that is cancelled
     ThreadSet = 65,         ///< which threads of a set are idle; held while one is chosen or started
+    ServiceStatus = 67,     ///< the state that the service manager was told; held while it is told
     EventLog = 70,
     TraceSaving = 78,  ///< the folder of trace files; held while they are written
     TraceLogger = 80,

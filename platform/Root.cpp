@@ -48,19 +48,19 @@ ErrorCode CheckIsOurs(const std::filesystem::path& folder) {
                                                                 : ErrorCode::AccessDenied;
 }
 
-/// A folder under the root folder for nobody else, created when it is missing.
-CResult<std::filesystem::path> OpenPrivateFolder(const char* name) {
+/// A folder under the root folder, created when it is missing; by default for nobody else.
+CResult<std::filesystem::path> OpenFolderUnderRoot(const char* name, mode_t mode = kPrivate) {
     const CResult<std::filesystem::path> root = OpenRootFolder();
     if (!root.IsOk()) return root.Error();
     const std::filesystem::path folder = root.Value() / name;
-    const ErrorCode error = EnsureFolder(folder, kPrivate);
+    const ErrorCode error = EnsureFolder(folder, mode);
     if (error != ErrorCode::Success) return error;
     return folder;
 }
 
 /// The same; AccessDenied when it is not ours alone.
 CResult<std::filesystem::path> OpenOwnFolder(const char* name) {
-    const CResult<std::filesystem::path> folder = OpenPrivateFolder(name);
+    const CResult<std::filesystem::path> folder = OpenFolderUnderRoot(name);
     if (!folder.IsOk()) return folder.Error();
     const ErrorCode error = CheckIsOurs(folder.Value());
     if (error != ErrorCode::Success) return error;
@@ -83,7 +83,11 @@ CResult<std::filesystem::path> OpenRootFolder() {
 }
 
 CResult<std::filesystem::path> OpenCertificatesFolder() {
-    return OpenPrivateFolder("certificates");
+    return OpenFolderUnderRoot("certificates");
+}
+
+CResult<std::filesystem::path> OpenPipesFolder() {
+    return OpenFolderUnderRoot("pipe", kPassable);
 }
 
 CResult<std::filesystem::path> OpenKeysFolder() {

@@ -22,6 +22,9 @@ CResult<std::shared_ptr<IRegistry>> OpenRootRegistry();
 /// certificates and their keys.
 CResult<std::filesystem::path> OpenCertificatesFolder();
 
+/// "pipe" under the root folder (mode 0711, created when it is missing), for the named pipes of services.
+CResult<std::filesystem::path> OpenPipesFolder();
+
 /// "keys" under the root folder (mode 0700, created when it is missing), for the keys that the service seals
 /// what it stores with. AccessDenied as for the registry's folder.
 CResult<std::filesystem::path> OpenKeysFolder();

@@ -20,6 +20,7 @@ const std::map<std::uint32_t, std::size_t> kEvents{
     {message::kAllocationFailed, 1},
     {message::kUnhandledFault, 1},
     {message::kCaughtException, 1},
+    {message::kUnknownObjectKey, 1},
     {message::kSystemErrorWithText, 3},
     {message::kFolderUnavailable, 2},
     {message::kLocationWithoutHandler, 1},
@@ -50,7 +51,6 @@ const std::map<std::uint32_t, std::size_t> kEvents{
     {message::kChallengeMismatch, 1},
     {message::kSignInForOtherSite, 1},
     // Without a name so far.
-    {0xC0000069, 1},
     {0x8000006B, 1},
 };
 

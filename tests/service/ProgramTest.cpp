@@ -73,7 +73,7 @@ TEST_F(CProgramTest, FailuresEndWithOneAndSayWhy) {
         EXPECT_EQ(StartService(arguments)->Wait(), 1);
         EXPECT_THAT(ReadFile(m_root / "err"), ::testing::HasSubstr(said));
     };
-    fails({"-x"}, "-debug");
+    fails({"-x"}, "invalid command line parameter 'x'");
     fails({}, "-debug");
     fails({"-debug"}, "qbctl host add");
     ASSERT_EQ(Qbctl({"host", "add", "localhost", "--user-root", "/nowhere", "--protocol", "http"}), 0);

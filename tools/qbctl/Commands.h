@@ -41,6 +41,8 @@ ExitCode SearchStatus(const CArguments& arguments);
 ExitCode SearchQuery(const CArguments& arguments);
 ExitCode SearchRebuild(const CArguments& arguments);
 ExitCode SearchSkipped(const CArguments& arguments);
+ExitCode TraceShow(const CArguments& arguments);
+ExitCode TraceFollow(const CArguments& arguments);
 ExitCode Events(const CArguments& arguments);
 
 }  // namespace quorbel

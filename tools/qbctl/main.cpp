@@ -3,6 +3,7 @@
 #include "platform/StopSignals.h"
 #include "platform/Text.h"
 #include "tools/qbctl/Commands.h"
+#include "tools/qbctl/TraceFilter.h"
 
 namespace quorbel {
 namespace {
@@ -11,6 +12,15 @@ using Words = std::span<const std::wstring>;
 
 constexpr OptionKind kFlag = OptionKind::Flag;
 constexpr OptionKind kValue = OptionKind::Value;
+
+/// As many operands as one likes.
+constexpr std::size_t kAny = ~std::size_t{0};
+
+/// The options of a trace command, those of its filter included.
+std::vector<COption> WithFilter(std::vector<COption> options) {
+    for (const COption& option : CTraceFilter::Options()) options.push_back(option);
+    return options;
+}
 
 const CCommand kCommands[] = {
     {L"reg query",
@@ -262,6 +272,26 @@ Lists the files that are not in the search index, or only by their names, and wh
   --json    one object a file and line: "path", "reason"
 )",
      SearchSkipped},
+    {L"trace show", WithFilter({{L"--json", kFlag}, {L"--messages", kValue}}), 1, kAny,
+     LR"(Usage: qbctl trace show FILE... [--json] [--messages FILE] [FILTER...]
+Shows the records of trace files (.QBT), all files together in the order of time. A damaged file is read as far as
+it makes sense; where it stops is said on standard error, and the exit code is 1.
+  --object NAME      only records of this object; may be given several times
+  --id NUMBER        only records with this identifier (hexadecimal, as 0xC00100CF); likewise
+  --severity NAME    success, informational, warning or error: only records of this severity or above
+  --from TIME        only records from this local time on ("2026-01-31 12:00:00"; with Z behind it UTC)
+  --to TIME          only records before this time
+  --messages FILE    the texts' trace message module; TrcQBHTTPService.dll beside this program when not given
+  --json             one object a record and line: "number", "time", "object", "id", "severity", "text", "args"
+)",
+     TraceShow},
+    {L"trace follow", WithFilter({{L"--json", kFlag}, {L"--messages", kValue}, {L"--lines", kValue}}), 0, 0,
+     LR"(Usage: qbctl trace follow [--lines N] [--json] [--messages FILE] [FILTER...]
+Shows the records of the running service as they come, until it is interrupted (Ctrl-C) or the service ends.
+  --lines N          begin with the last N records, 10 when not given
+The other options are those of "qbctl trace show".
+)",
+     TraceFollow},
     {L"events",
      {{L"--json", kFlag}},
      0,
@@ -281,6 +311,8 @@ ExitCode ShowCommands(std::FILE* stream) {
         "  user list|add|remove|passwd|admin|passkeys|sign-out\n"
         "                                       the users who may sign in\n"
         "  cert bind|list|remove|create         their certificates\n"
+        "  trace show|follow                    the service's trace records, of files and as they come\n"
+        "  search status|query|rebuild|skipped  the search index\n"
         "  events                               the service's events\n"
         "Type \"qbctl COMMAND --help\" for a command's help.\n"
         "Everything is kept in $QUORBEL_ROOT, else in /var/lib/quorbel for root, else in the user's state "

@@ -37,8 +37,11 @@ bool BecomeNobody() noexcept {
     // The limit counts all processes of the user: only nobody has few enough of them.
     constexpr rlim_t kProcesses = 256;
     if (::geteuid() != 0) return true;
-    return Limit(RLIMIT_NPROC, kProcesses) && ::setgroups(0, nullptr) == 0 &&
-           ::setresgid(kNobody, kNobody, kNobody) == 0 && ::setresuid(kNobody, kNobody, kNobody) == 0;
+    // A service without the right to change users cannot give its reader another one: it stays what it is,
+    // and depends on the kernel for the files that it must not read.
+    if (::setgroups(0, nullptr) != 0) return errno == EPERM;
+    return Limit(RLIMIT_NPROC, kProcesses) && ::setresgid(kNobody, kNobody, kNobody) == 0 &&
+           ::setresuid(kNobody, kNobody, kNobody) == 0;
 }
 
 /// Of what a change of the user resets, so after it.

@@ -24,10 +24,14 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
 CSubprocess::CSubprocess(const std::string& program, const std::vector<std::string>& arguments,
                          const Environment& environment, const std::filesystem::path& output,
                          const std::filesystem::path& error, const std::filesystem::path& input,
-                         std::optional<std::uint64_t> largestFile, std::optional<int> listening) {
+                         std::optional<std::uint64_t> largestFile, std::optional<int> listening,
+                         StartedBy startedBy) {
     std::vector<std::string> words;
-    // Only the process itself knows the identifier that must stand in the variable.
-    if (listening) words = {"/bin/sh", "-c", "LISTEN_PID=$$ LISTEN_FDS=1 exec \"$@\"", "sh"};
+    // Only the process itself knows the identifier that must stand in the variables.
+    std::string variablesOfItself;
+    if (listening) variablesOfItself += "LISTEN_PID=$$ LISTEN_FDS=1 ";
+    if (startedBy == StartedBy::ServiceManager) variablesOfItself += "SYSTEMD_EXEC_PID=$$ ";
+    if (!variablesOfItself.empty()) words = {"/bin/sh", "-c", variablesOfItself + "exec \"$@\"", "sh"};
     if (largestFile) {
         words.insert(words.end(), {"/usr/bin/prlimit", "--fsize=" + std::to_string(*largestFile)});
     }

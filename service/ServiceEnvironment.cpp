@@ -1,0 +1,61 @@
+#include "service/ServiceEnvironment.h"
+
+#include "LibService/ConsoleEcho.h"
+#include "LibService/EventLog.h"
+#include "platform/File.h"
+#include "platform/Program.h"
+#include "platform/Root.h"
+#include "platform/Terminal.h"
+#include "platform/eventlog/EventSink.h"
+
+namespace quorbel {
+
+namespace {
+
+std::shared_ptr<IEventSink> CreateSink(const std::filesystem::path& root, EventDisplay display) {
+    if (StartedByServiceManager()) return CreateJournalSink(CQuorbelHTTPService::kDisplayName);
+    return CreateFileSink(
+        root, display == EventDisplay::StandardError ? EventEcho::StandardError : EventEcho::None);
+}
+
+}  // namespace
+
+CStatus CServiceEnvironment::OpenEventLog(EventDisplay display) {
+    if (!m_root.empty()) return {};
+    const auto root = OpenRootFolder();
+    if (!root.IsOk()) return SystemError(root.Error(), L"root folder");
+    m_root = root.Value();
+    CEventLog::Instance().SetSink(CreateSink(m_root, display));
+    return {};
+}
+
+CStatus CServiceEnvironment::RegisterEventSource() {
+    RETURN_IF_SYSTEM_ERROR(RaiseOpenFileLimit());
+    auto registry = OpenRootRegistry();
+    if (!registry.IsOk()) return SystemError(registry.Error(), L"registry");
+    m_registry = std::move(registry).Value();
+    m_localMachine = m_registry->LocalMachine();
+    return CEventLog::Instance().Register(CQuorbelHTTPService::kDisplayName, *m_localMachine);
+}
+
+CStatus CServiceEnvironment::SetUpTracing() {
+    RETURN_IF_FAILED(LoadTraceMessages());
+    return EchoToTerminal();
+}
+
+CStatus CServiceEnvironment::LoadTraceMessages() {
+    const auto program = ProgramPath();
+    if (!program.IsOk()) return SystemError(program.Error());
+    const std::string module = "Trc" + ToUtf8(CQuorbelHTTPService::kServiceName) + ".dll";
+    return m_trace.LoadMessages(program.Value().parent_path() / module);
+}
+
+CStatus CServiceEnvironment::EchoToTerminal() {
+    if (!StandardOutputIsTerminal()) return {};
+    auto echo = CConsoleEcho::Create(kStandardOutput);
+    if (!echo.IsOk()) return SystemError(echo.Error());
+    m_trace.SetObserver(std::move(echo).Value());
+    return {};
+}
+
+}  // namespace quorbel
