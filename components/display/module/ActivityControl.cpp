@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "components/display/module/Appearance.h"
 #include "platform/Program.h"
 #include "platform/Text.h"
 
@@ -82,6 +83,7 @@ HRESULT CActivityControl::Connect(const std::wstring& target) {
     auto reader = CActivityReader::Start([connect = m_services.connect, service] { return connect(service); },
                                          m_texts, m_services.startThread, SystemClock());
     if (!reader.IsOk()) return HResultFromWin32(ToNumber(reader.Error()));
+    if (!CanWatch(reader.Value()->HasNews().Descriptor())) return E_FAIL;
     m_reader = std::move(reader).Value();
     if (m_panel) m_panel->SetReader(m_reader.get(), m_serviceName);
     return S_OK;

@@ -192,10 +192,10 @@ void CActivityPanel::ShowAll() {
 
 void CActivityPanel::ShowSelected() {
     const CActivityRow* const row = m_rows.Cursor().SelectedRow();
-    const auto number = row ? std::optional(row->number) : std::nullopt;
+    const auto shown = row ? std::optional(std::pair(row->number, row->time)) : std::nullopt;
     // Text that somebody marks to copy it stays marked while records come.
-    if (number && number == m_detailed) return;
-    m_detailed = number;
+    if (shown && shown == m_detailed) return;
+    m_detailed = shown;
     m_detailsText.text(row ? Details(*row).c_str() : "Select a record to see all of it here.");
     m_details.textcolor(row ? kInk : kFaintInk);
     m_details.scroll(0, 0);

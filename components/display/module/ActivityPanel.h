@@ -56,7 +56,8 @@ class CActivityPanel : public Fl_Group {
     bool m_isConnected = false;
     std::uint64_t m_missed = 0;
     CActivityModel m_model;
-    std::optional<std::uint64_t> m_detailed;  // number of the record whose details are shown
+    /// Number and time of the record whose details are shown.
+    std::optional<std::pair<std::uint64_t, std::uint64_t>> m_detailed;
 
     Fl_Input m_text;
     Fl_Input m_object;

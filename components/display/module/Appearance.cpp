@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <sys/select.h>
 
 #include "components/display/module/Toolkit.h"
 
@@ -52,6 +53,10 @@ int TextPixels() {
 
 void SetTextPixels(int pixels) {
     textPixels = pixels;
+}
+
+bool CanWatch(int descriptor) {
+    return descriptor < FD_SETSIZE;
 }
 
 bool IsEnterPressed() {

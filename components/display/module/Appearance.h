@@ -16,6 +16,10 @@ int FontPixels(int points);
 int TextPixels();
 void SetTextPixels(int pixels);
 
+/// Whether the toolkit can wait for this descriptor: it knows low ones only, and others would overwrite
+/// memory.
+bool CanWatch(int descriptor);
+
 /// Whether the event that is being handled comes from one of the two Enter keys.
 bool IsEnterPressed();
 

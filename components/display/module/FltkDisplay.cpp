@@ -21,6 +21,10 @@ void NoteLoss(Display*, void*) {
 bool Connect() {
     Display* const display = XOpenDisplay(nullptr);
     if (!display) return false;
+    if (!CanWatch(ConnectionNumber(display))) {
+        XCloseDisplay(display);
+        return false;
+    }
     XSetIOErrorHandler([](Display*) { return 0; });
     XSetIOErrorExitHandler(display, NoteLoss, nullptr);
     XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
@@ -71,6 +75,7 @@ CFltkDisplay* CFltkDisplay::Open(const CDisplayServices& services) {
 
 std::optional<int> CFltkDisplay::Run(const CDialogTemplate& layout, const CHostedControls& controls,
                                      IDialogEvents& events, CEvent* close) try {
+    if (close && !CanWatch(close->Descriptor())) return std::nullopt;
     CDialogWindow window(layout, controls, events);
     const CCloseWatch watch(close, window);
     window.Open();

@@ -51,7 +51,7 @@ class CUserThread {
  public:
     CUserThread(std::function<bool(CVirtualScreen&)> acts, CEvent& close)
         : m_thread([acts = std::move(acts), &close, &screen = Screen()] {
-              const bool isDone = acts(screen);
+              const bool isDone = acts(screen) && screen.WaitUntilGone();
               EXPECT_TRUE(isDone);
               if (!isDone) close.Set();
           }) {}

@@ -51,6 +51,8 @@ std::pair<pid_t, std::string> StartServer() {
 class CVirtualScreen::CUser {
  public:
     explicit CUser(Display* display) : m_display(display) {
+        // A window may go while it is asked about.
+        ::XSetErrorHandler([](Display*, XErrorEvent*) { return 0; });
         ::XSelectInput(m_display, DefaultRootWindow(m_display), SubstructureNotifyMask);
     }
     ~CUser() { ::XCloseDisplay(m_display); }
@@ -63,6 +65,12 @@ class CVirtualScreen::CUser {
             if (m_window != 0) return true;
         } while (WaitForEvent());
         return false;
+    }
+
+    bool WaitUntilGone() {
+        while (IsInView(m_window))
+            if (!WaitForEvent()) return false;
+        return true;
     }
 
     bool Press(const char* keyName, bool withControl) {
@@ -212,6 +220,9 @@ bool CVirtualScreen::AskToClose() {
 }
 bool CVirtualScreen::SeesColour(std::uint32_t colour) {
     return m_user->SeesColour(colour);
+}
+bool CVirtualScreen::WaitUntilGone() {
+    return m_user->WaitUntilGone();
 }
 
 }  // namespace quorbel

@@ -28,6 +28,7 @@ class CVirtualScreen {
     bool AskToClose();
     /// Waits until a pixel of the window has that colour (0xRRGGBB).
     bool SeesColour(std::uint32_t colour);
+    bool WaitUntilGone();
 
     class CUser;
     CVirtualScreen(pid_t server, std::string name, std::unique_ptr<CUser> user);
