@@ -2,7 +2,7 @@
 
 #include "LibService/ActivityText.h"
 #include "LibService/FaultResponse.h"
-#include "LibService/NoServiceDialogs.h"
+#include "LibService/ServiceDialogs.h"
 #include "platform/Program.h"
 #include "platform/Root.h"
 #include "platform/StopSignals.h"
@@ -42,11 +42,11 @@ int RunApplication(std::vector<std::wstring> parameters) {
         std::cerr << ToUtf8(SystemError(manager.Error()).Text()) << "\n";
         return 1;
     }
-    CNoServiceDialogs dialogs;
+    const auto dialogs = CreateServiceDialogs();
     CServiceEnvironment environment;
     CHttpServiceApp application(std::move(parameters),
                                 {.manager = *manager.Value(),
-                                 .dialogs = dialogs,
+                                 .dialogs = *dialogs,
                                  .preparation = environment,
                                  .clock = SystemClock(),
                                  .output = std::cout,
