@@ -74,7 +74,7 @@ TEST_F(CProgramTest, FailuresEndWithOneAndSayWhy) {
         EXPECT_THAT(ReadFile(m_root / "err"), ::testing::HasSubstr(said));
     };
     fails({"-x"}, "invalid command line parameter 'x'");
-    fails({}, "-debug");
+    fails({}, "QBHTTPService: ");
     fails({"-debug"}, "qbctl host add");
     ASSERT_EQ(Qbctl({"host", "add", "localhost", "--user-root", "/nowhere", "--protocol", "http"}), 0);
     fails({"-debug"}, "/nowhere");
