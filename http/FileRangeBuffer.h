@@ -128,7 +128,7 @@ class basic_file_range_buffer final : public streambuf_state_manager<CharType>, 
     template <class Result, class Function>
     static pplx::task<Result> AsTask(Function&& function) {
         try {
-            return pplx::task_from_result<Result>(FaultAsError(function));
+            return pplx::task_from_result<Result>(quorbel::FaultAsError(function));
         } catch (...) {
             return pplx::task_from_exception<Result>(std::current_exception());
         }

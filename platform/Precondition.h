@@ -6,6 +6,9 @@ namespace quorbel {
 /// thrown (see platform/fault/Faults.h). Where nobody handles faults the process is aborted.
 [[noreturn]] void InvalidParameter();
 
+/// What InvalidParameter does before it would abort the process; it throws or ends the process itself.
+void SetInvalidParameterTrap(void (*trap)()) noexcept;
+
 /// A condition that every caller has to see to, whatever the input.
 inline void Require(bool holds) {
     if (!holds) [[unlikely]]

@@ -193,6 +193,23 @@ void OnFault(int, siginfo_t* signal, void* raw) {
     EndWith(fault, Report::Written);
 }
 
+/// What a broken contract of the platform layer does once faults are handled.
+void OnInvalidParameter() {
+    IFaultResponse* const response = g_response;
+    constexpr std::string_view kText = "\"invalid system call parameter\"";
+    const bool isThrown = !t_faults.isHandling && LeadsToScope(0);
+    if (!isThrown) {
+        BeTheOneThatEnds();
+        response->WriteReport(nullptr, IFaultResponse::Wait::Bounded);
+        response->WriteLastWords(kText);
+        ::_exit(kExitStatus);
+    }
+    t_faults.isHandling = true;
+    response->WriteReport(nullptr, IFaultResponse::Wait::UntilWritten);
+    response->Throw(nullptr);
+    EndWith(kText);
+}
+
 }  // namespace
 
 CFaultScope::CFaultScope() noexcept : m_outer(t_faults.scope) {
@@ -221,6 +238,7 @@ ErrorCode HandleFaults(IFaultResponse& response) {
     static const auto& stack = *new CAlternateStack;  // NOLINT(cppcoreguidelines-owning-memory)
     Ignore(stack);
     NoteLoadedCode();
+    SetInvalidParameterTrap(OnInvalidParameter);
     if (!g_response.exchange(&response)) g_previousTerminate = std::set_terminate(OnTerminate);
     struct sigaction action {};
     action.sa_sigaction = OnFault;
@@ -230,23 +248,6 @@ ErrorCode HandleFaults(IFaultResponse& response) {
         if (::sigaction(number, &action, nullptr) != 0) return ErrorFromErrno(errno);
     }
     return ErrorCode::Success;
-}
-
-void InvalidParameter() {
-    IFaultResponse* const response = g_response;
-    if (!response) std::abort();
-    constexpr std::string_view kText = "\"invalid system call parameter\"";
-    const bool isThrown = !t_faults.isHandling && LeadsToScope(0);
-    if (!isThrown) {
-        BeTheOneThatEnds();
-        response->WriteReport(nullptr, IFaultResponse::Wait::Bounded);
-        response->WriteLastWords(kText);
-        ::_exit(kExitStatus);
-    }
-    t_faults.isHandling = true;
-    response->WriteReport(nullptr, IFaultResponse::Wait::UntilWritten);
-    response->Throw(nullptr);
-    EndWith(kText);
 }
 
 }  // namespace quorbel
