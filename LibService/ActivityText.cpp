@@ -14,8 +14,7 @@ namespace {
 constexpr std::uint64_t kFirstLines = 100;
 
 std::string LineOf(const CNamedRecord& record, const CTraceTexts& texts) {
-    const auto values = DecodeArguments(record.record.arguments);
-    const std::wstring text = texts.Find(record.record.id).Render(values.value_or(std::vector<TraceValue>()));
+    const std::wstring text = texts.Line(record.record.id, record.record.arguments);
     return ToVisibleUtf8(FromUtf8(record.object) + L": " + text) + "\n";
 }
 
@@ -24,8 +23,8 @@ std::string LineOf(const CNamedRecord& record, const CTraceTexts& texts) {
 CStatus ShowActivityAsText(const std::filesystem::path& root, const std::filesystem::path& module,
                            const std::wstring& serviceName, CEvent& close) {
     const auto messages = CMessageModule::Load(module);
-    if (!messages.IsOk()) return SystemError(messages.Error(), FromUtf8(module.native()));
-    const CTraceTexts texts(*messages.Value());
+    // Without it there are no texts, but still the records.
+    const CTraceTexts texts = messages.IsOk() ? CTraceTexts(*messages.Value()) : CTraceTexts();
     const auto client = CServiceApiClient::Connect(root, serviceName);
     if (!client.IsOk()) return SystemError(client.Error(), L"the service does not run");
     const auto writer = CTerminalWriter::Open(kStandardOutput);

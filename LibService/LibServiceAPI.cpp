@@ -12,8 +12,11 @@ using namespace service_api;
 
 namespace {
 
-/// After a failure to take a connection, for want of descriptors for instance.
-constexpr std::chrono::milliseconds kAcceptPause{100};
+/// After a failure to make the pipe or to take a connection, for want of descriptors for instance.
+constexpr std::chrono::milliseconds kRetryPause{100};
+
+/// Between a record that somebody waits for and the answer.
+constexpr std::chrono::milliseconds kGatheringPause{20};
 
 constexpr std::size_t kMostData = CPipeConnection::kMostMessage - kReplyHead - kReplyTail;
 
@@ -47,6 +50,7 @@ bool PutEntries(const CTraceSnapshot& snapshot, std::size_t room, CSharedMemory:
 }  // namespace
 
 bool CSharedMemory::CShare::MayHold(std::size_t bytes) noexcept {
+    m_asked = bytes;
     if (bytes <= kUsual + m_taken) return true;
     const std::size_t more = std::max(bytes - kUsual - m_taken, kUsual);
     if (m_memory.m_taken.fetch_add(more) + more > kMost) {
@@ -151,7 +155,10 @@ CResult<bool> CServiceAPIConnection::AwaitRecord(std::uint64_t number,
     if (!arrives.IsOk()) return arrives.Error();
     if (!arrives.Value()) return true;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-    return m_pipe->WaitFor(*arrives.Value(), stop, std::max(left, left.zero()));
+    const auto arrived = m_pipe->WaitFor(*arrives.Value(), stop, std::max(left, left.zero()));
+    // Records come in crowds, and each reader copies a block: it takes several at a time.
+    if (arrived.IsOk() && arrived.Value()) WaitUntilSet(stop, kGatheringPause);
+    return arrived;
 }
 
 CStatus CServiceAPIConnection::AnswerName(CRequest& request, CEvent& stop) {
@@ -191,18 +198,32 @@ CServiceAPIListener::CServiceAPIListener(const std::filesystem::path& pipes, std
       m_context(std::make_shared<CServiceAPIContext>(trace, std::move(administrators))) {}
 
 CStatus CServiceAPIListener::Run(CEvent& stop) {
-    const auto pipe = CNamedPipe::Create(m_pipes, m_name);
-    if (!pipe.IsOk()) return SystemError(pipe.Error(), FromUtf8(m_name));
-    bool isFailing = false;
-    for (;;) {
-        auto connection = pipe.Value()->Accept(stop);
-        if (!connection.IsOk() && connection.Error() == ErrorCode::Cancelled) return {};
-        CStatus status = connection.IsOk() ? Begin(std::move(connection).Value())
-                                           : SystemError(connection.Error(), FromUtf8(m_name));
-        if (!status.IsOk() && !isFailing) status.Report();
-        isFailing = !status.IsOk();
-        if (isFailing) m_clock.Pause(kAcceptPause, stop);
+    std::unique_ptr<CNamedPipe> pipe;
+    for (bool isFailing = false; !stop.Test();) {
+        try {
+            CStatus status = pipe ? AcceptOne(*pipe, stop) : Create(pipe);
+            const bool wasFailing = std::exchange(isFailing, !status.IsOk());
+            if (isFailing && !wasFailing) status.Report();
+        } catch (const std::bad_alloc&) {
+            isFailing = true;
+        }
+        if (isFailing) m_clock.Pause(kRetryPause, stop);
     }
+    return {};
+}
+
+CStatus CServiceAPIListener::Create(std::unique_ptr<CNamedPipe>& pipe) const {
+    auto created = CNamedPipe::Create(m_pipes, m_name);
+    if (!created.IsOk()) return SystemError(created.Error(), FromUtf8(m_name));
+    pipe = std::move(created).Value();
+    return {};
+}
+
+CStatus CServiceAPIListener::AcceptOne(CNamedPipe& pipe, CEvent& stop) {
+    auto connection = pipe.Accept(stop);
+    if (connection.IsOk()) return Begin(std::move(connection).Value());
+    if (connection.Error() == ErrorCode::Cancelled) return {};
+    return SystemError(connection.Error(), FromUtf8(m_name));
 }
 
 /// A connection beyond the limit is closed at once.

@@ -33,10 +33,13 @@ class CSharedMemory {
         CShare& operator=(const CShare&) = delete;
         /// Whether that many bytes in all may be held.
         bool MayHold(std::size_t bytes) noexcept;
+        /// What was asked for last.
+        std::size_t Asked() const noexcept { return m_asked; }
 
      private:
         CSharedMemory& m_memory;
         std::size_t m_taken = 0;
+        std::size_t m_asked = 0;
     };
 
  private:
@@ -67,6 +70,7 @@ class CServiceAPIConnection {
     using Bytes = std::vector<std::uint8_t>;
     struct CRequest;
 
+    CStatus ServeOne(CSharedMemory::CShare& share, CEvent& stop);
     CStatus Answer(Bytes& message, CSharedMemory::CShare& share, CEvent& stop);
     CStatus Dispatch(CRequest& request, CSharedMemory::CShare& share, CEvent& stop);
     CStatus AnswerRecords(const CRequest& request, CSharedMemory::CShare& share, CEvent& stop);
@@ -97,10 +101,13 @@ class CServiceAPIListener {
                         std::string administrators, const CServiceLogger& trace, IClock& clock,
                         Starter starter);
 
-    /// Listens until `stop` is set. Errors: a system error with the pipe's name when it cannot be made.
+    /// Listens until `stop` is set. A pipe that cannot be made and connections that cannot be taken are tried
+    /// again; of failures in a row the first one is written to the event log.
     CStatus Run(CEvent& stop);
 
  private:
+    CStatus Create(std::unique_ptr<CNamedPipe>& pipe) const;
+    CStatus AcceptOne(CNamedPipe& pipe, CEvent& stop);
     CStatus Begin(std::unique_ptr<CPipeConnection> pipe);
 
     const std::filesystem::path m_pipes;

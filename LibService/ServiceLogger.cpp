@@ -1,22 +1,11 @@
 #include "LibService/ServiceLogger.h"
 
-#include <ctime>
-
-#include "platform/File.h"
 #include "platform/Text.h"
 #include "platform/Thread.h"
 
 namespace quorbel {
 
 namespace {
-
-std::string LocalTime(std::uint64_t time) {
-    const auto seconds = static_cast<std::time_t>(ToUnixTime(time).seconds);
-    std::tm local{};
-    ::localtime_r(&seconds, &local);
-    std::array<char, 32> text{};
-    return {text.data(), std::strftime(text.data(), text.size(), "%Y%m%d%H%M%S", &local)};
-}
 
 const CTraceTexts& NoTexts() {
     static const CTraceTexts none;
@@ -55,6 +44,10 @@ class CServiceLogger::CSavingThread {
     void Wake() noexcept {
         if (!m_isAwake.exchange(true)) m_wake->Set();
     }
+    void WakeForLastRecords() noexcept {
+        m_marksLast = true;
+        Wake();
+    }
 
  private:
     void Run() {
@@ -63,42 +56,47 @@ class CServiceLogger::CSavingThread {
             if (!woken.IsOk() || woken.Value() == 0) return;
             m_isAwake = false;
             const auto begin = m_logger.m_clock.Steady();
-            Report(SaveWithinMemory());
-            const auto pause = (m_logger.m_clock.Steady() - begin) * (kSavingShare - 1);
-            const auto most = std::chrono::milliseconds(1000);
-            m_logger.m_clock.Pause(
-                std::min(most, std::chrono::duration_cast<std::chrono::milliseconds>(pause)), *m_stop);
-        }
-    }
-
-    CStatus SaveWithinMemory() {
-        try {
-            return m_logger.Save();
-        } catch (const std::bad_alloc&) {
-            return SystemError(ErrorCode::NotEnoughMemory);
+            SaveNow();
+            m_logger.m_clock.Pause(PauseAfter(m_logger.m_clock.Steady() - begin), *m_stop);
         }
     }
 
     /// Of failures in a row the first one is reported.
-    void Report(const CStatus& status) {
-        if (!status.IsOk() && !m_hasFailed) status.Report();
+    void SaveNow() noexcept try {
+        const bool failedBefore = std::exchange(m_hasFailed, true);
+        CStatus status = m_marksLast.exchange(false) ? m_logger.SaveLastRecords() : m_logger.Save();
         m_hasFailed = !status.IsOk();
+        if (m_hasFailed && !failedBefore) status.Report();
+    } catch (const std::bad_alloc&) {
+        return;  // nothing can be told of it; what is to be saved stays so
+    }
+
+    std::chrono::milliseconds PauseAfter(std::chrono::nanoseconds writing) const {
+        constexpr std::chrono::milliseconds kLongest(1000);
+        if (m_hasFailed) return kLongest;
+        const auto share =
+            std::chrono::duration_cast<std::chrono::milliseconds>(writing * (kSavingShare - 1));
+        return std::min(share, kLongest);
     }
 
     CServiceLogger& m_logger;
     const std::shared_ptr<CEvent> m_wake;
     const std::shared_ptr<CEvent> m_stop;
     std::atomic<bool> m_isAwake = false;
-    bool m_hasFailed = false;
+    std::atomic<bool> m_marksLast = false;
+    bool m_hasFailed = false;  // of the thread
     std::thread m_thread;
 };
 
 CServiceLogger::CServiceLogger(std::string name, IClock& clock)
-    : m_clock(clock), m_name(std::move(name)), m_startTime(LocalTime(clock.System())), m_texts(&NoTexts()) {
-    m_memory.SetName(m_name);
-}
+    : m_clock(clock),
+      m_name(std::move(name)),
+      m_startTime(clock.System()),
+      m_texts(&NoTexts()),
+      m_memory(m_name) {}
 
 CServiceLogger::~CServiceLogger() {
+    m_saver = nullptr;
     m_savingThread = nullptr;
     Save().Report();
 }
@@ -136,12 +134,12 @@ void CServiceLogger::SetObserver(std::shared_ptr<ITraceObserver> observer) {
 CStatus CServiceLogger::StartSaving(std::filesystem::path folder) {
     {
         const std::lock_guard guard(m_saving);
-        m_folder = std::move(folder);
+        m_folder = std::make_unique<CTraceFolder>(std::move(folder), m_name, m_startTime);
     }
     auto thread = CSavingThread::Start(*this);
     if (!thread.IsOk()) return SystemError(thread.Error());
-    const std::lock_guard guard(m_lock);
     m_savingThread = std::move(thread).Value();
+    m_saver = m_savingThread.get();
     return {};
 }
 
@@ -182,7 +180,8 @@ void CServiceLogger::Keep(const CTraceLoggable& object, std::uint32_t id,
     const CLoggedObject& logged = Logged(object.TraceName());
     if (!m_memory.Append(id, logged, m_clock.System(), encoded.Bytes())) return;
     if (saving != Saving::Never) m_memory.MarkLast(kSavedRecords);
-    if (saving == Saving::Now && m_savingThread) m_savingThread->Wake();
+    const bool isUrgent = m_memory.TakeDropped() || saving == Saving::Now;
+    if (CSavingThread* const saver = m_saver; isUrgent && saver) saver->Wake();
     if (m_recordArrives) std::exchange(m_recordArrives, nullptr)->Set();
     if (isObserved && m_observer) m_observer->OnRecord(logged.Name(), line);
 }
@@ -205,34 +204,23 @@ CStatus CServiceLogger::Save() {
         CTraceFileImage image;
     };
     const std::lock_guard saving(m_saving);
-    if (m_folder.empty()) return {};
+    if (!m_folder) return {};
     std::vector<CPending> pending;
     {
         const std::lock_guard guard(m_lock);
-        for (const CTraceFile& file : m_memory.TakeChanged()) pending.push_back({file, file.MarkedImage()});
+        for (const CTraceFile& file : m_memory.Changed()) pending.push_back({file, file.MarkedImage()});
+        m_memory.NoteSaved();
     }
-    CStatus status;
+    ErrorCode failure = ErrorCode::Success;
     for (const CPending& next : pending) {
-        const ErrorCode error = Write(next.file, next.image);
+        const ErrorCode error = m_folder->Write(next.file.Number(), next.image);
         if (error == ErrorCode::Success) continue;
-        status = SystemError(error, FromUtf8(m_folder.native()));
+        failure = error;
         const std::lock_guard guard(m_lock);
         m_memory.PutBack(next.file);
     }
-    return status;
-}
-
-ErrorCode CServiceLogger::Write(const CTraceFile& file, const CTraceFileImage& image) const {
-    std::array<char, 16> number{};
-    std::snprintf(number.data(), number.size(), "%.4X", file.Number());
-    const std::wstring folder = FromUtf8(m_folder.native());
-    const std::wstring path = folder + L'/' + FromUtf8(m_name + m_startTime + number.data() + ".QBT");
-    const std::vector<std::uint8_t> bytes = WriteTraceFile(image);
-    const std::string_view content(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    const ErrorCode error = ReplaceFile(path, content, FileReaders::Owner);
-    if (error != ErrorCode::FileNotFound) return error;
-    if (const ErrorCode noFolder = CreateFolder(folder); noFolder != ErrorCode::Success) return noFolder;
-    return ReplaceFile(path, content, FileReaders::Owner);
+    if (failure == ErrorCode::Success) return {};
+    return SystemError(failure, FromUtf8(m_folder->Path().native()));
 }
 
 CStatus CServiceLogger::SaveLastRecords() {
@@ -241,6 +229,10 @@ CStatus CServiceLogger::SaveLastRecords() {
         m_memory.MarkLast(kSavedRecords);
     }
     return Save();
+}
+
+void CServiceLogger::SaveLastRecordsSoon() noexcept {
+    if (CSavingThread* const saver = m_saver) saver->WakeForLastRecords();
 }
 
 std::uint64_t CServiceLogger::NextRecord() const {

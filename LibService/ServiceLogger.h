@@ -13,6 +13,7 @@
 
 #include "LibService/Status.h"
 #include "LibService/TraceLogger.h"
+#include "LibService/trace/TraceFolder.h"
 #include "LibService/trace/TraceMemory.h"
 #include "LibService/trace/TraceText.h"
 #include "platform/Clock.h"
@@ -78,8 +79,8 @@ class CServiceLogger final : public CTraceLogger {
     void SetRecordSpan(std::uint32_t records);
     /// Shows every record kept from now on to the observer; null ends that.
     void SetObserver(std::shared_ptr<ITraceObserver> observer);
-    /// Saves to this folder, which is created in its parent when a file is to be written, from a thread of
-    /// its own. Without a folder nothing is saved. Called at most once. Errors: those of starting a thread.
+    /// Saves to this folder (CTraceFolder), from a thread of its own. Without a folder nothing is saved.
+    /// Called at most once. Errors: those of starting a thread.
     CStatus StartSaving(std::filesystem::path folder);
 
     void Trace(const CTraceLoggable& object, std::uint32_t id,
@@ -92,6 +93,8 @@ class CServiceLogger final : public CTraceLogger {
     CStatus Save();
     /// Marks the last records for saving, and saves them.
     CStatus SaveLastRecords();
+    /// Has that done by the thread that saves. Neither waits nor locks.
+    void SaveLastRecordsSoon() noexcept;
 
     /// The number that the next record will get; records are numbered from 0.
     std::uint64_t NextRecord() const;
@@ -118,17 +121,17 @@ class CServiceLogger final : public CTraceLogger {
     void Keep(const CTraceLoggable& object, std::uint32_t id, std::initializer_list<TraceArgument> arguments,
               Saving saving);
     const CLoggedObject& Logged(std::string_view name);
-    ErrorCode Write(const CTraceFile& file, const CTraceFileImage& image) const;
 
     IClock& m_clock;
     const std::string m_name;
-    const std::string m_startTime;  ///< as it stands in the files' names
+    const std::uint64_t m_startTime;
     std::atomic<CTraceLevelMask> m_mask{CTraceLevelMask()};
     std::atomic<const CTraceTexts*> m_texts;
     std::atomic<bool> m_isObserved = false;
+    std::atomic<CSavingThread*> m_saver = nullptr;  // m_savingThread, once it runs
 
     CMutex m_saving{LockRank::TraceSaving};  // held while files are written; guards:
-    std::filesystem::path m_folder;
+    std::unique_ptr<CTraceFolder> m_folder;
 
     mutable CMutex m_lock{LockRank::TraceLogger};  // guards what follows
     std::vector<std::unique_ptr<const CTraceTexts>> m_ownTexts;

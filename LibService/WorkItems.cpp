@@ -65,7 +65,11 @@ CStatus CWorkItems::Run(const Work& work, const char* name) {
 void CWorkItems::RunItem(void* argument) {
     std::unique_ptr<Item> item(static_cast<Item*>(argument));
     CWorkItems& items = item->items;
-    RunInApartment(item->work, *items.m_stop).Report();
+    try {
+        RunInApartment(item->work, *items.m_stop).Report();
+    } catch (const std::bad_alloc&) {
+        Ignore(item);  // its failure cannot even be told
+    }
     item.reset();
     items.End();
 }

@@ -36,7 +36,15 @@ bool IsForm(const http_request& request) {
 /// What is told of a request at most, in bytes: a trace record does not hold more.
 constexpr std::size_t kLongestDescription = 8000;
 
-/// One line on a request: version, method, path and query, headers.
+/// Whether a header's value lets its reader act for the user. Trace records are for many eyes.
+bool IsCredential(const std::string& header) {
+    constexpr std::array kCredentials{L"Authorization", L"Cookie", L"Proxy-Authorization"};
+    return std::any_of(
+        kCredentials.begin(), kCredentials.end(),
+        [name = FromUtf8(header)](const wchar_t* credential) { return EqualNoCase(name, credential); });
+}
+
+/// One line on a request: version, method, path and query, headers, without credentials.
 std::wstring Describe(const http_request& request) {
     std::string text;
     const auto append = [&text](std::initializer_list<std::string_view> parts) {
@@ -45,7 +53,8 @@ std::wstring Describe(const http_request& request) {
     const web::uri& target = request.request_uri();
     append({std::to_string(request.http_version().major), ".", std::to_string(request.http_version().minor),
             " ", request.method(), " ", target.path(), target.query(), " headers{"});
-    for (const auto& [name, value] : request.headers()) append({" ", name, "{", value, "}"});
+    for (const auto& [name, value] : request.headers())
+        append({" ", name, "{", IsCredential(name) ? "***" : value, "}"});
     append({" }"});
     return FromUtf8(text);
 }

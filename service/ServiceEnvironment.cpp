@@ -58,7 +58,7 @@ CStatus CServiceEnvironment::StartTracing() {
 CStatus CServiceEnvironment::StartCrashReports() {
     return CCrashReports::Create({.folder = m_traceSettings.folder,
                                   .serviceName = CQuorbelHTTPService::kServiceName,
-                                  .afterDump = [this] { Ignore(m_trace.SaveLastRecords()); }},
+                                  .afterDump = [this] { m_trace.SaveLastRecordsSoon(); }},
                                  m_crashReports);
 }
 

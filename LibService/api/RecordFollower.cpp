@@ -31,6 +31,8 @@ ErrorCode CRecordFollower::Follow(std::uint64_t count, const Show& show) {
         if (!read.IsOk()) return read.Error();
         std::vector<CNamedRecord> records;
         for (const CServiceRecord& record : read.Value().records) {
+            // The service begins again with its oldest record when the wanted one was gone meanwhile.
+            if (record.number < first) continue;
             records.push_back({record, {}});
             if (const ErrorCode error = AddName(records.back()); error != ErrorCode::Success) return error;
             first = record.number + 1;

@@ -29,7 +29,7 @@ struct CServiceRecords {
 };
 
 /// A local client of a running service: reads its most recent trace records as they come. For one thread at a
-/// time. After a failure other than Cancelled the connection is of no use any more.
+/// time. After a failure other than NotFound the connection is of no use any more.
 class CServiceApiClient {
  public:
     /// Errors: FileNotFound or ConnectionRefused when no service of that name runs under the root folder.

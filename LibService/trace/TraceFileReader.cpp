@@ -1,7 +1,7 @@
 #include "LibService/trace/TraceFileReader.h"
 
 #include "LibService/trace/HuffmanCoder.h"
-#include "LibService/trace/TraceBuffer.h"
+#include "LibService/trace/TraceFile.h"
 
 namespace quorbel {
 
@@ -15,7 +15,8 @@ class CTraceFileParser {
     CTraceFileContent Parse() {
         if (!ParseStrings()) return Damaged("the names");
         for (std::size_t number = 1; m_offset < m_bytes.size(); ++number) {
-            if (!ParseBlock()) return Damaged("block " + std::to_string(number));
+            if (number > CTraceFile::kMostBuffers || !ParseBlock())
+                return Damaged("block " + std::to_string(number));
         }
         return std::move(m_content);
     }
@@ -38,10 +39,11 @@ class CTraceFileParser {
             m_strings.emplace_back(rest.begin() + 1, rest.begin() + 1 + rest[0]);
             m_offset += 1U + rest[0];
         }
-        for (const std::string& text : m_strings) {
+        for (m_names = m_strings.size(); m_names != 0; --m_names) {
+            const std::string& text = m_strings[m_names - 1];
             const std::size_t separator = text.find("::");
-            if (separator != text.npos)
-                m_content.headers[text.substr(0, separator)] = text.substr(separator + 2);
+            if (separator == text.npos) break;
+            m_content.headers[text.substr(0, separator)] = text.substr(separator + 2);
         }
         return true;
     }
@@ -55,7 +57,7 @@ class CTraceFileParser {
         if (!block) return false;
         CTraceImageReader reader(block->content, first);
         while (const auto entry = reader.Next()) {
-            if (entry->object >= m_strings.size()) return false;
+            if (entry->object >= m_names) return false;
             m_content.records.push_back({entry->number,
                                          entry->time,
                                          entry->id,
@@ -70,6 +72,7 @@ class CTraceFileParser {
     const std::span<const std::uint8_t> m_bytes;
     std::size_t m_offset = 0;
     std::vector<std::string> m_strings;
+    std::size_t m_names = 0;  // how many of them are names of objects
     CTraceFileContent m_content;
 };
 

@@ -2,6 +2,10 @@
 
 namespace quorbel {
 
+CTraceMemory::CTraceMemory(std::string name) : m_name(std::move(name)) {
+    m_unsaved.reserve(kMostUnsaved);
+}
+
 CTraceFile& CTraceMemory::BeginFile() {
     const auto placed = m_files.insert_or_assign(m_next, CTraceFile(m_name, m_next, m_fileCount + 1));
     ++m_fileCount;
@@ -23,10 +27,12 @@ bool CTraceMemory::Append(std::uint32_t id, const CTraceLoggable& object, std::u
 void CTraceMemory::DropOldest() {
     const CTraceFile oldest = m_files.begin()->second;
     m_files.erase(m_files.begin());
-    if (oldest.IsChanged()) Keep(oldest);
+    if (!oldest.IsChanged()) return;
+    Keep(oldest);
+    m_hasDropped = true;
 }
 
-void CTraceMemory::Keep(const CTraceFile& dropped) {
+void CTraceMemory::Keep(const CTraceFile& dropped) noexcept {
     if (m_unsaved.size() == kMostUnsaved) m_unsaved.erase(m_unsaved.begin());
     m_unsaved.push_back(dropped);
 }
@@ -41,17 +47,20 @@ void CTraceMemory::MarkLast(std::uint64_t count) noexcept {
         file->second.Mark(first, m_next);
 }
 
-std::vector<CTraceFile> CTraceMemory::TakeChanged() {
+std::vector<CTraceFile> CTraceMemory::Changed() const {
     std::vector<CTraceFile> changed = m_unsaved;
     for (const auto& [first, file] : m_files) {
         if (file.IsChanged()) changed.push_back(file);
     }
-    m_unsaved.clear();
-    for (CTraceFile& file : changed) file.SetChanged(false);
     return changed;
 }
 
-void CTraceMemory::PutBack(const CTraceFile& file) {
+void CTraceMemory::NoteSaved() noexcept {
+    m_unsaved.clear();
+    for (auto& [first, file] : m_files) file.SetChanged(false);
+}
+
+void CTraceMemory::PutBack(const CTraceFile& file) noexcept {
     CTraceFile(file).SetChanged(true);
     if (!m_files.contains(file.FirstRecord())) Keep(file);
 }

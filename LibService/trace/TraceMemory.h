@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "LibService/trace/TraceFile.h"
@@ -15,11 +16,11 @@ namespace quorbel {
 class CTraceMemory {
  public:
     static constexpr std::uint32_t kDefaultSpan = 10'000;
-    /// How many files that were dropped before they could be saved are kept for another try.
+    /// How many files are kept that were dropped before they could be saved.
     static constexpr std::size_t kMostUnsaved = 16;
 
-    /// The service's name, for the files that begin from now on.
-    void SetName(std::string name) { m_name = std::move(name); }
+    /// `name` is the service's, for the files.
+    explicit CTraceMemory(std::string name);
     /// How many records the files cover; 0 for no limit.
     void SetSpan(std::uint32_t span) noexcept { m_span = span; }
 
@@ -35,10 +36,14 @@ class CTraceMemory {
 
     /// Marks the last records, that many of them, for saving.
     void MarkLast(std::uint64_t count) noexcept;
-    /// The files that have something to save, the dropped ones included; they count as saved from now on.
-    std::vector<CTraceFile> TakeChanged();
-    /// Takes a file back that could not be saved.
-    void PutBack(const CTraceFile& file);
+    /// True once after a file was dropped that has something to save.
+    bool TakeDropped() noexcept { return std::exchange(m_hasDropped, false); }
+    /// The files that have something to save, the dropped ones included.
+    std::vector<CTraceFile> Changed() const;
+    /// Everything that Changed gave counts as saved.
+    void NoteSaved() noexcept;
+    /// Takes a file back that could not be saved after all.
+    void PutBack(const CTraceFile& file) noexcept;
 
     /// The file that holds a record; none when it was dropped or does not exist yet.
     const CTraceFile* FileOf(std::uint64_t number) const noexcept;
@@ -46,14 +51,15 @@ class CTraceMemory {
  private:
     CTraceFile& BeginFile();
     void DropOldest();
-    void Keep(const CTraceFile& dropped);
+    void Keep(const CTraceFile& dropped) noexcept;
 
-    std::string m_name;
+    const std::string m_name;
     std::uint32_t m_span = kDefaultSpan;
     std::uint64_t m_next = 0;
     std::uint32_t m_fileCount = 0;
     std::map<std::uint64_t, CTraceFile> m_files;  // by the number of the first record
-    std::vector<CTraceFile> m_unsaved;            // dropped, oldest first
+    std::vector<CTraceFile> m_unsaved;            // dropped, oldest first; has room for all that it may hold
+    bool m_hasDropped = false;
 };
 
 }  // namespace quorbel

@@ -267,4 +267,14 @@ const CTraceText& CTraceTexts::Find(std::uint32_t id) const noexcept {
     return found == m_texts.end() ? m_none : found->second;
 }
 
+std::wstring CTraceTexts::Line(std::uint32_t id, std::span<const std::uint8_t> arguments) const {
+    const auto values = DecodeArguments(arguments);
+    if (!values) return L"0x" + ToHex(id, 8) + L" (arguments unreadable)";
+    std::wstring line = Find(id).Render(*values);
+    if (!line.empty()) return line;
+    line = L"0x" + ToHex(id, 8);
+    for (const TraceValue& value : *values) line += L' ' + FormatValue(value, CTraceInsert());
+    return line;
+}
+
 }  // namespace quorbel

@@ -62,6 +62,8 @@ class CTraceTexts {
     CTraceTexts() = default;
     explicit CTraceTexts(const CMessageModule& module);
     const CTraceText& Find(std::uint32_t id) const noexcept;
+    /// A record as a line for people: its text with the arguments, or without a text its identifier and them.
+    std::wstring Line(std::uint32_t id, std::span<const std::uint8_t> arguments) const;
 
  private:
     std::unordered_map<std::uint32_t, CTraceText> m_texts;

@@ -84,24 +84,71 @@ TEST_F(TraceSaving, SavesADroppedFileThatWasMarked) {
     ASSERT_TRUE(logger.StartSaving(m_folder).IsOk());
     logger.Trace(*this, kRecord);  // marked
     logger.SetLevelMask(CTraceLevelMask(0x0000FFFF));
-    while (logger.OldestRecord() == 0) logger.Trace(*this, kRecord);
-    ASSERT_TRUE(logger.Save().IsOk());
+    SavedAfter([&] {
+        while (logger.OldestRecord() == 0) logger.Trace(*this, kRecord);
+    });
     const auto files = Files(m_folder);
     ASSERT_EQ(files.size(), 1U);
     EXPECT_EQ(files.begin()->second.blocks, std::vector<std::uint64_t>{0});
 }
 
+/// A clock by which everything takes a second.
+class CSlowWorldClock final : public IClock {
+ public:
+    explicit CSlowWorldClock(CHandClock& clock) : m_clock(clock) {}
+    std::chrono::nanoseconds Steady() const override {
+        m_clock.Turn(std::chrono::seconds(1));
+        return m_clock.Steady();
+    }
+    std::uint64_t System() const override { return m_clock.System(); }
+    void Pause(std::chrono::milliseconds duration, CEvent& wake) override { m_clock.Pause(duration, wake); }
+
+ private:
+    CHandClock& m_clock;
+};
+
 TEST_F(TraceSaving, SharesOneWriteAmongErrorsThatComeMeanwhile) {
-    CServiceLogger logger("Service", m_clock);
+    CSlowWorldClock slow(m_clock);
     m_clock.RunFreely(false);
+    CServiceLogger logger("Service", slow);
     ASSERT_TRUE(logger.StartSaving(m_folder).IsOk());
+    const auto saved = [this] { return Files(m_folder).begin()->second.records.size(); };
     SavedAfter([&] { logger.Trace(*this, kError); });
-    // By the clock the write took no time, so that the pause after it is over at once; 1,000 errors more.
-    SavedAfter([&] {
-        for (int i = 0; i < 1000; ++i) logger.Trace(*this, kError);
-    });
-    ASSERT_TRUE(logger.Save().IsOk());
-    EXPECT_EQ(Files(m_folder).begin()->second.records.size(), 1001U);
+    for (int i = 0; i < 1000; ++i) logger.Trace(*this, kError);
+    EXPECT_EQ(saved(), 1U);  // in its pause
+    SavedAfter([&] { m_clock.Turn(std::chrono::seconds(1)); });
+    EXPECT_EQ(saved(), 1001U);
+}
+
+TEST_F(TraceSaving, SavesWhenItIsAskedToFromWhereNothingMayWait) {
+    CServiceLogger logger("Service", m_clock);
+    logger.SaveLastRecordsSoon();
+    ASSERT_TRUE(logger.StartSaving(m_folder).IsOk());
+    logger.Trace(*this, kRecord);
+    SavedAfter([&] { logger.SaveLastRecordsSoon(); });
+    EXPECT_EQ(Files(m_folder).begin()->second.records.size(), 1U);
+}
+
+TEST_F(TraceSaving, KeepsTheNewestFilesAndNoRunReplacesAnothers) {
+    std::filesystem::create_directory(m_folder);
+    const auto make = [this](const std::string& name) { std::ofstream(m_folder / name) << "old"; };
+    for (std::size_t i = 0; i < CTraceFolder::kMostFiles; ++i)
+        make("Service" + std::to_string(20000101000000 + i) + "0001.QBT");
+    for (const char* const other : {"Servicex200001010000000001.QBT", "Service20000101.QBT", "Other.QBT"})
+        make(other);
+    std::set<std::string> names;
+    for (int run = 0; run < 2; ++run) {
+        CServiceLogger logger("Service", m_clock);
+        ASSERT_TRUE(logger.StartSaving(m_folder).IsOk());
+        logger.Trace(*this, kRecord);
+        ASSERT_TRUE(logger.SaveLastRecords().IsOk());
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder))
+        names.insert(entry.path().filename());
+    EXPECT_EQ(names.size(), CTraceFolder::kMostFiles + 3);
+    EXPECT_FALSE(names.contains("Service200001010000000001.QBT"));
+    EXPECT_FALSE(names.contains("Service200001010000010001.QBT"));
+    EXPECT_TRUE(names.contains("Service200001010000020001.QBT"));
 }
 
 TEST_F(TraceSaving, ReportsAFolderThatCannotBeWrittenOnceAndTriesAgain) {

@@ -18,7 +18,7 @@ constexpr std::wstring_view kServiceName = L"QBHTTPService";
 /// Records before the first new one that "trace follow" begins with.
 constexpr std::uint64_t kUsualLines = 10;
 /// A trace file has at most eight buffers; what is larger by far is something else.
-constexpr std::uint64_t kLargestFile = 16 << 20;
+constexpr std::uint64_t kLargestFile = 1 << 20;
 
 CResult<std::vector<std::uint8_t>> ReadWhole(const std::wstring& path) {
     const auto file = CFile::Open(path);
@@ -36,14 +36,12 @@ CResult<std::vector<std::uint8_t>> ReadWhole(const std::wstring& path) {
 
 /// Adds a file's records that pass the filter; says on standard error where a damaged one ends.
 ExitCode AddRecords(const std::wstring& path, const CTraceFilter& filter,
-                    std::vector<CShownRecord>& records) {
+                    std::vector<CTraceFileRecord>& records) {
     const auto bytes = ReadWhole(path);
     if (!bytes.IsOk()) return Fail(path + L" cannot be read", bytes.Error());
     CTraceFileContent content = ReadTraceFile(bytes.Value());
     for (CTraceFileRecord& record : content.records) {
-        CShownRecord shown{record.number, record.time, record.id, std::move(record.object),
-                           std::move(record.arguments)};
-        if (filter.Passes(shown)) records.push_back(std::move(shown));
+        if (filter.Passes(record)) records.push_back(std::move(record));
     }
     if (!content.damage) return ExitCode::Success;
     return Fail(path + L" is damaged: " + FromUtf8(content.damage->what) + L" at byte " +
@@ -71,16 +69,16 @@ ExitCode TraceShow(const CArguments& arguments) {
         return FailUsage(*reason, L"qbctl trace show");
     const auto view = CTraceView::FromArguments(arguments);
     if (!view.IsOk()) return FailWithoutMessages(view.Error());
-    std::vector<CShownRecord> records;
+    std::vector<CTraceFileRecord> records;
     ExitCode code = ExitCode::Success;
     for (const std::wstring& path : arguments.Operands()) {
         if (AddRecords(path, std::get<CTraceFilter>(filter), records) != ExitCode::Success)
             code = ExitCode::Failure;
     }
-    std::stable_sort(records.begin(), records.end(), [](const CShownRecord& left, const CShownRecord& right) {
-        return left.time < right.time;
-    });
-    for (const CShownRecord& record : records) view.Value().Show(record);
+    std::stable_sort(
+        records.begin(), records.end(),
+        [](const CTraceFileRecord& left, const CTraceFileRecord& right) { return left.time < right.time; });
+    for (const CTraceFileRecord& record : records) view.Value().Show(record);
     return code;
 }
 
@@ -107,7 +105,7 @@ ExitCode TraceFollow(const CArguments& arguments) {
         return Fail(L"The signals cannot be set up", error);
     const auto show = [&](const std::vector<CNamedRecord>& records) {
         for (const auto& [record, object] : records) {
-            const CShownRecord shown{record.number, record.time, record.id, object, record.arguments};
+            const CTraceFileRecord shown{record.number, record.time, record.id, object, record.arguments};
             if (std::get<CTraceFilter>(filter).Passes(shown)) view.Value().Show(shown);
         }
         return std::fflush(stdout) == 0 ? ErrorCode::Success : ErrorCode::WriteFault;

@@ -73,7 +73,7 @@ std::variant<CTraceFilter, std::wstring> CTraceFilter::FromArguments(const CArgu
     return filter;
 }
 
-bool CTraceFilter::Passes(const CShownRecord& record) const {
+bool CTraceFilter::Passes(const CTraceFileRecord& record) const {
     return (m_objects.empty() || m_objects.contains(record.object)) &&
            (m_identifiers.empty() || m_identifiers.contains(record.id)) &&
            record.id >> 30 >= m_leastSeverity && (!m_from || record.time >= *m_from) &&

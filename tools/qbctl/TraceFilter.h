@@ -7,18 +7,10 @@
 #include <variant>
 #include <vector>
 
+#include "LibService/trace/TraceFileReader.h"
 #include "tools/qbctl/Arguments.h"
 
 namespace quorbel {
-
-/// A record as the trace commands show it.
-struct CShownRecord {
-    std::uint64_t number = 0;
-    std::uint64_t time = 0;  ///< 100 ns units since 1601-01-01 UTC
-    std::uint32_t id = 0;
-    std::string object;
-    std::vector<std::uint8_t> arguments;  ///< encoded
-};
 
 /// Which records are shown.
 class CTraceFilter {
@@ -28,7 +20,7 @@ class CTraceFilter {
     /// The filter that the options make, or what is wrong with them.
     static std::variant<CTraceFilter, std::wstring> FromArguments(const CArguments& arguments);
 
-    bool Passes(const CShownRecord& record) const;
+    bool Passes(const CTraceFileRecord& record) const;
 
  private:
     std::set<std::string> m_objects;  // empty: all, as for the identifiers

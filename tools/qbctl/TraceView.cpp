@@ -14,7 +14,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-EventSeverity SeverityOf(const CShownRecord& record) {
+EventSeverity SeverityOf(const CTraceFileRecord& record) {
     return static_cast<EventSeverity>(record.id >> 30);
 }
 
@@ -49,38 +49,36 @@ Json ToJson(const TraceValue& value) {
 
 CResult<CTraceView> CTraceView::FromArguments(const CArguments& arguments) {
     CTraceView view;
-    std::filesystem::path module;
-    if (const std::wstring* messages = arguments.Value(L"--messages")) {
-        module = ToUtf8(*messages);
-    } else {
-        const auto program = ProgramPath();
-        if (!program.IsOk()) return program.Error();
-        module = program.Value().parent_path() / "TrcQBHTTPService.dll";
-    }
-    const auto loaded = CMessageModule::Load(module);
-    if (!loaded.IsOk()) return loaded.Error();
-    view.m_texts = std::make_shared<const CTraceTexts>(*loaded.Value());
     view.m_form = arguments.Has(L"--json") ? TraceForm::Json : TraceForm::Text;
+    view.m_texts = std::make_shared<const CTraceTexts>();
+    const std::wstring* const named = arguments.Value(L"--messages");
+    const auto program = ProgramPath();
+    if (!program.IsOk()) return program.Error();
+    const auto module = CMessageModule::Load(named ? std::filesystem::path(ToUtf8(*named))
+                                                   : program.Value().parent_path() / "TrcQBHTTPService.dll");
+    if (module.IsOk()) {
+        view.m_texts = std::make_shared<const CTraceTexts>(*module.Value());
+    } else if (named) {
+        return module.Error();
+    } else {
+        Fail(L"The trace message module cannot be read, so that there are no texts", module.Error());
+    }
     return view;
 }
 
-void CTraceView::Show(const CShownRecord& record) const {
+void CTraceView::Show(const CTraceFileRecord& record) const {
     switch (m_form) {
         case TraceForm::Text: return ShowText(record);
         case TraceForm::Json: return ShowJson(record);
     }
 }
 
-void CTraceView::ShowText(const CShownRecord& record) const {
-    const auto values = DecodeArguments(record.arguments);
-    std::wstring text = m_texts->Find(record.id).Render(values.value_or(std::vector<TraceValue>()));
-    if (text.empty()) text = L"0x" + ToHex(record.id, 8);
-    if (!values) text += L" (arguments unreadable)";
+void CTraceView::ShowText(const CTraceFileRecord& record) const {
     PrintLine(LocalTimeText(record.time) + L"  " + FromUtf8(SeverityName(SeverityOf(record))) + L"  " +
-              FromUtf8(record.object) + L": " + text);
+              FromUtf8(record.object) + L": " + m_texts->Line(record.id, record.arguments));
 }
 
-void CTraceView::ShowJson(const CShownRecord& record) const {
+void CTraceView::ShowJson(const CTraceFileRecord& record) const {
     const auto values = DecodeArguments(record.arguments);
     Json object;
     object["number"] = record.number;

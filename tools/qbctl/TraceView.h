@@ -18,11 +18,11 @@ class CTraceView {
     /// says.
     static CResult<CTraceView> FromArguments(const CArguments& arguments);
 
-    void Show(const CShownRecord& record) const;
+    void Show(const CTraceFileRecord& record) const;
 
  private:
-    void ShowText(const CShownRecord& record) const;
-    void ShowJson(const CShownRecord& record) const;
+    void ShowText(const CTraceFileRecord& record) const;
+    void ShowJson(const CTraceFileRecord& record) const;
 
     std::shared_ptr<const CTraceTexts> m_texts;
     TraceForm m_form = TraceForm::Text;

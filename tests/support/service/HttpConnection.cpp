@@ -2,11 +2,25 @@
 
 #include <arpa/inet.h>
 #include <array>
+#include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
 namespace quorbel {
+
+namespace {
+
+/// Receives what there is; a debugger or a dump of this process may interrupt the wait.
+template <class Buffer>
+ssize_t Receive(int socket, Buffer& buffer) {
+    ssize_t count = 0;
+    do count = ::recv(socket, buffer.data(), buffer.size(), 0);
+    while (count < 0 && errno == EINTR);
+    return count;
+}
+
+}  // namespace
 
 namespace {
 
@@ -57,7 +71,7 @@ bool CHttpConnection::Send(std::string_view bytes) {
 
 bool CHttpConnection::FillWith(std::string& bytes) {
     std::array<char, 16384> buffer{};
-    const ssize_t count = ::recv(m_socket.Get(), buffer.data(), buffer.size(), 0);
+    const ssize_t count = Receive(m_socket.Get(), buffer);
     if (count <= 0) {
         const bool isReset = count < 0 && errno == ECONNRESET;
         m_end = count == 0 ? End::Clean : isReset ? End::Aborted : End::None;
@@ -69,7 +83,7 @@ bool CHttpConnection::FillWith(std::string& bytes) {
 
 std::optional<std::string> CHttpConnection::ReceiveBytes() {
     std::array<char, 16384> buffer{};
-    const ssize_t count = ::recv(m_socket.Get(), buffer.data(), buffer.size(), 0);
+    const ssize_t count = Receive(m_socket.Get(), buffer);
     if (count < 0) return std::nullopt;
     return std::string(buffer.data(), static_cast<std::size_t>(count));
 }
