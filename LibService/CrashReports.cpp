@@ -6,7 +6,6 @@
 #include "platform/Program.h"
 #include "platform/Text.h"
 #include "platform/Thread.h"
-#include "platform/Waiting.h"
 #include "platform/fault/FaultText.h"
 #include "platform/fault/PreparedProgram.h"
 
@@ -102,11 +101,12 @@ CCrashReports::~CCrashReports() {
 
 void CCrashReports::Write(const CFaultRecord* fault) noexcept {
     if (CurrentThreadId() == m_ownThread) return;
-    AboutToWait();
     Ignore(Take(*m_turn, Never()));
-    Request(fault);
-    Ignore(Take(*m_done, Never()));
-    m_fault = nullptr;
+    if (!m_hasEnded) {
+        Request(fault);
+        Ignore(Take(*m_done, Never()));
+        m_fault = nullptr;
+    }
     m_turn->Set();
 }
 
@@ -115,7 +115,7 @@ void CCrashReports::WriteAtTheEnd(const CFaultRecord* fault) noexcept {
     // The turn may be another's first, with a helper of its own to wait for.
     const auto bound = std::min(2 * m_options.patience + kAnswerTime, kLongestDump);
     const auto deadline = steady_clock::now() + bound;
-    if (!Take(*m_turn, deadline)) return;
+    if (!Take(*m_turn, deadline) || m_hasEnded) return;
     Request(fault);
     Ignore(Take(*m_done, deadline));
 }
@@ -130,11 +130,18 @@ void CCrashReports::Run() {
     m_ownThread = CurrentThreadId();
     for (;;) {
         const auto woken = WaitForAny({m_request.get(), m_stop.get()});
-        if (!woken.IsOk() || woken.Value() == 1) return;
+        if (!woken.IsOk() || woken.Value() == 1) return End();
         RunHelper();
         m_done->Set();
         CallAfterDump();
     }
+}
+
+void CCrashReports::End() noexcept {
+    CFaultResponse::Instance().SetReports(nullptr);
+    // In this order: who has not seen that it has ended waits already, or will find it done.
+    m_hasEnded = true;
+    m_done->Set();
 }
 
 void CCrashReports::RunHelper() noexcept {

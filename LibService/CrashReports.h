@@ -21,10 +21,13 @@ struct CFaultRecord;
 class CCrashReports {
  public:
     struct COptions {
-        std::filesystem::path folder;     ///< for the dumps
-        std::wstring serviceName;         ///< the beginning of their names
-        std::function<void()> afterDump;  ///< called on the reports' thread once the faulting thread goes on
-        std::filesystem::path helper{};   ///< QbMiniDump.exe beside the running program when empty
+        std::filesystem::path folder;  ///< for the dumps
+        std::wstring serviceName;      ///< the beginning of their names
+        /// Called on the reports' thread once the faulting thread goes on. The next fault waits for it, and
+        /// the one before may have left any lock taken: it neither locks nor waits, but sets a flag or an
+        /// event.
+        std::function<void()> afterDump;
+        std::filesystem::path helper{};  ///< QbMiniDump.exe beside the running program when empty
         /// A helper that takes longer is killed: the faulting thread waits for it.
         std::chrono::milliseconds patience = std::chrono::seconds(60);
     };
@@ -44,6 +47,7 @@ class CCrashReports {
  private:
     CStatus Start();
     void Run();
+    void End() noexcept;
     void RunHelper() noexcept;
     void CallAfterDump() noexcept;
     void Request(const CFaultRecord* fault) noexcept;
@@ -57,6 +61,7 @@ class CCrashReports {
     std::shared_ptr<CEvent> m_request;  ///< there is one
     std::shared_ptr<CEvent> m_done;     ///< it is served
     std::atomic<std::uint32_t> m_ownThread = 0;
+    std::atomic<bool> m_hasEnded = false;  ///< nobody serves requests any more
 
     // Of whoever has the turn, and read by the thread after the request event:
     const CFaultRecord* m_fault = nullptr;
