@@ -44,6 +44,26 @@ bool Take(CEvent& event, steady_clock::time_point deadline) noexcept {
     return true;
 }
 
+/// What follows the service's name in the path of a dump.
+void AppendName(const CFaultRecord* fault, CPathText& path) noexcept {
+    if (fault) {
+        path.AppendHex(fault->code);
+    } else {
+        path.Append("InvalidParameter");
+    }
+    AppendLocalTime(path);
+    path.Append(".dmp");
+}
+
+/// Runs what comes after a report: whatever goes wrong with it stays there.
+template <class Body>
+void RunGuarded(const Body& body) noexcept try {
+    const CFaultScope scope;
+    body();
+} catch (...) {
+    TakeCaughtFault();  // or want of memory, of which nothing can be told
+}
+
 /// As good as never: far enough that sums with it do not overflow.
 steady_clock::time_point Never() noexcept {
     return steady_clock::now() + std::chrono::hours(24 * 365);
@@ -103,7 +123,7 @@ void CCrashReports::Write(const CFaultRecord* fault) noexcept {
     if (CurrentThreadId() == m_ownThread) return;
     Ignore(Take(*m_turn, Never()));
     if (!m_hasEnded) {
-        Request(fault);
+        Request(fault, Then::GoOn);
         Ignore(Take(*m_done, Never()));
         m_fault = nullptr;
     }
@@ -116,12 +136,13 @@ void CCrashReports::WriteAtTheEnd(const CFaultRecord* fault) noexcept {
     const auto bound = std::min(2 * m_options.patience + kAnswerTime, kLongestDump);
     const auto deadline = steady_clock::now() + bound;
     if (!Take(*m_turn, deadline) || m_hasEnded) return;
-    Request(fault);
+    Request(fault, Then::End);
     Ignore(Take(*m_done, deadline));
 }
 
-void CCrashReports::Request(const CFaultRecord* fault) noexcept {
+void CCrashReports::Request(const CFaultRecord* fault, Then then) noexcept {
     m_fault = fault;
+    m_then = then;
     m_faultingThread = CurrentThreadId();
     m_request->Set();
 }
@@ -131,9 +152,7 @@ void CCrashReports::Run() {
     for (;;) {
         const auto woken = WaitForAny({m_request.get(), m_stop.get()});
         if (!woken.IsOk() || woken.Value() == 1) return End();
-        RunHelper();
-        m_done->Set();
-        CallAfterDump();
+        Serve();
     }
 }
 
@@ -144,22 +163,28 @@ void CCrashReports::End() noexcept {
     m_done->Set();
 }
 
-void CCrashReports::RunHelper() noexcept {
+void CCrashReports::Serve() {
+    CPathText file;
+    file.Append(m_fileStart);
+    AppendName(m_fault, file);
+    const ErrorCode outcome = RunHelper(file.Text());
+    // An event needs memory and locks, which what ends the process may have damaged or left taken; and the
+    // end waits for nothing.
+    const bool isToTell = outcome != ErrorCode::Success && m_then == Then::GoOn;
+    m_done->Set();
+    RunGuarded([this] {
+        if (m_options.afterDump) m_options.afterDump();
+    });
+    if (isToTell) RunGuarded([&] { SystemError(outcome, FromUtf8(file.View())).Report(); });
+}
+
+ErrorCode CCrashReports::RunHelper(char* file) const noexcept {
     CFixedText<40> process;
     process.AppendHex(CurrentProcessId());
     CFixedText<40> thread;
     thread.AppendHex(m_faultingThread);
     CFixedText<40> address;
     address.Append("0x").AppendHex(reinterpret_cast<std::uintptr_t>(m_fault), 16);
-    CPathText file;
-    file.Append(m_fileStart);
-    if (m_fault) {
-        file.AppendHex(m_fault->code);
-    } else {
-        file.Append("InvalidParameter");
-    }
-    AppendLocalTime(file);
-    file.Append(".dmp");
     // A program takes its arguments to be its own to change.
     CFixedText<4> p, t, e, f;
     p.Append("-p"), t.Append("-t"), e.Append("-e"), f.Append("-f");
@@ -171,17 +196,9 @@ void CCrashReports::RunHelper() noexcept {
                                e.Text(),
                                address.Text(),
                                f.Text(),
-                               file.Text(),
+                               file,
                                nullptr};
-    // Without a dump the faulting thread goes on all the same.
-    Ignore(m_helper->Run(arguments, m_options.patience));
-}
-
-void CCrashReports::CallAfterDump() noexcept try {
-    const CFaultScope scope;
-    if (m_options.afterDump) m_options.afterDump();
-} catch (...) {
-    TakeCaughtFault();  // or want of memory, of which nothing can be told
+    return m_helper->Run(arguments, m_options.patience);
 }
 
 }  // namespace quorbel

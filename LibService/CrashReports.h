@@ -16,8 +16,9 @@ namespace quorbel {
 class CPreparedProgram;
 struct CFaultRecord;
 
-/// Has memory dumps of this process written by the helper program, on a thread of its own, one at a time. It
-/// is to live until the other threads have ended.
+/// Has memory dumps of this process written by the helper program, on a thread of its own, one at a time. A
+/// dump that could not be written is an event, once the faulting thread goes on. It is to live until the
+/// other threads have ended.
 class CCrashReports {
  public:
     struct COptions {
@@ -48,9 +49,10 @@ class CCrashReports {
     CStatus Start();
     void Run();
     void End() noexcept;
-    void RunHelper() noexcept;
-    void CallAfterDump() noexcept;
-    void Request(const CFaultRecord* fault) noexcept;
+    void Serve();
+    ErrorCode RunHelper(char* file) const noexcept;
+    enum class Then { GoOn, End };  ///< what the thread, or the process, does after the report
+    void Request(const CFaultRecord* fault, Then then) noexcept;
 
     // Constant after Create:
     const COptions m_options;
@@ -66,6 +68,7 @@ class CCrashReports {
     // Of whoever has the turn, and read by the thread after the request event:
     const CFaultRecord* m_fault = nullptr;
     std::uint32_t m_faultingThread = 0;
+    Then m_then = Then::GoOn;
 
     std::thread m_thread;  // last: it uses everything above
 };

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 
 #include "LibService/MessageIds.h"
+#include "platform/Error.h"
 #include "platform/eventlog/EventSink.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -185,7 +186,7 @@ TEST_F(CrashReports, WhatTheFaultingCodeHeldIsLetGoOf) {
 }
 
 TEST_F(CrashReports, AThreadMayFaultAgain) {
-    EXPECT_EQ(Run("many", kNoHelper), 0);
+    EXPECT_EQ(Run("many", RecordingHelper()), 0);
     EXPECT_THAT(EventIds(),
                 ElementsAre(message::kCaughtException, message::kCaughtException, message::kCaughtException));
 }
@@ -238,15 +239,32 @@ TEST_F(CrashReports, AnAbortTellsWhereItHappened) {
     }
 }
 
-TEST_F(CrashReports, WithoutAHelperThatWorksEverythingElseIsTheSame) {
+TEST_F(CrashReports, WithoutAHelperThatWorksAnEventTellsOfTheDumpAndEverythingElseIsTheSame) {
     const std::string hangs = Helper("exec sleep 1000\n", "hangs");
     const std::string fails = Helper("exit 3\n", "fails");
-    for (const std::string& helper : {kNoHelper, hangs, fails}) {
+    struct {
+        std::string helper;
+        const char* milliseconds;
+        ErrorCode error;
+    } const kHelpers[] = {{kNoHelper, "60000", ErrorCode::FileNotFound},
+                          {hangs, "100", ErrorCode::WaitTimeout},
+                          {fails, "60000", ErrorCode::GenFailure}};
+    for (const auto& [helper, milliseconds, error] : kHelpers) {
         SCOPED_TRACE(helper);
         std::filesystem::remove(m_folder / "events.jsonl");
-        EXPECT_EQ(Run("write", helper, "100"), 0);
-        EXPECT_EQ(Run("uncaught", helper, "100"), 1);
-        EXPECT_THAT(EventIds(), ElementsAre(message::kCaughtException, message::kUnhandledFault));
+        EXPECT_EQ(Run("write", helper, milliseconds), 0);
+        // Two threads write them.
+        EXPECT_THAT(EventIds(),
+                    testing::UnorderedElementsAre(message::kCaughtException, message::kSystemErrorWithText));
+        for (const CEventEntry& event : m_events) {
+            if (event.id != message::kSystemErrorWithText) continue;
+            EXPECT_THAT(event.strings,
+                        ElementsAre(std::to_wstring(ToNumber(error)), testing::_,
+                                    HasSubstr(m_folder.Path().wstring() + L"/Faulty ServiceC0000005")));
+        }
+        std::filesystem::remove(m_folder / "events.jsonl");
+        EXPECT_EQ(Run("uncaught", helper, milliseconds), 1);
+        EXPECT_THAT(EventIds(), ElementsAre(message::kUnhandledFault));
     }
 }
 
