@@ -6,7 +6,6 @@
 #include "platform/Program.h"
 #include "platform/Text.h"
 #include "platform/Thread.h"
-#include "platform/Waiting.h"
 #include "platform/fault/FaultText.h"
 #include "platform/fault/PreparedProgram.h"
 
@@ -43,6 +42,26 @@ bool Take(CEvent& event, steady_clock::time_point deadline) noexcept {
         WaitUntilSet(event, left);
     }
     return true;
+}
+
+/// What follows the service's name in the path of a dump.
+void AppendName(const CFaultRecord* fault, CPathText& path) noexcept {
+    if (fault) {
+        path.AppendHex(fault->code);
+    } else {
+        path.Append("InvalidParameter");
+    }
+    AppendLocalTime(path);
+    path.Append(".dmp");
+}
+
+/// Runs what comes after a report: whatever goes wrong with it stays there.
+template <class Body>
+void RunGuarded(const Body& body) noexcept try {
+    const CFaultScope scope;
+    body();
+} catch (...) {
+    TakeCaughtFault();  // or want of memory, of which nothing can be told
 }
 
 /// As good as never: far enough that sums with it do not overflow.
@@ -102,11 +121,12 @@ CCrashReports::~CCrashReports() {
 
 void CCrashReports::Write(const CFaultRecord* fault) noexcept {
     if (CurrentThreadId() == m_ownThread) return;
-    AboutToWait();
     Ignore(Take(*m_turn, Never()));
-    Request(fault);
-    Ignore(Take(*m_done, Never()));
-    m_fault = nullptr;
+    if (!m_hasEnded) {
+        Request(fault, Then::GoOn);
+        Ignore(Take(*m_done, Never()));
+        m_fault = nullptr;
+    }
     m_turn->Set();
 }
 
@@ -115,13 +135,14 @@ void CCrashReports::WriteAtTheEnd(const CFaultRecord* fault) noexcept {
     // The turn may be another's first, with a helper of its own to wait for.
     const auto bound = std::min(2 * m_options.patience + kAnswerTime, kLongestDump);
     const auto deadline = steady_clock::now() + bound;
-    if (!Take(*m_turn, deadline)) return;
-    Request(fault);
+    if (!Take(*m_turn, deadline) || m_hasEnded) return;
+    Request(fault, Then::End);
     Ignore(Take(*m_done, deadline));
 }
 
-void CCrashReports::Request(const CFaultRecord* fault) noexcept {
+void CCrashReports::Request(const CFaultRecord* fault, Then then) noexcept {
     m_fault = fault;
+    m_then = then;
     m_faultingThread = CurrentThreadId();
     m_request->Set();
 }
@@ -130,29 +151,40 @@ void CCrashReports::Run() {
     m_ownThread = CurrentThreadId();
     for (;;) {
         const auto woken = WaitForAny({m_request.get(), m_stop.get()});
-        if (!woken.IsOk() || woken.Value() == 1) return;
-        RunHelper();
-        m_done->Set();
-        CallAfterDump();
+        if (!woken.IsOk() || woken.Value() == 1) return End();
+        Serve();
     }
 }
 
-void CCrashReports::RunHelper() noexcept {
+void CCrashReports::End() noexcept {
+    CFaultResponse::Instance().SetReports(nullptr);
+    // In this order: who has not seen that it has ended waits already, or will find it done.
+    m_hasEnded = true;
+    m_done->Set();
+}
+
+void CCrashReports::Serve() {
+    CPathText file;
+    file.Append(m_fileStart);
+    AppendName(m_fault, file);
+    const ErrorCode outcome = RunHelper(file.Text());
+    // An event needs memory and locks, which what ends the process may have damaged or left taken; and the
+    // end waits for nothing.
+    const bool isToTell = outcome != ErrorCode::Success && m_then == Then::GoOn;
+    m_done->Set();
+    RunGuarded([this] {
+        if (m_options.afterDump) m_options.afterDump();
+    });
+    if (isToTell) RunGuarded([&] { SystemError(outcome, FromUtf8(file.View())).Report(); });
+}
+
+ErrorCode CCrashReports::RunHelper(char* file) const noexcept {
     CFixedText<40> process;
     process.AppendHex(CurrentProcessId());
     CFixedText<40> thread;
     thread.AppendHex(m_faultingThread);
     CFixedText<40> address;
     address.Append("0x").AppendHex(reinterpret_cast<std::uintptr_t>(m_fault), 16);
-    CPathText file;
-    file.Append(m_fileStart);
-    if (m_fault) {
-        file.AppendHex(m_fault->code);
-    } else {
-        file.Append("InvalidParameter");
-    }
-    AppendLocalTime(file);
-    file.Append(".dmp");
     // A program takes its arguments to be its own to change.
     CFixedText<4> p, t, e, f;
     p.Append("-p"), t.Append("-t"), e.Append("-e"), f.Append("-f");
@@ -164,17 +196,9 @@ void CCrashReports::RunHelper() noexcept {
                                e.Text(),
                                address.Text(),
                                f.Text(),
-                               file.Text(),
+                               file,
                                nullptr};
-    // Without a dump the faulting thread goes on all the same.
-    Ignore(m_helper->Run(arguments, m_options.patience));
-}
-
-void CCrashReports::CallAfterDump() noexcept try {
-    const CFaultScope scope;
-    if (m_options.afterDump) m_options.afterDump();
-} catch (...) {
-    TakeCaughtFault();  // or want of memory, of which nothing can be told
+    return m_helper->Run(arguments, m_options.patience);
 }
 
 }  // namespace quorbel

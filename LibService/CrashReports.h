@@ -16,15 +16,19 @@ namespace quorbel {
 class CPreparedProgram;
 struct CFaultRecord;
 
-/// Has memory dumps of this process written by the helper program, on a thread of its own, one at a time. It
-/// is to live until the other threads have ended.
+/// Has memory dumps of this process written by the helper program, on a thread of its own, one at a time. A
+/// dump that could not be written is an event, once the faulting thread goes on. It is to live until the
+/// other threads have ended.
 class CCrashReports {
  public:
     struct COptions {
-        std::filesystem::path folder;     ///< for the dumps
-        std::wstring serviceName;         ///< the beginning of their names
-        std::function<void()> afterDump;  ///< called on the reports' thread once the faulting thread goes on
-        std::filesystem::path helper{};   ///< QbMiniDump.exe beside the running program when empty
+        std::filesystem::path folder;  ///< for the dumps
+        std::wstring serviceName;      ///< the beginning of their names
+        /// Called on the reports' thread once the faulting thread goes on. The next fault waits for it, and
+        /// the one before may have left any lock taken: it neither locks nor waits, but sets a flag or an
+        /// event.
+        std::function<void()> afterDump;
+        std::filesystem::path helper{};  ///< QbMiniDump.exe beside the running program when empty
         /// A helper that takes longer is killed: the faulting thread waits for it.
         std::chrono::milliseconds patience = std::chrono::seconds(60);
     };
@@ -44,9 +48,11 @@ class CCrashReports {
  private:
     CStatus Start();
     void Run();
-    void RunHelper() noexcept;
-    void CallAfterDump() noexcept;
-    void Request(const CFaultRecord* fault) noexcept;
+    void End() noexcept;
+    void Serve();
+    ErrorCode RunHelper(char* file) const noexcept;
+    enum class Then { GoOn, End };  ///< what the thread, or the process, does after the report
+    void Request(const CFaultRecord* fault, Then then) noexcept;
 
     // Constant after Create:
     const COptions m_options;
@@ -57,10 +63,12 @@ class CCrashReports {
     std::shared_ptr<CEvent> m_request;  ///< there is one
     std::shared_ptr<CEvent> m_done;     ///< it is served
     std::atomic<std::uint32_t> m_ownThread = 0;
+    std::atomic<bool> m_hasEnded = false;  ///< nobody serves requests any more
 
     // Of whoever has the turn, and read by the thread after the request event:
     const CFaultRecord* m_fault = nullptr;
     std::uint32_t m_faultingThread = 0;
+    Then m_then = Then::GoOn;
 
     std::thread m_thread;  // last: it uses everything above
 };

@@ -18,6 +18,7 @@ std::uint32_t CodeOf(const siginfo_t& signal) noexcept {
         case SIGFPE: return signal.si_code == FPE_INTDIV ? kIntegerDivideByZero : kFloatInvalidOperation;
         case SIGILL: return kIllegalInstruction;
         case SIGTRAP: return kBreakpoint;
+        case SIGABRT: return kFatalAppExit;
         default: return kAccessViolation;
     }
 }

@@ -38,7 +38,7 @@ inline constexpr std::uint32_t kIntegerDivideByZero = 0xC0000094;
 inline constexpr std::uint32_t kFloatInvalidOperation = 0xC0000090;
 inline constexpr std::uint32_t kIllegalInstruction = 0xC000001D;
 inline constexpr std::uint32_t kBreakpoint = 0x80000003;
-inline constexpr std::uint32_t kFatalAppExit = 0x40000015;  ///< an exception that nobody catches
+inline constexpr std::uint32_t kFatalAppExit = 0x40000015;  ///< abort() or std::terminate()
 
 /// The record of a signal.
 CFaultRecord MakeFaultRecord(const siginfo_t& signal, const ucontext_t& context) noexcept;

@@ -24,7 +24,6 @@ namespace {
 constexpr int kExitStatus = 1;
 
 std::atomic<IFaultResponse*> g_response = nullptr;
-std::terminate_handler g_previousTerminate = nullptr;
 
 struct CThreadFaults {
     const CFaultScope* scope = nullptr;  ///< the innermost one
@@ -162,26 +161,27 @@ void EndIfFault() noexcept {
 }
 
 void OnTerminate() {
-    if (abi::__cxa_current_exception_type()) {
-        EndIfFault();
-        BeTheOneThatEnds();
-        const CFaultRecord here = MakeFaultRecord(kFatalAppExit);
-        g_response.load()->WriteReport(&here, IFaultResponse::Wait::Bounded);
-        g_response.load()->WriteLastWords(TextOfCurrentException().View());
-    }
-    g_previousTerminate();
+    const CFaultRecord here = MakeFaultRecord(kFatalAppExit);
+    if (!abi::__cxa_current_exception_type()) EndWith(here, Report::Wanted);
+    EndIfFault();
+    BeTheOneThatEnds();
+    g_response.load()->WriteReport(&here, IFaultResponse::Wait::Bounded);
+    g_response.load()->WriteLastWords(TextOfCurrentException().View());
+    // Not by the handler before: it aborts, which would be a fault of its own.
+    ::_exit(kExitStatus);
 }
 
 // Faults.
 
-constexpr std::array kFaultSignals{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
+/// The last is what the C library does when it finds its lists overwritten, and an assertion that fails.
+constexpr std::array kFaultSignals{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT};
 
 void OnFault(int, siginfo_t* signal, void* raw) {
     auto& context = *static_cast<ucontext_t*>(raw);
     // After a breakpoint the processor stands behind it.
     if (signal->si_signo == SIGTRAP && signal->si_code == SI_KERNEL) --context.uc_mcontext.gregs[REG_RIP];
     const CFaultRecord fault = MakeFaultRecord(*signal, context);
-    const bool isSent = signal->si_code <= 0;
+    const bool isSent = signal->si_code <= 0;  // as that of abort() is, by the process itself
     if (t_faults.isHandling || isSent || !t_faults.scope) EndWith(fault, Report::Wanted);
     t_faults.isHandling = true;
     ReturnFromWildCall(fault, context);
@@ -239,7 +239,8 @@ ErrorCode HandleFaults(IFaultResponse& response) {
     Ignore(stack);
     NoteLoadedCode();
     SetInvalidParameterTrap(OnInvalidParameter);
-    if (!g_response.exchange(&response)) g_previousTerminate = std::set_terminate(OnTerminate);
+    g_response = &response;
+    std::set_terminate(OnTerminate);
     struct sigaction action {};
     action.sa_sigaction = OnFault;
     // The signal stays open: a fault during the handling has to arrive as well.

@@ -65,8 +65,9 @@ class IFaultResponse {
     virtual void OnCaught(const CException& exception, const std::source_location& where) noexcept = 0;
 };
 
-/// Sets the handlers of faults, of invalid parameters and of exceptions that nobody catches, for the process,
-/// and gives the calling thread a stack for them. The response lives to the end of the process.
+/// Sets the handlers of faults, of invalid parameters, of abort() and of std::terminate(), which an exception
+/// that nobody catches calls, for the process, and gives the calling thread a stack for them. The response
+/// lives to the end of the process, whose exit status is 1 when one of them ends it.
 ErrorCode HandleFaults(IFaultResponse& response);
 
 /// The bound of everything that is done between a fault that ends the process and its end.

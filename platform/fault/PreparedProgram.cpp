@@ -17,15 +17,18 @@ using std::chrono::milliseconds;
 /// How long a killed program may take to be gone.
 constexpr milliseconds kDying{1000};
 
-enum class Child { Ended, Runs };
+enum class Child { Succeeded, Failed, Runs };
 
 Child WaitFor(pid_t process, milliseconds patience) noexcept {
     constexpr milliseconds kLook{5};
     const auto deadline = std::chrono::steady_clock::now() + patience;
     for (;;) {
-        const pid_t ended = ::waitpid(process, nullptr, WNOHANG);
-        // Nobody's child: its end was taken by somebody who waits for all of them.
-        if (ended == process || (ended < 0 && errno == ECHILD)) return Child::Ended;
+        int status = 0;
+        const pid_t ended = ::waitpid(process, &status, WNOHANG);
+        // The wait status of an end with exit status 0 is itself 0.
+        if (ended == process) return status == 0 ? Child::Succeeded : Child::Failed;
+        // Nobody's child: its end was taken by somebody who waits for all of them, and is not known here.
+        if (ended < 0 && errno == ECHILD) return Child::Succeeded;
         if (std::chrono::steady_clock::now() >= deadline) return Child::Runs;
         const timespec pause{0, std::chrono::nanoseconds(kLook).count()};
         ::nanosleep(&pause, nullptr);
@@ -79,7 +82,12 @@ ErrorCode CPreparedProgram::Run(char* const* arguments, milliseconds patience) c
         Ignore(WaitFor(process, kDying));
     }
     LetTrace(0);
-    return outcome == Child::Runs ? ErrorCode::WaitTimeout : ErrorCode::Success;
+    switch (outcome) {
+        case Child::Succeeded: return ErrorCode::Success;
+        case Child::Failed: return ErrorCode::GenFailure;
+        case Child::Runs: return ErrorCode::WaitTimeout;
+    }
+    return ErrorCode::GenFailure;
 }
 
 }  // namespace quorbel

@@ -21,7 +21,8 @@ class CPreparedProgram {
     const char* Path() const noexcept { return m_program.c_str(); }
 
     /// Runs the program with these arguments (Path is the first, null the last) and lets it trace this
-    /// process. Returns when it has ended; WaitTimeout when it had to be killed because the time had passed.
+    /// process. Returns when it has ended: GenFailure when not with 0, WaitTimeout when it had to be killed
+    /// because the time had passed.
     ErrorCode Run(char* const* arguments, std::chrono::milliseconds patience) const noexcept;
 
  private:

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 
 #include "LibService/MessageIds.h"
+#include "platform/Error.h"
 #include "platform/eventlog/EventSink.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -18,6 +19,13 @@
 constexpr bool kThreadSanitizer = true;
 #else
 constexpr bool kThreadSanitizer = false;
+#endif
+
+// It ends the process by itself where memory is freed twice.
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kAddressSanitizer = true;
+#else
+constexpr bool kAddressSanitizer = false;
 #endif
 
 namespace quorbel {
@@ -178,7 +186,7 @@ TEST_F(CrashReports, WhatTheFaultingCodeHeldIsLetGoOf) {
 }
 
 TEST_F(CrashReports, AThreadMayFaultAgain) {
-    EXPECT_EQ(Run("many", kNoHelper), 0);
+    EXPECT_EQ(Run("many", RecordingHelper()), 0);
     EXPECT_THAT(EventIds(),
                 ElementsAre(message::kCaughtException, message::kCaughtException, message::kCaughtException));
 }
@@ -186,12 +194,13 @@ TEST_F(CrashReports, AThreadMayFaultAgain) {
 TEST_F(CrashReports, AFaultThatNothingCanCatchIsReportedAndEndsTheProcessWithFailure) {
     for (const char* const scenario :
          {"uncaught", "uncaught on a thread", "overflow uncaught", "library", "callback", "noexcept", "twice",
-          "sent", "parameter uncaught", "exception"}) {
+          "sent", "parameter uncaught", "exception", "abort", "abort on a thread", "pure virtual",
+          "terminate", "double free"}) {
+        if (kAddressSanitizer && std::string_view(scenario) == "double free") continue;
         SCOPED_TRACE(scenario);
         std::filesystem::remove(m_folder / "events.jsonl");
         std::filesystem::remove(Arguments());
-        const bool isAborted = std::string_view(scenario) == "exception";
-        EXPECT_EQ(Run(scenario, RecordingHelper()), isAborted ? 128 + SIGABRT : 1);
+        EXPECT_EQ(Run(scenario, RecordingHelper()), 1);
         EXPECT_THAT(m_output, Not(HasSubstr("ended well")));
         EXPECT_THAT(EventIds(), ElementsAre(message::kUnhandledFault));
         EXPECT_THAT(ReadFile(Arguments()), HasSubstr(".dmp"));
@@ -212,19 +221,50 @@ TEST_F(CrashReports, TheLastWordsTellTheFault) {
 }
 
 TEST_F(CrashReports, AnExceptionThatNobodyCatchesIsNamed) {
-    EXPECT_EQ(Run("exception", kNoHelper), 128 + SIGABRT);
+    EXPECT_EQ(Run("exception", kNoHelper), 1);
     EXPECT_EQ(FirstText(), "uncaught exception: nobody's");
 }
 
-TEST_F(CrashReports, WithoutAHelperThatWorksEverythingElseIsTheSame) {
+TEST_F(CrashReports, AnAbortTellsWhereItHappened) {
+    for (const char* const scenario : {"abort", "terminate"}) {
+        SCOPED_TRACE(scenario);
+        std::filesystem::remove(m_folder / "events.jsonl");
+        std::filesystem::remove(Arguments());
+        EXPECT_EQ(Run(scenario, RecordingHelper()), 1);
+        EXPECT_TRUE(std::regex_search(FirstText(), std::regex("^0x40000015@0x[0-9A-F]{16} \\(\\)\nRIP: 0x")))
+            << FirstText();
+        const std::string arguments = ReadFile(Arguments());
+        EXPECT_THAT(arguments, HasSubstr("/Faulty Service40000015"));
+        EXPECT_EQ(arguments.find("-f\n"), arguments.rfind("-f\n")) << "one report";
+    }
+}
+
+TEST_F(CrashReports, WithoutAHelperThatWorksAnEventTellsOfTheDumpAndEverythingElseIsTheSame) {
     const std::string hangs = Helper("exec sleep 1000\n", "hangs");
     const std::string fails = Helper("exit 3\n", "fails");
-    for (const std::string& helper : {kNoHelper, hangs, fails}) {
+    struct {
+        std::string helper;
+        const char* milliseconds;
+        ErrorCode error;
+    } const kHelpers[] = {{kNoHelper, "60000", ErrorCode::FileNotFound},
+                          {hangs, "100", ErrorCode::WaitTimeout},
+                          {fails, "60000", ErrorCode::GenFailure}};
+    for (const auto& [helper, milliseconds, error] : kHelpers) {
         SCOPED_TRACE(helper);
         std::filesystem::remove(m_folder / "events.jsonl");
-        EXPECT_EQ(Run("write", helper, "100"), 0);
-        EXPECT_EQ(Run("uncaught", helper, "100"), 1);
-        EXPECT_THAT(EventIds(), ElementsAre(message::kCaughtException, message::kUnhandledFault));
+        EXPECT_EQ(Run("write", helper, milliseconds), 0);
+        // Two threads write them.
+        EXPECT_THAT(EventIds(),
+                    testing::UnorderedElementsAre(message::kCaughtException, message::kSystemErrorWithText));
+        for (const CEventEntry& event : m_events) {
+            if (event.id != message::kSystemErrorWithText) continue;
+            EXPECT_THAT(event.strings,
+                        ElementsAre(std::to_wstring(ToNumber(error)), testing::_,
+                                    HasSubstr(m_folder.Path().wstring() + L"/Faulty ServiceC0000005")));
+        }
+        std::filesystem::remove(m_folder / "events.jsonl");
+        EXPECT_EQ(Run("uncaught", helper, milliseconds), 1);
+        EXPECT_THAT(EventIds(), ElementsAre(message::kUnhandledFault));
     }
 }
 

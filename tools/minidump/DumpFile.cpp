@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <string_view>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -13,7 +14,7 @@ namespace quorbel {
 
 namespace {
 
-constexpr const char* kPartial = ".partial";
+constexpr std::string_view kPartial = ".partial";
 constexpr std::string_view kDump = ".dmp";
 
 std::filesystem::path PartialOf(std::filesystem::path file) {
@@ -36,17 +37,47 @@ bool TakeEnd(std::string_view& text, std::size_t count, std::string_view charact
     return true;
 }
 
+/// False when another has it locked, or nobody can lock it.
+bool TryLock(const CFileDescriptor& file) {
+    return file.IsOpen() && ::flock(file.Get(), LOCK_EX | LOCK_NB) == 0;
+}
+
+/// Removes what a helper that was killed left: it has no lock any more.
+void RemoveUnlessBeingWritten(const std::filesystem::path& partial) {
+    constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    const CFileDescriptor file(::open(partial.c_str(), kFlags));
+    if (TryLock(file)) Ignore(::unlink(partial.c_str()));
+}
+
+/// The service of what is no complete dump; none when it is something else.
+std::optional<std::string> ServiceOfPartial(std::string name) {
+    if (!name.ends_with(kPartial)) return std::nullopt;
+    name.resize(name.size() - kPartial.size());
+    return CDumpFile::ServiceOf(name);
+}
+
+void RemoveStalePartials(const std::filesystem::path& file) {
+    RemoveUnlessBeingWritten(PartialOf(file));
+    const auto service = CDumpFile::ServiceOf(file.filename());
+    if (!service) return;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(file.parent_path(), error)) {
+        if (ServiceOfPartial(entry.path().filename()) == service) RemoveUnlessBeingWritten(entry.path());
+    }
+}
+
 }  // namespace
 
 CResult<CDumpFile> CDumpFile::Create(std::filesystem::path file) {
     constexpr mode_t kFolder = 0700;
     Ignore(::mkdir(file.parent_path().c_str(), kFolder));  // it may be there
     const std::filesystem::path partial = PartialOf(file);
-    Ignore(::unlink(partial.c_str()));  // of a helper that was killed
+    RemoveStalePartials(file);
     constexpr mode_t kOwner = 0600;
     constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
     CFileDescriptor descriptor(::open(partial.c_str(), kFlags, kOwner));
     if (!descriptor.IsOpen()) return ErrorFromErrno(errno);
+    Ignore(TryLock(descriptor));  // where files cannot be locked nobody removes it
     return CDumpFile(std::move(file), std::move(descriptor));
 }
 
@@ -64,7 +95,7 @@ ErrorCode CDumpFile::Complete() {
         name = Numbered(m_file, number);
     }
     m_isComplete = true;
-    RemoveOld();
+    RemoveOld(name);
     return ErrorCode::Success;
 }
 
@@ -89,19 +120,22 @@ std::optional<std::string> CDumpFile::ServiceOf(const std::string& name) {
     return std::string(text);
 }
 
-void CDumpFile::RemoveOld() const {
+void CDumpFile::RemoveOld(const std::filesystem::path& written) const {
     const auto service = ServiceOf(m_file.filename());
     if (!service) return;
     std::vector<std::pair<std::filesystem::file_time_type, std::filesystem::path>> dumps;
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator(m_file.parent_path(), error)) {
-        if (ServiceOf(entry.path().filename()) != service || !entry.is_regular_file(error)) continue;
+        // The one just written stays, also when the clock went back and the others seem to be newer.
+        const std::filesystem::path name = entry.path().filename();
+        if (name == written.filename() || ServiceOf(name) != service || !entry.is_regular_file(error))
+            continue;
         const auto time = entry.last_write_time(error);
         if (!error) dumps.emplace_back(time, entry.path());
     }
     std::sort(dumps.begin(), dumps.end(), std::greater<>());
     // What cannot be removed stays for the next time.
-    for (std::size_t index = kKept; index < dumps.size(); ++index)
+    for (std::size_t index = kKept - 1; index < dumps.size(); ++index)
         std::filesystem::remove(dumps[index].second, error);
 }
 

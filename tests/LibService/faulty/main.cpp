@@ -2,6 +2,8 @@
 // the folder; what it does is written to standard output.
 
 #include <cstdlib>
+#include <cxxabi.h>
+#include <exception>
 #include <functional>
 #include <iostream>
 #include <latch>
@@ -85,6 +87,13 @@ void FaultInLibrary() {
     Say(std::to_string(::strnlen(static_cast<const char*>(nowhere), length)));
 }
 
+/// What finds that out is the allocator, which aborts.
+void FreeTwice() {
+    void* const volatile memory = std::malloc(100);
+    std::free(memory);
+    std::free(memory);
+}
+
 /// Both threads are in it before either faults.
 void FaultTogether(void (*first)(std::latch&), void (*second)(std::latch&)) {
     std::latch both(2);
@@ -148,6 +157,11 @@ const std::map<std::string, std::function<void()>> kScenarios{
     {"sent", [] { Try([] { ::raise(SIGSEGV); }); }},
     {"crowd", FaultInCrowd},
     {"exception", [] { throw std::runtime_error("nobody's"); }},
+    {"abort", [] { Try(std::abort); }},
+    {"abort on a thread", [] { OnThread(std::abort); }},
+    {"double free", [] { Try(FreeTwice); }},
+    {"pure virtual", [] { Try(abi::__cxa_pure_virtual); }},
+    {"terminate", [] { Try(std::terminate); }},
     {"two caught", [] { FaultTogether(FaultCaught, FaultCaught); }},
     {"two uncaught", [] { FaultTogether(FaultUncaught, FaultUncaught); }},
     {"caught and uncaught", [] { FaultTogether(FaultCaught, FaultUncaught); }},

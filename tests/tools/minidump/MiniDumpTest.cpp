@@ -88,6 +88,43 @@ TEST(MiniDumpFile, KeepsTheNewestOfItsServiceAndOverwritesNone) {
     EXPECT_EQ(ReadFile(name(9)), "old");
 }
 
+TEST(MiniDumpFile, IsKeptWhenTheOthersAreFromTheFuture) {
+    CTemporaryFolder folder;
+    const auto later = std::filesystem::file_time_type::clock::now() + std::chrono::hours(24);
+    for (int day = 10; day != 18; ++day) {
+        const auto name = folder / ("ServiceC0000005202701" + std::to_string(day) + "120000.dmp");
+        WriteFile(name, "");
+        std::filesystem::last_write_time(name, later + std::chrono::hours(day));
+    }
+    const auto written = folder / "ServiceC000000520260131120000.dmp";
+    auto file = CDumpFile::Create(written);
+    ASSERT_TRUE(file.IsOk());
+    ASSERT_EQ(file.Value().Complete(), ErrorCode::Success);
+    EXPECT_TRUE(std::filesystem::exists(written));
+    EXPECT_FALSE(std::filesystem::exists(folder / "ServiceC000000520270110120000.dmp"));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.Path()), {}),
+              static_cast<std::ptrdiff_t>(CDumpFile::kKept));
+}
+
+TEST(MiniDumpFile, RemovesWhatAKilledHelperLeftAndNothingThatIsBeingWritten) {
+    CTemporaryFolder folder;
+    const auto stale = folder / "ServiceC000000520260101120000.dmp.partial";
+    const auto own = folder / "ServiceC000000520260131120000.dmp.partial";
+    const auto other = folder / "OtherC000000520260101120000.dmp.partial";
+    for (const auto& path : {stale, own, other}) WriteFile(path, "left");
+    const auto first = CDumpFile::Create(folder / "ServiceC000000520260131120000.dmp");
+    ASSERT_TRUE(first.IsOk());
+    EXPECT_FALSE(std::filesystem::exists(stale));
+    EXPECT_EQ(ReadFile(own), "") << "its own, made anew";
+    EXPECT_TRUE(std::filesystem::exists(other));
+    const auto second = CDumpFile::Create(folder / "ServiceC000000520260131120001.dmp");
+    ASSERT_TRUE(second.IsOk());
+    EXPECT_TRUE(std::filesystem::exists(own));
+    const auto same = CDumpFile::Create(folder / "ServiceC000000520260131120000.dmp");
+    ASSERT_FALSE(same.IsOk());
+    EXPECT_EQ(same.Error(), ErrorCode::AlreadyExists);
+}
+
 TEST(MiniDumpFile, LeavesNothingOfADumpThatIsNotCompleted) {
     CTemporaryFolder folder;
     {
