@@ -43,10 +43,9 @@ CComRegistration::CComRegistration(const GUID& classId, std::wstring programName
 
 CComRegistration::~CComRegistration() {
     CRegisteredClasses& registered = Registered();
-    ComFactory factory;  // is destroyed without the lock
+    std::map<GUID, ComFactory>::node_type factory;  // is destroyed without the lock
     const std::lock_guard guard(registered.lock);
-    registered.factories[m_classId].swap(factory);
-    registered.factories.erase(m_classId);
+    factory = registered.factories.extract(m_classId);
     registered.programs.erase(m_programName);
 }
 
