@@ -219,6 +219,9 @@ TEST(ActivityRow, SaysWhatTheRecordSays) {
     EXPECT_EQ(row(0x00010000, {}).text, "Service starts");
     EXPECT_EQ(row(0x80012345, {"x"}).text, "0x80012345 \"x\"");  // no text
     EXPECT_EQ(row(0x000100CC, {}).object, "HTTP\\x09Server");
+    const std::string umlaut = Details(row(0xC00100CF, {"m\xFCller", "m\xC3\xBCller"}));
+    EXPECT_THAT(umlaut, ::testing::HasSubstr("Argument 1  \"m\xC3\xBCller\"\n"));  // an 8-bit text
+    EXPECT_THAT(umlaut, ::testing::HasSubstr("Argument 2  \"m\xC3\xBCller\"\n"));
 
     CActivityRow damaged = row(0xC00100CF, {"PUT"});
     EXPECT_EQ(damaged.Severity(), ActivitySeverity::Error);
