@@ -19,7 +19,7 @@ class CConsoleEcho final : public ITraceObserver {
     static constexpr std::size_t kMostLines = 1000;  ///< that wait to be printed
     static constexpr std::size_t kMostBytes = 1 << 20;
 
-    /// Echoes to what the descriptor refers to, a terminal or a pipe.
+    /// Echoes to what the descriptor refers to.
     static CResult<std::shared_ptr<CConsoleEcho>> Create(int descriptor);
     /// Prints what can be printed without waiting, and ends.
     ~CConsoleEcho() override;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <span>
 
+#include "LibService/WinService.h"
 #include "components/display/Display.h"
 
 namespace quorbel {
@@ -80,19 +81,13 @@ CDialogTemplate ServiceDialogTemplate() {
 }
 
 CDialogTemplate InvalidParameterTemplate() {
-    constexpr const wchar_t* kText =
-        L"You have supplied an invalid command line parameter '%s'.\n\n"
-        L"Allowed parameters are:\n"
-        L"  -install (to install the service)\n"
-        L"  -remove (to remove the service)\n"
-        L"  -debug (to run in debugging mode)";
     return {kInvalidParameterDialog,
             L"Invalid Parameter",
             {261, 122},
             kFont,
             kPoints,
             false,
-            {{Kind::StaticText, kInvalidParameterText, {23, 19, 231, 67}, kText, {}},
+            {{Kind::StaticText, kInvalidParameterText, {23, 19, 231, 67}, InvalidParameterText(L"%s"), {}},
              {Kind::PushButton, kDialogOk, {204, 101, 50, 14}, L"OK", {}}}};
 }
 

@@ -41,7 +41,8 @@ CStatus CServiceEnvironment::RegisterEventSource() {
 CStatus CServiceEnvironment::SetUpTracing() {
     RETURN_IF_FAILED(StartTracing());
     RETURN_IF_FAILED(StartCrashReports());
-    return EchoToTerminal();
+    EchoToTerminal();
+    return {};
 }
 
 CStatus CServiceEnvironment::StartTracing() {
@@ -62,12 +63,11 @@ CStatus CServiceEnvironment::StartCrashReports() {
                                  m_crashReports);
 }
 
-CStatus CServiceEnvironment::EchoToTerminal() {
-    if (!StandardOutputIsTerminal()) return {};
+void CServiceEnvironment::EchoToTerminal() {
+    if (!StandardOutputIsTerminal()) return;
     auto echo = CConsoleEcho::Create(kStandardOutput);
-    if (!echo.IsOk()) return SystemError(echo.Error());
-    m_trace.SetObserver(std::move(echo).Value());
-    return {};
+    // The service runs as well without: its records are kept.
+    if (echo.IsOk()) m_trace.SetObserver(std::move(echo).Value());
 }
 
 }  // namespace quorbel

@@ -34,12 +34,12 @@ class CServiceEnvironment final : public IServicePreparation {
  private:
     CStatus StartTracing();
     CStatus StartCrashReports();
-    CStatus EchoToTerminal();
+    void EchoToTerminal();
 
     CServiceLogger m_trace{ToUtf8(CQuorbelHTTPService::kServiceName)};
     CTraceSettings m_traceSettings;
     std::unique_ptr<CCrashReports> m_crashReports;  // uses the logger
-    std::filesystem::path m_root;  // empty until it is known
+    std::filesystem::path m_root;                   // empty until it is known
     std::shared_ptr<IRegistry> m_registry;
     std::shared_ptr<IKey> m_localMachine;
 };

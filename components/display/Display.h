@@ -43,7 +43,7 @@ inline constexpr std::uint32_t kDisplayVersion = 1;
 /// that a program that shows no window never has a toolkit in it.
 class CDisplay {
  public:
-    /// Makes the library's controls known to this process: while no other thread creates components.
+    /// Makes the library's controls known to this process.
     CDisplay(std::wstring library, CDisplayServices services);
 
     /// Null when the library is missing or broken, or no display opens; then another call tries again.

@@ -2,20 +2,30 @@
 
 #include <map>
 
+#include "platform/Lock.h"
 #include "platform/Text.h"
 
 namespace quorbel {
 
 namespace {
 
-std::map<GUID, ComFactory>& Classes() {
-    static std::map<GUID, ComFactory> classes;
-    return classes;
+struct CRegisteredClasses {
+    CMutex lock{LockRank::Innermost};  // guards what follows
+    std::map<GUID, ComFactory> factories;
+    std::map<std::wstring, GUID, CLessNoCase> programs;
+};
+
+CRegisteredClasses& Registered() {
+    static CRegisteredClasses registered;
+    return registered;
 }
 
-std::map<std::wstring, GUID, CLessNoCase>& Programs() {
-    static std::map<std::wstring, GUID, CLessNoCase> programs;
-    return programs;
+/// Empty for a class that nobody registered.
+ComFactory FactoryOf(const GUID& classId) {
+    CRegisteredClasses& registered = Registered();
+    const std::lock_guard guard(registered.lock);
+    const auto found = registered.factories.find(classId);
+    return found == registered.factories.end() ? ComFactory() : found->second;
 }
 
 }  // namespace
@@ -25,23 +35,30 @@ CComRegistration::CComRegistration(const GUID& classId, ComFactory factory)
 
 CComRegistration::CComRegistration(const GUID& classId, std::wstring programName, ComFactory factory)
     : m_classId(classId), m_programName(std::move(programName)) {
-    Classes()[classId] = std::move(factory);
-    if (!m_programName.empty()) Programs().insert_or_assign(m_programName, classId);
+    CRegisteredClasses& registered = Registered();
+    const std::lock_guard guard(registered.lock);
+    registered.factories[classId].swap(factory);  // one that it replaces is destroyed without the lock
+    if (!m_programName.empty()) registered.programs.insert_or_assign(m_programName, classId);
 }
 
 CComRegistration::~CComRegistration() {
-    Classes().erase(m_classId);
-    Programs().erase(m_programName);
+    CRegisteredClasses& registered = Registered();
+    std::map<GUID, ComFactory>::node_type factory;  // is destroyed without the lock
+    const std::lock_guard guard(registered.lock);
+    factory = registered.factories.extract(m_classId);
+    registered.programs.erase(m_programName);
 }
 
 HRESULT CreateComInstance(const GUID& classId, const GUID& interfaceId, void** object) {
-    const auto found = Classes().find(classId);
-    return found == Classes().end() ? REGDB_E_CLASSNOTREG : found->second(interfaceId, object);
+    const ComFactory factory = FactoryOf(classId);  // called without the lock: it may create others
+    return factory ? factory(interfaceId, object) : REGDB_E_CLASSNOTREG;
 }
 
 std::optional<GUID> ClassOfProgram(std::wstring_view programName) {
-    const auto found = Programs().find(programName);
-    if (found == Programs().end()) return std::nullopt;
+    CRegisteredClasses& registered = Registered();
+    const std::lock_guard guard(registered.lock);
+    const auto found = registered.programs.find(programName);
+    if (found == registered.programs.end()) return std::nullopt;
     return found->second;
 }
 

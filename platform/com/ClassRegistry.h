@@ -9,11 +9,12 @@
 
 namespace quorbel {
 
-/// Creates an instance of a component's class; `object` receives the interface asked for.
+/// Creates an instance of a component's class; `object` receives the interface asked for. Called on the
+/// threads of those who create, at the same time as well.
 using ComFactory = std::function<HRESULT(const GUID& interfaceId, void** object)>;
 
-/// Keeps a component's class known to this process for as long as it lives. Made and destroyed while no other
-/// thread creates components.
+/// Keeps a component's class known to this process for as long as it lives. Safe to make and destroy while
+/// other threads create components; a factory that one of them has begun to call may still run after the end.
 class [[nodiscard]] CComRegistration {
  public:
     CComRegistration(const GUID& classId, ComFactory factory);

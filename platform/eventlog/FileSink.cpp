@@ -1,9 +1,7 @@
 #include <fcntl.h>
 #include <fstream>
-#include <poll.h>
 #include <sstream>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/Lock.h"
@@ -22,10 +20,6 @@ namespace {
 class CErrorEcho {
  public:
     CErrorEcho() {
-        struct stat status {};
-        // A file must not be opened anew, which would begin at its start.
-        if (::fstat(STDERR_FILENO, &status) != 0 || !(S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)))
-            return;
         auto stop = CEvent::Create(EventReset::Manual);
         auto writer = CTerminalWriter::Open(STDERR_FILENO);
         if (!stop.IsOk() || !writer.IsOk()) return;
@@ -35,21 +29,19 @@ class CErrorEcho {
     }
 
     void Write(std::string line) {
-        // What a pipe takes whole or not at all, and after a poll without waiting.
+        if (!m_writer) return;
+        // What a pipe takes whole or not at all.
         constexpr std::size_t kLongest = 4095;
         if (line.size() > kLongest) line.resize(kLongest);
         line += '\n';
         const std::lock_guard guard(m_lock);
         // Nobody is left to tell of a failure here; the entry itself is in the file.
-        if (m_writer) return Ignore(m_writer->Write(line, *m_never));
-        pollfd entry{STDERR_FILENO, POLLOUT, 0};
-        if (::poll(&entry, 1, 0) != 1 || (entry.revents & POLLOUT) == 0) return;
-        Ignore(::write(STDERR_FILENO, line.data(), line.size()));
+        Ignore(m_writer->Write(line, *m_never));
     }
 
  private:
     // Constant after construction.
-    std::unique_ptr<CTerminalWriter> m_writer;  ///< none for what is neither pipe nor terminal
+    std::unique_ptr<CTerminalWriter> m_writer;  ///< none when standard error is closed
     std::shared_ptr<CEvent> m_never;            ///< set: the writer never waits
 
     CMutex m_lock{LockRank::Innermost};  ///< one line at a time

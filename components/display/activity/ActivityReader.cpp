@@ -1,5 +1,6 @@
 #include "components/display/activity/ActivityReader.h"
 
+#include <algorithm>
 #include <exception>
 #include <iterator>
 #include <mutex>
@@ -82,10 +83,11 @@ ErrorCode CActivityReader::FindContinuation(CServiceApiClient& client) {
     if (!answer.IsOk()) return answer.Error();
     const CServiceRecords& found = answer.Value();
     bool isSameRun = found.next >= m_next;
-    if (isSameRun && !found.records.empty()) {
-        const CServiceRecord& first = found.records.front();
-        isSameRun = first.number == m_last->number ? first.time == m_last->time : first.time >= m_last->time;
-    }
+    const auto first = std::find_if(found.records.begin(), found.records.end(),
+                                    [this](const auto& record) { return record.number >= m_last->number; });
+    if (isSameRun && first != found.records.end())
+        isSameRun =
+            first->number == m_last->number ? first->time == m_last->time : first->time >= m_last->time;
     if (!isSameRun) m_next = 0;
     return ErrorCode::Success;
 }
@@ -100,6 +102,7 @@ ErrorCode CActivityReader::Keep(CServiceApiClient& client, std::vector<CServiceR
     CActivityNews news;
     ErrorCode code = ErrorCode::Success;
     for (CServiceRecord& record : records) {
+        if (record.number < m_next) continue;  // an answer may begin before what was asked for
         auto object = ObjectName(client, record.object);
         code = object.Error();
         if (code != ErrorCode::Success) break;  // this record is read again after the next connection

@@ -32,6 +32,13 @@ std::string Fraction(std::uint64_t time, std::size_t digits) {
     return all.substr(1, digits);
 }
 
+/// Each byte is a character.
+std::wstring FromLatin1(const std::string& bytes) {
+    std::wstring text;
+    for (const char byte : bytes) text += static_cast<wchar_t>(static_cast<unsigned char>(byte));
+    return text;
+}
+
 /// What a value is, and the value.
 std::string Describe(const TraceValue& value) {
     if (const auto* number = std::get_if<std::int64_t>(&value)) return std::to_string(*number);
@@ -43,8 +50,8 @@ std::string Describe(const TraceValue& value) {
         return text.data();
     }
     if (const auto* text = std::get_if<std::string>(&value)) {
-        const auto utf8 = FromUtf8Strict(*text);  // else each byte is a character
-        return '"' + ToVisibleUtf8(utf8 ? *utf8 : std::wstring(text->begin(), text->end())) + '"';
+        const auto utf8 = FromUtf8Strict(*text);
+        return '"' + ToVisibleUtf8(utf8 ? *utf8 : FromLatin1(*text)) + '"';
     }
     if (const auto* text = std::get_if<std::u16string>(&value))
         return '"' + ToVisibleUtf8(FromUtf16(*text)) + '"';

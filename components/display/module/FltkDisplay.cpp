@@ -1,5 +1,7 @@
 #include "components/display/module/FltkDisplay.h"
 
+#include <exception>
+
 #include "components/display/module/ActivityControl.h"
 #include "components/display/module/Appearance.h"
 #include "components/display/module/DialogWindow.h"
@@ -84,14 +86,14 @@ std::optional<int> CFltkDisplay::Run(const CDialogTemplate& layout, const CHoste
     window.hide();
     XSync(fl_display, False);  // so that the window goes now, whatever this thread does next
     return window.Result();
-} catch (...) {
+} catch (const std::exception&) {
     return std::nullopt;
 }
 
 HRESULT CFltkDisplay::Create(const GUID& classId, const GUID& interfaceId, void** object) try {
     if (classId != kActivityDisplayClass) return REGDB_E_CLASSNOTREG;
     return CComPtr<CActivityControl>(new CActivityControl(m_services))->QueryInterface(interfaceId, object);
-} catch (...) {
+} catch (const std::exception&) {
     return E_OUTOFMEMORY;
 }
 

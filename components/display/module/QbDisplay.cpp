@@ -1,4 +1,6 @@
 // QbDisplay.so: the display of the service's windows.
+#include <exception>
+
 #include "components/display/module/FltkDisplay.h"
 
 extern "C" quorbel::IDisplayLibrary* QbDisplayOpen(std::uint32_t version,
@@ -6,7 +8,7 @@ extern "C" quorbel::IDisplayLibrary* QbDisplayOpen(std::uint32_t version,
     if (version != quorbel::kDisplayVersion) return nullptr;
     try {
         return quorbel::CFltkDisplay::Open(services);
-    } catch (...) {
+    } catch (const std::exception&) {  // out of memory, as everywhere in here
         return nullptr;
     }
 }

@@ -15,7 +15,8 @@ struct CFakeService {
     std::uint64_t next = 0;
     std::uint64_t started = 1000;  ///< time of record 0
     bool isThere = true;
-    bool breaks = false;  ///< the next answer is a broken pipe
+    bool breaks = false;                    ///< the next answer is a broken pipe
+    std::optional<std::uint64_t> beginsAt;  ///< the next answer begins there, whatever is asked for
     int connects = 0;
     std::map<std::uint64_t, int> nameRequests;
     std::shared_ptr<CEvent> changed = CEvent::Create(EventReset::Auto).Value();
@@ -57,9 +58,10 @@ class CFakeClient final : public CServiceApiClient {
     }
 
  private:
-    CServiceRecords Answer(std::uint64_t first) const {
+    CServiceRecords Answer(std::uint64_t first) {
         constexpr std::size_t kMostInAnswer = 100;
         CServiceRecords answer{{}, m_service.next};
+        first = std::exchange(m_service.beginsAt, std::nullopt).value_or(first);
         for (auto number = std::max(first, m_service.oldest); number < m_service.next; ++number) {
             if (answer.records.size() == kMostInAnswer) break;
             answer.records.push_back({number, m_service.started + number, 0xC0010001, number % 3, {}});
@@ -156,6 +158,25 @@ TEST_F(ActivityReaderTest, ConnectsAgainEverySecondAndGoesOnWhereItWas) {
     EXPECT_TRUE(m_isConnected);
 }
 
+TEST_F(ActivityReaderTest, PassesOverRecordsBeforeTheOneThatItAskedFor) {
+    Start();
+    TakeUntil(5);
+    m_service.Do([](auto& service) {
+        service.beginsAt = 2;
+        service.next = 8;
+    });
+    TakeUntil(8);
+    m_clock.RunFreely(true);
+    m_service.Do([](auto& service) {  // and when it connects again
+        service.breaks = true;
+        service.beginsAt = 2;
+        service.next = 10;
+    });
+    TakeUntil(10);
+    EXPECT_EQ(m_numbers, (Numbers{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+    EXPECT_EQ(m_missed, 0U);
+}
+
 TEST_F(ActivityReaderTest, BeginsAnewWithAServiceThatWasStartedAgain) {
     for (const std::uint64_t next : {2, 5, 9}) {  // fewer records than before, as many, more
         m_numbers.clear();
@@ -219,6 +240,9 @@ TEST(ActivityRow, SaysWhatTheRecordSays) {
     EXPECT_EQ(row(0x00010000, {}).text, "Service starts");
     EXPECT_EQ(row(0x80012345, {"x"}).text, "0x80012345 \"x\"");  // no text
     EXPECT_EQ(row(0x000100CC, {}).object, "HTTP\\x09Server");
+    const std::string umlaut = Details(row(0xC00100CF, {"m\xFCller", "m\xC3\xBCller"}));
+    EXPECT_THAT(umlaut, ::testing::HasSubstr("Argument 1  \"m\xC3\xBCller\"\n"));  // an 8-bit text
+    EXPECT_THAT(umlaut, ::testing::HasSubstr("Argument 2  \"m\xC3\xBCller\"\n"));
 
     CActivityRow damaged = row(0xC00100CF, {"PUT"});
     EXPECT_EQ(damaged.Severity(), ActivitySeverity::Error);
