@@ -12,10 +12,9 @@ const CTraceTexts& NoTexts() {
     return none;
 }
 
-constexpr std::uint32_t SeverityOf(std::uint32_t id) noexcept {
-    return id >> 30;
+constexpr bool IsWarningOrError(std::uint32_t id) noexcept {
+    return id >> 31 != 0;
 }
-constexpr std::uint32_t kWarning = 2;
 
 }  // namespace
 
@@ -147,7 +146,7 @@ void CServiceLogger::Trace(const CTraceLoggable& object, std::uint32_t id,
                            std::initializer_list<TraceArgument> arguments) {
     const CTraceLevelMask mask = m_mask.load(std::memory_order_relaxed);
     if (!mask.Keeps(id)) return;
-    const Saving saving = SeverityOf(id) >= kWarning ? Saving::Now : Saving::Later;
+    const Saving saving = IsWarningOrError(id) ? Saving::Now : Saving::Later;
     Record(object, id, arguments, mask.ForcesSaving(id) ? saving : Saving::Never);
 }
 

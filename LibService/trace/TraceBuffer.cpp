@@ -30,8 +30,10 @@ std::size_t BytesOf(std::uint64_t number) noexcept {
     return number == 0 ? 1 : (static_cast<std::size_t>(std::bit_width(number)) + 7) / 8;
 }
 
+}  // namespace
+
 /// The identifiers of a buffer, in order of first use.
-class CIdentifiers {
+class CTraceBuffer::CIdentifiers {
  public:
     std::size_t Count() const noexcept { return m_count; }
     std::uint32_t At(std::size_t index) const noexcept { return m_identifiers[index]; }
@@ -58,7 +60,7 @@ class CIdentifiers {
         return slot;
     }
 
-    std::array<std::uint32_t, CTraceBuffer::kMostIdentifiers> m_identifiers{};
+    std::array<std::uint32_t, kMostIdentifiers> m_identifiers{};
     std::array<std::uint8_t, 1U << kSlotBits> m_slots = [] {
         std::array<std::uint8_t, 1U << kSlotBits> slots{};
         slots.fill(kFree);
@@ -66,8 +68,6 @@ class CIdentifiers {
     }();
     std::size_t m_count = 0;
 };
-
-}  // namespace
 
 class CTraceBuffer::CRep {
  public:

@@ -40,6 +40,7 @@ class CTraceBuffer {
     std::vector<std::uint8_t> Image() const;
 
  private:
+    class CIdentifiers;
     class CRep;
     std::shared_ptr<CRep> m_rep;
 };

@@ -13,7 +13,7 @@
 namespace quorbel {
 namespace {
 
-constexpr std::uint32_t kRecord = 0x00010000;
+constexpr std::uint32_t kSuccess = 0x00010000;
 constexpr std::uint32_t kWarning = 0x80010000;
 constexpr std::uint32_t kError = 0xC0010000;
 
@@ -44,7 +44,7 @@ class TraceSaving : public testing::Test, public CTraceLoggable {
 TEST_F(TraceSaving, SavesWhatLedUpToAnError) {
     CServiceLogger logger("QBHTTPService", m_clock);
     ASSERT_TRUE(logger.StartSaving(m_folder).IsOk());
-    for (int i = 0; i < 5000; ++i) logger.Trace(*this, kRecord);
+    for (int i = 0; i < 5000; ++i) logger.Trace(*this, kSuccess);
     logger.TraceNoSave(*this, kError);
     ASSERT_TRUE(logger.Save().IsOk());
     EXPECT_FALSE(std::filesystem::exists(m_folder));
@@ -67,12 +67,12 @@ TEST_F(TraceSaving, SavesWhatIsOnlyMarkedWhenItsTurnComesAndAtTheEnd) {
         CServiceLogger logger("Service", m_clock);
         logger.SetLevelMask(CTraceLevelMask(0xFFFFFFFF));
         ASSERT_TRUE(logger.StartSaving(m_folder).IsOk());
-        logger.Trace(*this, kRecord);  // forces saving, but is no warning and no error
+        logger.Trace(*this, kSuccess);  // forces saving, but is no warning and no error
         logger.Trace(*this, 0x40010000);
         EXPECT_FALSE(std::filesystem::exists(m_folder));
         SavedAfter([&] { logger.Trace(*this, kWarning); });
         EXPECT_EQ(Files(m_folder).begin()->second.records.size(), 3U);
-        logger.Trace(*this, kRecord);
+        logger.Trace(*this, kSuccess);
     }
     EXPECT_EQ(Files(m_folder).begin()->second.records.size(), 4U);
 }
@@ -82,10 +82,10 @@ TEST_F(TraceSaving, SavesADroppedFileThatWasMarked) {
     logger.SetRecordSpan(1);
     logger.SetLevelMask(CTraceLevelMask(0x000FFFFF));
     ASSERT_TRUE(logger.StartSaving(m_folder).IsOk());
-    logger.Trace(*this, kRecord);  // marked
+    logger.Trace(*this, kSuccess);  // marked
     logger.SetLevelMask(CTraceLevelMask(0x0000FFFF));
     SavedAfter([&] {
-        while (logger.OldestRecord() == 0) logger.Trace(*this, kRecord);
+        while (logger.OldestRecord() == 0) logger.Trace(*this, kSuccess);
     });
     const auto files = Files(m_folder);
     ASSERT_EQ(files.size(), 1U);
@@ -124,7 +124,7 @@ TEST_F(TraceSaving, SavesWhenItIsAskedToFromWhereNothingMayWait) {
     CServiceLogger logger("Service", m_clock);
     logger.SaveLastRecordsSoon();
     ASSERT_TRUE(logger.StartSaving(m_folder).IsOk());
-    logger.Trace(*this, kRecord);
+    logger.Trace(*this, kSuccess);
     SavedAfter([&] { logger.SaveLastRecordsSoon(); });
     EXPECT_EQ(Files(m_folder).begin()->second.records.size(), 1U);
 }
@@ -140,7 +140,7 @@ TEST_F(TraceSaving, KeepsTheNewestFilesAndNoRunReplacesAnothers) {
     for (int run = 0; run < 2; ++run) {
         CServiceLogger logger("Service", m_clock);
         ASSERT_TRUE(logger.StartSaving(m_folder).IsOk());
-        logger.Trace(*this, kRecord);
+        logger.Trace(*this, kSuccess);
         ASSERT_TRUE(logger.SaveLastRecords().IsOk());
     }
     for (const auto& entry : std::filesystem::directory_iterator(m_folder))
@@ -185,12 +185,12 @@ TEST_F(TraceSaving, KeepsTheOldFileWhenTheDiskIsFull) {
 
 TEST_F(TraceSaving, TellsEveryoneWhoWaitsThatARecordArrived) {
     CServiceLogger logger;
-    logger.Trace(*this, kRecord);
+    logger.Trace(*this, kSuccess);
     EXPECT_EQ(logger.RecordArrives(0).Value(), nullptr);
     const auto first = logger.RecordArrives(1).Value();
     const auto second = logger.RecordArrives(1).Value();
     EXPECT_FALSE(first->Test());
-    logger.Trace(*this, kRecord);
+    logger.Trace(*this, kSuccess);
     EXPECT_TRUE(first->Test() && second->Test());
     EXPECT_FALSE(logger.RecordArrives(2).Value()->Test());
 }
