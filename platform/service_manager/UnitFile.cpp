@@ -26,7 +26,7 @@ UMask=0077
 
 # Everything else is there to be read only, but temporary files of its own.
 ProtectSystem=strict
-ProtectHome=read-only
+ProtectHome=yes
 PrivateTmp=yes
 PrivateMounts=yes
 PrivateDevices=yes
@@ -38,6 +38,10 @@ ProtectKernelLogs=yes
 ProtectControlGroups=yes
 ProtectClock=yes
 ProtectHostname=yes
+
+# What takes root's word without asking for capabilities, and what root alone may read: nothing of it is published.
+InaccessiblePaths=-/run/dbus -/run/systemd/private
+InaccessiblePaths=-/etc/shadow -/etc/gshadow -/etc/ssh -/root/.ssh
 
 # No rights beyond those of any process, but to open ports below 1024.
 CapabilityBoundingSet=CAP_NET_BIND_SERVICE
@@ -82,6 +86,16 @@ bool HasControlCharacter(std::string_view text) {
     });
 }
 
+/// Whether ProtectHome=yes would take it away.
+bool IsInHome(std::string_view path) {
+    constexpr std::string_view kHomes[] = {"/home/", "/root/", "/run/user/"};
+    return std::ranges::any_of(kHomes, [path](std::string_view home) { return path.starts_with(home); });
+}
+
+void Replace(std::string& text, std::string_view from, std::string_view to) {
+    text.replace(text.find(from), from.size(), to);
+}
+
 ErrorCode FromCall(int result) {
     return result == 0 ? ErrorCode::Success : ErrorFromErrno(errno);
 }
@@ -103,8 +117,8 @@ CResult<std::string> UnitFileText(const CServiceDescription& description) {
     if (HasControlCharacter(displayName) || HasControlCharacter(program)) return ErrorCode::InvalidName;
     std::string text = "[Unit]\nDescription=" + DoublePercents(displayName) + "\n";
     text.append(kService);
-    const std::string type = "Type=notify\n";
-    text.insert(text.find(type) + type.size(), "ExecStart=" + Quoted(program) + "\n");
+    Replace(text, "\nType=notify\n", "\nType=notify\nExecStart=" + Quoted(program) + "\n");
+    if (IsInHome(program)) Replace(text, "\nProtectHome=yes\n", "\nProtectHome=read-only\n");
     return text;
 }
 

@@ -45,8 +45,28 @@ TEST_F(UnitFileTest, IsWhatSystemdTakesWithoutComplaint) {
 }
 
 TEST_F(UnitFileTest, LeavesTheServiceLittleThatItCouldDoHarmWith) {
-    const CRun run = RunShell("systemd-analyze security --no-pager --offline=true --threshold=21 " + File());
+    const CRun run = RunShell("systemd-analyze security --no-pager --offline=true --threshold=20 " + File());
     EXPECT_EQ(run.status, 0) << run.output;
+}
+
+TEST(UnitFileText, TakesHomeFoldersAwayUnlessTheProgramIsInOne) {
+    const std::pair<const char*, const char*> kPrograms[] = {
+        {"/usr/lib/quorbel/QBHTTPService", "yes"},    {"/homes/QBHTTPService", "yes"},
+        {"/srv/home/QBHTTPService", "yes"},           {"/home/anna/QBHTTPService", "read-only"},
+        {"/root/quorbel/QBHTTPService", "read-only"}, {"/run/user/0/QBHTTPService", "read-only"},
+    };
+    for (const auto& [program, protection] : kPrograms) {
+        const auto text = UnitFileText({L"Served", L"ProtectHome=yes", program});
+        ASSERT_TRUE(text.IsOk());
+        EXPECT_THAT(text.Value(), ::testing::HasSubstr("\nProtectHome=" + std::string(protection) + "\n"))
+            << program;
+    }
+}
+
+TEST(UnitFileText, TakesADisplayNameForNoSetting) {
+    const auto text = UnitFileText({L"Served", L"Type=notify", "/bin/true"});
+    ASSERT_TRUE(text.IsOk());
+    EXPECT_THAT(text.Value(), ::testing::HasSubstr("[Service]\nType=notify\nExecStart=\"/bin/true\"\n"));
 }
 
 TEST_F(UnitFileTest, SetsNothingThatAnAdministratorHasNotAskedFor) {
