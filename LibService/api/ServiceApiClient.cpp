@@ -96,7 +96,11 @@ CResult<std::unique_ptr<CServiceApiClient>> CServiceApiClient::Connect(const std
                                                                        std::wstring_view serviceName) {
     auto pipe = CPipeConnection::Connect(root / "pipe", PipeName(serviceName));
     if (!pipe.IsOk()) return pipe.Error();
-    return std::unique_ptr<CServiceApiClient>(std::make_unique<CPipeClient>(std::move(pipe).Value()));
+    return Over(std::move(pipe).Value());
+}
+
+std::unique_ptr<CServiceApiClient> CServiceApiClient::Over(std::unique_ptr<CPipeConnection> pipe) {
+    return std::make_unique<CPipeClient>(std::move(pipe));
 }
 
 }  // namespace quorbel

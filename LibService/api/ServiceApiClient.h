@@ -13,6 +13,8 @@
 
 namespace quorbel {
 
+class CPipeConnection;
+
 /// A trace record as the service gives it to its clients.
 struct CServiceRecord {
     std::uint64_t number = 0;
@@ -35,6 +37,8 @@ class CServiceApiClient {
     /// Errors: FileNotFound or ConnectionRefused when no service of that name runs under the root folder.
     static CResult<std::unique_ptr<CServiceApiClient>> Connect(const std::filesystem::path& root,
                                                                std::wstring_view serviceName);
+    /// A client of whatever answers at the other end of the connection.
+    static std::unique_ptr<CServiceApiClient> Over(std::unique_ptr<CPipeConnection> pipe);
     virtual ~CServiceApiClient() = default;
 
     /// The records from number `first` on that are still kept, waiting up to `wait` while there is none, as
