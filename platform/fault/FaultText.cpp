@@ -21,6 +21,11 @@ bool ReadFrame(std::uint64_t address, CFrame& frame) noexcept {
     return ::process_vm_readv(::getpid(), &here, 1, &there, 1, 0) == static_cast<ssize_t>(sizeof frame);
 }
 
+/// An exception's text has the lower half of a parameter.
+std::uint64_t ParameterIn(FaultTextForm form, std::uint64_t parameter) noexcept {
+    return form == FaultTextForm::Exception ? static_cast<std::uint32_t>(parameter) : parameter;
+}
+
 void AppendFrames(std::uint64_t address, int width, CFaultText& text) noexcept {
     for (int count = 0; count != kMostFrames && address != 0; ++count) {
         CFrame frame{};
@@ -43,7 +48,7 @@ CFaultText DescribeFault(const CFaultRecord& fault, FaultTextForm form) noexcept
         .AppendHex(fault.address, kPointerWidth)
         .Append(" (");
     for (std::uint32_t index = 0; index < fault.parameterCount; ++index)
-        text.Append(index == 0 ? "0x" : ", 0x").AppendHex(fault.parameters[index]);
+        text.Append(index == 0 ? "0x" : ", 0x").AppendHex(ParameterIn(form, fault.parameters[index]));
     const auto& registers = fault.context.uc_mcontext.gregs;
     text.Append(")\nRIP: 0x").AppendHex(static_cast<std::uint64_t>(registers[REG_RIP])).Append('\n');
     AppendFrames(static_cast<std::uint64_t>(registers[REG_RBP]),

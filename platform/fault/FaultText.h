@@ -9,8 +9,8 @@ namespace quorbel {
 using CFaultText = CFixedText<1024>;
 
 enum class FaultTextForm {
-    Exception,  ///< frames as 16 digits, no line end at the end
-    LastWords   ///< frames without leading zeros, a line end after each
+    Exception,  ///< parameters as their lower 32 bits, frames as 16 digits, no line end at the end
+    LastWords   ///< parameters whole, frames without leading zeros, a line end after each
 };
 
 /// The text of a fault: its code, address and parameters; the instruction pointer; up to ten frames, each

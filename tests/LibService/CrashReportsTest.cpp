@@ -137,7 +137,7 @@ struct CKind {
 TEST_F(CrashReports, AFaultIsCaughtWithItsKindAndThePlaceItHappenedAt) {
     constexpr CKind kKinds[] = {
         {"write", "C0000005", R"(0xC0000005@0x[0-9A-F]{16} \(0x1, 0x0\)RIP: 0x[0-9A-F]+(0x[0-9A-F]{16} ?)+)"},
-        {"read", "C0000005", R"(0xC0000005@0x[0-9A-F]{16} \(0x0, 0xFFFFFFFFFFFFFFFF\)RIP: .*)"},
+        {"read", "C0000005", R"(0xC0000005@0x[0-9A-F]{16} \(0x0, 0xFFFFFFFF\)RIP: .*)"},
         {"call", "C0000005", R"(0xC0000005@0x0000000000000000 \(0x8, 0x0\)RIP: 0x0.*)"},
         {"divide", "C0000094", R"(0xC0000094@0x[0-9A-F]{16} \(\)RIP: .*)"},
         {"trap", "C000001D", R"(0xC000001D@0x[0-9A-F]{16} \(\)RIP: .*)"},
