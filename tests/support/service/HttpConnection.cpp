@@ -13,7 +13,7 @@ namespace {
 
 /// Receives what there is; a debugger or a dump of this process may interrupt the wait.
 template <class Buffer>
-ssize_t ReceiveSome(int socket, Buffer& buffer) {
+ssize_t ReceiveUninterrupted(int socket, Buffer& buffer) {
     ssize_t count = 0;
     do count = ::recv(socket, buffer.data(), buffer.size(), 0);
     while (count < 0 && errno == EINTR);
@@ -71,7 +71,7 @@ bool CHttpConnection::Send(std::string_view bytes) {
 
 bool CHttpConnection::FillWith(std::string& bytes) {
     std::array<char, 16384> buffer{};
-    const ssize_t count = ReceiveSome(m_socket.Get(), buffer);
+    const ssize_t count = ReceiveUninterrupted(m_socket.Get(), buffer);
     if (count <= 0) {
         const bool isReset = count < 0 && errno == ECONNRESET;
         m_end = count == 0 ? End::Clean : isReset ? End::Aborted : End::None;
@@ -83,7 +83,7 @@ bool CHttpConnection::FillWith(std::string& bytes) {
 
 std::optional<std::string> CHttpConnection::ReceiveBytes() {
     std::array<char, 16384> buffer{};
-    const ssize_t count = ReceiveSome(m_socket.Get(), buffer);
+    const ssize_t count = ReceiveUninterrupted(m_socket.Get(), buffer);
     if (count < 0) return std::nullopt;
     return std::string(buffer.data(), static_cast<std::size_t>(count));
 }
