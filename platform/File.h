@@ -59,8 +59,8 @@ enum class FileReaders { Owner, Everyone };
 /// a symbolic link; after any other failure there is no such file.
 ErrorCode CreateNewFile(std::wstring_view path, std::string_view content, FileReaders readers);
 
-/// Writes a file beside its name and then gives it the name, replacing what bears it: whoever looks finds the old
-/// or the new content whole. Not forced to disk. After a failure everything is as before.
+/// Writes a file beside its name and then gives it the name, replacing what bears it: whoever looks finds the
+/// old or the new content whole. Not forced to disk. After a failure everything is as before.
 ErrorCode ReplaceFile(std::wstring_view path, std::string_view content, FileReaders readers);
 
 /// Creates a folder, for its owner alone, in one that exists; AlreadyExists when the name is taken.

@@ -189,7 +189,7 @@ TEST_F(FaultsInRequests, AreSeenInTheDebugger) {
     std::string text(100'000, '\0');
     text.resize(::fread(text.data(), 1, text.size(), output.get()));
     EXPECT_THAT(text, HasSubstr("WriteToNull"));
-    EXPECT_THAT(text, HasSubstr("CFaultingHandler::CreateResponse"));
+    EXPECT_THAT(text, HasSubstr("CListener::OnGet"));
 }
 
 }  // namespace

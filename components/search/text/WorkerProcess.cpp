@@ -117,7 +117,8 @@ CTextWorker::CProcess::CProcess(pid_t process, CFileDescriptor socket) noexcept
     : m_process(process), m_socket(std::move(socket)) {}
 
 CTextWorker::CProcess::~CProcess() {
-    // A worker that became another user cannot be ended without the right to: it ends by itself when it is alone.
+    // A worker that became another user cannot be ended without the right to: it ends by itself when it is
+    // alone.
     ::shutdown(m_socket.Get(), SHUT_RDWR);
     // The group keeps its number as long as its first process was not reaped.
     ::kill(-m_process, SIGKILL);
