@@ -116,8 +116,9 @@ class CServiceLogger final : public CTraceLogger {
     enum class Saving { Never, Later, Now };
     class CSavingThread;
 
-    void Record(const CTraceLoggable& object, std::uint32_t id,
-                std::initializer_list<TraceArgument> arguments, Saving saving) noexcept;
+    // Apart from the look at the mask, which most calls end with: its frame is large.
+    [[gnu::noinline]] void Record(const CTraceLoggable& object, std::uint32_t id,
+                                  std::initializer_list<TraceArgument> arguments, Saving saving) noexcept;
     void Keep(const CTraceLoggable& object, std::uint32_t id, std::initializer_list<TraceArgument> arguments,
               Saving saving);
     const CLoggedObject& Logged(std::string_view name);

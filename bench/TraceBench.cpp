@@ -1,11 +1,9 @@
 #include <benchmark/benchmark.h>
-#include <filesystem>
+#include <cstdlib>
 #include <fstream>
 
-#include "LibService/MessageIds.h"
 #include "LibService/ServiceLogger.h"
 #include "LibService/trace/HuffmanCoder.h"
-#include "LibService/trace/TraceFileReader.h"
 
 namespace quorbel {
 
@@ -56,25 +54,25 @@ BENCHMARK_CAPTURE(TraceRecord, kept_text_of_30, kText, std::wstring_view(kReques
     ->Threads(4)
     ->UseRealTime();
 
-/// A block as the service fills it with requests.
-std::vector<std::uint8_t> RequestBlock() {
-    CServiceLogger logger;
-    if (!logger.LoadMessages(QUORBEL_SOURCES "/messages/TrcQBHTTPService.mc").IsOk()) return {};
-    const CObject object;
-    const wchar_t* const names[] = {L"letters", L"maps", L"minutes", L"photographs", L"deeds"};
-    for (std::size_t i = 0; i < 500; ++i) {
-        logger.Trace(
-            object, trace::kRequest,
-            {std::wstring(L"1.1 GET /archive/") + names[i % 5] + L"/19" + std::to_wstring(10 + i * 7 % 90) +
-             L"-" + std::to_wstring(i * 31 % 997) +
-             L" headers{ Accept{text/html,application/xhtml+xml;q=0.9} Accept-Language{en-GB,en;q=0.5} "
-             L"Connection{keep-alive} Host{localhost:8080} User-Agent{Mozilla/5.0 (X11; Linux x86_64)} }"});
-    }
-    return logger.ReadBlock(0)->block.image;
+/// The first block of the trace file that $QUORBEL_TRACE_FILE names; empty without one.
+std::vector<std::uint8_t> RealBlock() {
+    const char* const path = std::getenv("QUORBEL_TRACE_FILE");
+    if (path == nullptr) return {};
+    std::ifstream file(path, std::ios::binary);
+    const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(file), {}};
+    // Behind the strings and the number of the block's first record.
+    std::size_t offset = 1;
+    for (std::size_t left = bytes.empty() ? 0 : bytes[0]; left != 0 && offset < bytes.size(); --left)
+        offset += 1U + bytes[offset];
+    offset += sizeof(std::uint64_t);
+    if (offset >= bytes.size()) return {};
+    auto block = Decompress(std::span(bytes).subspan(offset));
+    return block ? std::move(block->content) : std::vector<std::uint8_t>();
 }
 
 void CompressBlock(benchmark::State& state) {
-    const std::vector<std::uint8_t> image = RequestBlock();
+    const std::vector<std::uint8_t> image = RealBlock();
+    if (image.empty()) return state.SkipWithError("QUORBEL_TRACE_FILE names no trace file");
     std::size_t size = 0;
     for (auto _ : state) {
         std::vector<std::uint8_t> block;
@@ -88,7 +86,8 @@ void CompressBlock(benchmark::State& state) {
 BENCHMARK(CompressBlock);
 
 void DecompressBlock(benchmark::State& state) {
-    const std::vector<std::uint8_t> image = RequestBlock();
+    const std::vector<std::uint8_t> image = RealBlock();
+    if (image.empty()) return state.SkipWithError("QUORBEL_TRACE_FILE names no trace file");
     std::vector<std::uint8_t> block;
     CHuffmanCoder(image).Compress(image, block);
     for (auto _ : state) benchmark::DoNotOptimize(Decompress(block));
