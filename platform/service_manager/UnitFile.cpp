@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <initializer_list>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -86,10 +87,8 @@ bool HasControlCharacter(std::string_view text) {
     });
 }
 
-/// Whether ProtectHome=yes would take it away.
-bool IsInHome(std::string_view path) {
-    constexpr std::string_view kHomes[] = {"/home/", "/root/", "/run/user/"};
-    return std::ranges::any_of(kHomes, [path](std::string_view home) { return path.starts_with(home); });
+bool IsIn(std::initializer_list<std::string_view> folders, std::string_view path) {
+    return std::ranges::any_of(folders, [path](std::string_view folder) { return path.starts_with(folder); });
 }
 
 void Replace(std::string& text, std::string_view from, std::string_view to) {
@@ -118,7 +117,10 @@ CResult<std::string> UnitFileText(const CServiceDescription& description) {
     std::string text = "[Unit]\nDescription=" + DoublePercents(displayName) + "\n";
     text.append(kService);
     Replace(text, "\nType=notify\n", "\nType=notify\nExecStart=" + Quoted(program) + "\n");
-    if (IsInHome(program)) Replace(text, "\nProtectHome=yes\n", "\nProtectHome=read-only\n");
+    // Nothing may take the program itself away.
+    if (IsIn({"/home/", "/root/", "/run/user/"}, program))
+        Replace(text, "\nProtectHome=yes\n", "\nProtectHome=read-only\n");
+    if (IsIn({"/tmp/", "/var/tmp/"}, program)) Replace(text, "\nPrivateTmp=yes\n", "\nPrivateTmp=no\n");
     return text;
 }
 

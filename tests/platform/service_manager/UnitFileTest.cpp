@@ -49,16 +49,23 @@ TEST_F(UnitFileTest, LeavesTheServiceLittleThatItCouldDoHarmWith) {
     EXPECT_EQ(run.status, 0) << run.output;
 }
 
-TEST(UnitFileText, TakesHomeFoldersAwayUnlessTheProgramIsInOne) {
-    const std::pair<const char*, const char*> kPrograms[] = {
-        {"/usr/lib/quorbel/QBHTTPService", "yes"},    {"/homes/QBHTTPService", "yes"},
-        {"/srv/home/QBHTTPService", "yes"},           {"/home/anna/QBHTTPService", "read-only"},
-        {"/root/quorbel/QBHTTPService", "read-only"}, {"/run/user/0/QBHTTPService", "read-only"},
+TEST(UnitFileText, TakesNoFolderAwayInWhichTheProgramIs) {
+    const std::tuple<const char*, const char*, const char*> kPrograms[] = {
+        {"/usr/lib/quorbel/QBHTTPService", "yes", "yes"},
+        {"/homes/QBHTTPService", "yes", "yes"},
+        {"/srv/home/QBHTTPService", "yes", "yes"},
+        {"/home/anna/QBHTTPService", "read-only", "yes"},
+        {"/root/quorbel/QBHTTPService", "read-only", "yes"},
+        {"/run/user/0/QBHTTPService", "read-only", "yes"},
+        {"/tmp/quorbel/QBHTTPService", "yes", "no"},
+        {"/var/tmp/QBHTTPService", "yes", "no"},
     };
-    for (const auto& [program, protection] : kPrograms) {
+    for (const auto& [program, home, temporary] : kPrograms) {
         const auto text = UnitFileText({L"Served", L"ProtectHome=yes", program});
         ASSERT_TRUE(text.IsOk());
-        EXPECT_THAT(text.Value(), ::testing::HasSubstr("\nProtectHome=" + std::string(protection) + "\n"))
+        EXPECT_THAT(text.Value(), ::testing::HasSubstr("\nProtectHome=" + std::string(home) + "\n"))
+            << program;
+        EXPECT_THAT(text.Value(), ::testing::HasSubstr("\nPrivateTmp=" + std::string(temporary) + "\n"))
             << program;
     }
 }
