@@ -29,6 +29,11 @@ CStatus ShowActivityAsText(const std::filesystem::path& root, const std::filesys
     if (!client.IsOk()) return SystemError(client.Error(), L"the service does not run");
     const auto writer = CTerminalWriter::Open(kStandardOutput);
     if (!writer.IsOk()) return SystemError(writer.Error(), L"standard output");
+    if (!messages.IsOk()) {
+        const ErrorCode error = writer.Value()->Write(
+            "The trace message module cannot be read, so that there are no texts.\n", close);
+        if (error != ErrorCode::Success && error != ErrorCode::Cancelled) return SystemError(error);
+    }
     const auto show = [&](const std::vector<CNamedRecord>& records) {
         std::string lines;
         for (const CNamedRecord& record : records) lines += LineOf(record, texts);

@@ -91,11 +91,19 @@ CStatus CServiceAPIConnection::Ended(ErrorCode error) {
 CStatus CServiceAPIConnection::Serve(CEvent& stop) {
     while (!m_isDisconnected) {
         CSharedMemory::CShare share(m_context->memory);
-        auto message = m_pipe->ReadMessage(stop, [&share](std::size_t size) { return share.MayHold(size); });
-        if (!message.IsOk()) return Ended(message.Error());
-        RETURN_IF_FAILED(Answer(message.Value(), share, stop));
+        try {
+            RETURN_IF_FAILED(ServeOne(share, stop));
+        } catch (const std::bad_alloc&) {
+            return AllocationError(share.Asked());
+        }
     }
     return {};
+}
+
+CStatus CServiceAPIConnection::ServeOne(CSharedMemory::CShare& share, CEvent& stop) {
+    auto message = m_pipe->ReadMessage(stop, [&share](std::size_t size) { return share.MayHold(size); });
+    if (!message.IsOk()) return Ended(message.Error());
+    return Answer(message.Value(), share, stop);
 }
 
 CStatus CServiceAPIConnection::Answer(Bytes& message, CSharedMemory::CShare& share, CEvent& stop) {

@@ -33,13 +33,13 @@ class CSharedMemory {
         CShare& operator=(const CShare&) = delete;
         /// Whether that many bytes in all may be held.
         bool MayHold(std::size_t bytes) noexcept;
-        /// What was asked for last.
+        /// What was asked for last, at first what nobody asks for.
         std::size_t Asked() const noexcept { return m_asked; }
 
      private:
         CSharedMemory& m_memory;
         std::size_t m_taken = 0;
-        std::size_t m_asked = 0;
+        std::size_t m_asked = CPipeConnection::kFirstBuffer;
     };
 
  private:

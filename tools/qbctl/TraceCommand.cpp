@@ -21,16 +21,13 @@ constexpr std::uint64_t kUsualLines = 10;
 constexpr std::uint64_t kLargestFile = 1 << 20;
 
 CResult<std::vector<std::uint8_t>> ReadWhole(const std::wstring& path) {
-    const auto file = CFile::Open(path);
+    auto file = CFile::Open(path);
     if (!file.IsOk()) return file.Error();
     if (file.Value().Stamp().size > kLargestFile) return ErrorCode::FileTooLarge;
+    if (const ErrorCode error = file.Value().LoadContent(); error != ErrorCode::Success) return error;
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(file.Value().Stamp().size));
-    for (std::size_t filled = 0; filled < bytes.size();) {
-        const auto count = file.Value().Read(filled, std::span(bytes).subspan(filled));
-        if (!count.IsOk()) return count.Error();
-        if (count.Value() == 0) bytes.resize(filled);
-        filled += count.Value();
-    }
+    const auto count = file.Value().Read(0, bytes);
+    if (!count.IsOk()) return count.Error();
     return bytes;
 }
 
